@@ -1,0 +1,42 @@
+// What the chroma denoiser owns for one frame size, and the record its stages read per call.
+#pragma once
+
+#include "api/handle.h"
+
+// Fourteen planes at two chroma levels, views into one scratch block that starts at
+// images[0].plane[0]. Even records are level 0, (width >> 1) x (height >> 1); odd records are
+// level 1, (width >> 2) x (height >> 2); strides equal widths.
+struct cnr_handle_t {
+  int cnr_version;    // 4
+  int height;         // luma rows of the frame
+  int width;          // luma columns of the frame
+  struct pool* pool;  // borrowed from the top-level handle
+  _tag_uni_image images[14];
+  int memory_size_mb;  // scratch block in MiB, rounded down
+};
+
+// Built per call from _tag_cnr_param_output; the driver rewrites some fields between levels.
+struct _tag_cnr_param {
+  float range_coef[3];   // all equal: 1 / range_factor^2, halved for the masked filters
+  int range_factor_sq;
+  int reserved0;         // written as 0
+  int smooth_radius;     // half-length of the window in pixels, a multiple of smooth_step
+  int smooth_step;       // distance between taps in pixels
+  int scale;             // pyramid mode 0, 1 or 2
+  int saturation;        // 0: split without saturation
+  int reserved1;         // written as 0
+  int color_edge_u;
+  int color_edge_v;
+  int level_mode;        // -1 or 0, set by the driver before each pass
+};
+
+VORN_API cnr_handle_t* cnr_init(int width, int height, denoise_handle_t* owner);
+VORN_API int cnr_Allocate_slice_memory(cnr_handle_t* handle);
+VORN_API int cnr_deinit(void* handle);
+VORN_API int cnr_capability(void* handle, __cnr_capability_param* capability);
+VORN_API int uni_color_noise_reduce_process(void* handle, _tag_uni_image* src, _tag_uni_image* dst,
+                                            _tag_cnr_param_output* tuning);
+VORN_API int uni_color_noise_reduce_mask_process(void* handle, _tag_uni_image* src,
+                                                 _tag_uni_image* dst, _tag_uni_image* mask,
+                                                 _tag_cnr_param_output* tuning);
+VORN_API int color_noise_reduce_deinit(void** handle);

@@ -1,0 +1,62 @@
+// A fixed pool of up to four worker threads, its FIFO job queue, and the completion counter
+// through which a stage waits for its slices.
+//
+// Threads: queue_lock guards the queue and shutdown; pro_lock guards done_count; no path holds
+// both, and neither is held while a job runs. One stage is in flight at a time.
+#pragma once
+
+#include <pthread.h>
+
+#include "api/vorn_ycnr.h"
+
+struct pool;
+
+// One queued call of routine(arg). Allocated by the submitter, freed by the worker that ran it.
+struct vorn_job {
+  void* (*routine)(void*);
+  void* arg;
+  vorn_job* next;
+};
+
+// What a worker is started with.
+struct vorn_thread_arg {
+  int core;  // preferred core when bind_core is 1
+  struct pool* pool;
+};
+
+struct pool {
+  int bind_core;  // 1: workers pin themselves to their core and raise their priority on start
+  pthread_mutex_t queue_lock;
+  pthread_cond_t queue_ready;
+  pthread_mutex_t pro_lock;
+  pthread_cond_t pro_ready;
+  vorn_job* queue_head;
+  int shutdown;
+  pthread_t* threadid;
+  int* thread_creatflag;  // 1 where the thread was created
+  int max_thread_num;
+  int cur_queue_size;
+  int done_count;
+  vorn_thread_arg thread_args[4];
+};
+
+// Creates a pool of thread_num (1..4) workers. Returns 0, also when only some of the threads could
+// be created; -1 with an ERROR line otherwise.
+VORN_API int vorn_threadpool_init(pool** out, int thread_num);
+
+// Queues routine(arg) behind the jobs already queued. Returns 0, or -1 with an ERROR line when
+// there is no memory for the job.
+VORN_API int vorn_threadpool_add_worker(pool* workers, void* (*routine)(void*), void* arg);
+
+// Stops and joins the workers, drops jobs still queued, frees the pool. Returns 0; -1 when
+// shutdown was already requested (nothing is done) or a join failed.
+VORN_API int vorn_threadpool_destroy(pool* workers);
+
+// Body of a worker; start_record is a vorn_thread_arg.
+VORN_API void* vorn_thread_routine(void* start_record);
+
+// The completion barrier of one stage: reset, one signal per finished slice, wait for exactly
+// count of them.
+VORN_API int reset_thread_done(pool* workers);
+VORN_API int one_thread_done(pool* workers);
+VORN_API int sync_thread_done(pool* workers, int count);

@@ -1,0 +1,38 @@
+// What the luma denoiser owns for one frame size.
+#pragma once
+
+#include "api/handle.h"
+
+namespace vorn {
+constexpr int kLevels = 5;  // pyramid levels, 0 is full resolution
+constexpr int kBorder = 8;  // pixels around every working image, on all four sides
+}  // namespace vorn
+
+// Nine arrays of views into one scratch block that starts at gauss_whole[1].plane[0]. "whole"
+// records include the border of kBorder pixels, the others begin at the first inner pixel of the
+// same buffer. Level 0 of most arrays stays unset: the driver puts the caller's frames there.
+struct ynr_handle_t {
+  int height;  // luma rows of the frame
+  int width;   // luma columns of the frame
+  int reserved;
+  int thread_num;     // 4
+  struct pool* pool;  // borrowed from the top-level handle
+  _tag_uni_image gauss_whole[5];  // Gaussian pyramid, levels 1..4
+  _tag_uni_image gauss[5];        // its inner part; level 0 is the source frame
+  _tag_uni_image spare_whole[5];  // a second working image per level; no stage uses it
+  _tag_uni_image spare[5];
+  _tag_uni_image work_whole[5];  // a level before denoising, then its detail
+  _tag_uni_image work[5];        // its inner part; level 0 is the destination frame
+  _tag_uni_image out_whole[5];   // a level after denoising; level 0: before
+  _tag_uni_image out[5];
+  _tag_uni_image quarter_map[5];  // one byte per 4x4 block, levels 1..4; no stage uses it
+  int memory_mb;                  // scratch block in MiB, rounded down
+};
+
+VORN_API ynr_handle_t* ynr_init(int width, int height, denoise_handle_t* owner);
+VORN_API int ynr_Allocate_slice_memory(ynr_handle_t* handle);
+VORN_API int ynr_deinit(void* handle);
+VORN_API int ynr_capability(void* handle, __ynr_capability_param* capability);
+VORN_API int uni_luma_noise_reduce_mask_process(void* handle, _tag_uni_image* src,
+                                                _tag_uni_image* dst, _tag_uni_image* mask,
+                                                _tag_ynr_param_output* param);
