@@ -1,0 +1,52 @@
+// Quality figures of one channel against a reference of the same size.
+//
+// PSNR: 10 log10(255^2 / MSE) over all samples of the channel; identical channels give infinity.
+// SSIM: mean over the channel of the structural similarity of Wang et al. with an 11x11 Gaussian
+//   window (sigma 1.5, weights normalised), K1 = 0.01, K2 = 0.03, L = 255, population variances,
+//   evaluated where the window lies inside the channel. Channels below 11 samples in a direction
+//   use the largest odd window that fits there.
+// Chroma is compared at its own resolution, U and V apart; nothing is converted to RGB.
+#ifndef VORN_TOOLS_METRICS_H
+#define VORN_TOOLS_METRICS_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "tools/frame.h"
+
+namespace vorn {
+
+// One channel in memory: sample (x, y) is data[y * stride + x * step].
+struct PlaneView {
+  const uint8_t* data;
+  int width;
+  int height;
+  ptrdiff_t stride;  // bytes
+  int step;          // bytes; 2 for U or V inside an interleaved plane
+};
+
+// A channel of a frame without its padding.
+PlaneView luma_view(const Frame& frame);
+PlaneView u_view(const Frame& frame);
+PlaneView v_view(const Frame& frame);
+
+double mean(const PlaneView& a);
+double mean_squared_error(const PlaneView& a, const PlaneView& b);
+double psnr(const PlaneView& a, const PlaneView& b);
+double ssim(const PlaneView& a, const PlaneView& b);
+
+// PSNR in dB of a mean squared error, infinity for 0.
+double psnr_of(double mean_squared_error);
+
+// All figures of one frame against a reference.
+struct Quality {
+  double psnr_y, psnr_u, psnr_v;
+  double psnr_uv;  // of the mean squared error of U and V together
+  double ssim_y, ssim_u, ssim_v;
+  double mean_shift_y, mean_shift_u, mean_shift_v;  // mean(frame) - mean(reference), grey levels
+};
+Quality compare_frames(const Frame& frame, const Frame& reference);
+
+}  // namespace vorn
+
+#endif  // VORN_TOOLS_METRICS_H
