@@ -1,0 +1,37 @@
+// One registration function per subcommand. Each adds its options to the program and leaves its job
+// behind: a function that runs when the command line names it and returns the exit code.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+
+#include "tools/picture_io.h"
+#include "tools/tuning_set.h"
+
+namespace vorn::tool {
+
+// The job that the parsed command line asks for.
+using job = std::function<int()>;
+
+void add_denoise(CLI::App& program, job& chosen);
+void add_demo(CLI::App& program, job& chosen);
+
+// Adds --size, --stride and the other options that say how files are read and written.
+void add_picture_options(CLI::App& command, picture_options& options, bool writes);
+
+// --tuning, --gain, --luma-only, --chroma-only and an option for every field.
+struct tuning_options {
+  std::string file;  // empty: the set inside the tool
+  double gain = 0;   // 0: kDefaultGain
+  bool luma_only = false;
+  bool chroma_only = false;
+  std::vector<std::pair<int, int32_t>> overrides;  // field index, value
+
+  // The set that the options name, its entry for the gain, and that entry with the overrides.
+  tuning_set load_set() const;
+  tuning resolve() const;
+};
+constexpr double kDefaultGain = 8;
+void add_tuning_options(CLI::App& command, tuning_options& options);
+
+}  // namespace vorn::tool

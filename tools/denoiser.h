@@ -1,0 +1,56 @@
+// The library's four calls for one frame size, with an `error` instead of a result code. The only unit
+// of the tool that calls the library.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tools/frame.h"
+#include "tools/tuning_set.h"
+#include "vorn_ycnr.h"
+
+namespace vorn::tool {
+
+struct stage_time {
+  std::string name;  // as the log names it: "layer 0 nlm_denoise_process"
+  double ms = 0;
+};
+
+class denoiser {
+ public:
+  // The padded size of the frames to come.
+  denoiser(int padded_width, int padded_height);
+  ~denoiser();
+  denoiser(const denoiser&) = delete;
+  denoiser& operator=(const denoiser&) = delete;
+
+  int width() const { return width_; }
+  int height() const { return height_; }
+
+  // Denoises f in place. Different denoisers may run on different threads at the same time.
+  void run(frame& f, const tuning& t);
+
+  // The same, and the time of every stage in the order they ran, taken from the library's log; the
+  // last entry is "whole frame". Not while another thread uses a denoiser: the log is the process's.
+  std::vector<stage_time> run_timed(frame& f, const tuning& t);
+
+  ycnr_capability_param capability();
+
+ private:
+  void process(frame& f, const tuning& t, std::string* log);
+
+  int width_;
+  int height_;
+  denoise_handle_t* handle_ = nullptr;
+  std::vector<uint8_t> result_;
+};
+
+// Keeps the library's log quiet up to errors, unless the user names a property file of his own.
+// Call once, before the first denoiser.
+void quiet_library_log();
+
+// Switches the stage times on for denoisers created from now on (they need the verbose log). Run them
+// with run_timed() alone: run() would print their log.
+void verbose_library_log();
+
+}  // namespace vorn::tool
