@@ -32,10 +32,18 @@ struct _tag_cnr_param_output {
 };
 
 struct denoise_handle_t {
-  ynr_handle_t* ynr;   // luma scratch, created last
-  cnr_handle_t* cnr;   // chroma scratch
-  char* dump_path;     // 256 bytes, owned; informative only
-  struct pool* pool;   // workers, owned; both algorithms borrow it, so it is created first
+  ynr_handle_t* ynr;  // luma scratch, created last
+  cnr_handle_t* cnr;  // chroma scratch
+  char* dump_path;    // 256 bytes, owned; informative only
+  struct pool* pool;  // workers, owned; both algorithms borrow it, so it is created first
   _tag_ynr_param_output ynr_param;  // rewritten by every process call
   _tag_cnr_param_output cnr_param;  // rewritten by every process call
 };
+
+namespace vorn {
+
+// vorn_ycnr_init with a number of workers (1..4) and with the workers bound to cores or not. Same
+// name, so the same log lines.
+denoise_handle_t* vorn_ycnr_init(const ycnr_init_param* params, int workers, int bind_core);
+
+}  // namespace vorn

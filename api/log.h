@@ -43,10 +43,10 @@ void log_write(log_priority priority, const char* format, ...)
 }  // namespace vorn
 
 // Logs with a given line number; text is a literal format that follows "L %d, %s:".
-#define VORN_LOG_AT(priority, line, text, ...)                                              \
-  do {                                                                                      \
-    if (vorn::log_enabled(priority))                                                        \
-      vorn::log_write(priority, "L %d, %s:" text, (line), __func__, ##__VA_ARGS__);         \
+#define VORN_LOG_AT(priority, line, text, ...)                                      \
+  do {                                                                              \
+    if (vorn::log_enabled(priority))                                                \
+      vorn::log_write(priority, "L %d, %s:" text, (line), __func__, ##__VA_ARGS__); \
   } while (0)
 
 #define VORN_LOGD(text, ...) VORN_LOG_AT(vorn::kLogDebug, __LINE__, text, ##__VA_ARGS__)

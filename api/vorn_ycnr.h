@@ -43,20 +43,20 @@ extern "C" {
 
 /* Results of the calls that return an integer. */
 enum {
-  VORN_OK = 0,         /* done */
-  VORN_FAIL = -1,      /* refused or failed; the log has the reason, dst holds the input frame */
-  VORN_POOL_BUSY = 2   /* vorn_ycnr_deinit only: the workers could not be stopped, nothing freed */
+  VORN_OK = 0,       /* done */
+  VORN_FAIL = -1,    /* refused or failed; the log has the reason, dst holds the input frame */
+  VORN_POOL_BUSY = 2 /* vorn_ycnr_deinit only: the workers could not be stopped, nothing freed */
 };
 
 /* Pixel layouts of _tag_uni_image.type. A frame is VORN_IMAGE_YUV420SP; the entry points read only
  * width, height and plane[0], so the type may be left unset in the records passed to them. */
 enum {
-  VORN_IMAGE_GRAY = 0,      /* one plane, 1 byte per pixel */
-  VORN_IMAGE_RGB = 1,       /* one plane, 3 bytes per pixel */
-  VORN_IMAGE_BGR = 2,       /* one plane, 3 bytes per pixel */
-  VORN_IMAGE_YUV420SP = 3,  /* luma plane, then the interleaved chroma plane */
-  VORN_IMAGE_YVU420SP = 4,  /* the same memory layout under a second code */
-  VORN_IMAGE_PLANAR3 = 5    /* three full-size planes */
+  VORN_IMAGE_GRAY = 0,     /* one plane, 1 byte per pixel */
+  VORN_IMAGE_RGB = 1,      /* one plane, 3 bytes per pixel */
+  VORN_IMAGE_BGR = 2,      /* one plane, 3 bytes per pixel */
+  VORN_IMAGE_YUV420SP = 3, /* luma plane, then the interleaved chroma plane */
+  VORN_IMAGE_YVU420SP = 4, /* the same memory layout under a second code */
+  VORN_IMAGE_PLANAR3 = 5   /* three full-size planes */
 };
 
 /* One image in memory. Never owns its planes by itself. */

@@ -1,6 +1,9 @@
 #include "runtime/image.h"
 
+#include <climits>
+#include <cstdint>
 #include <cstring>
+#include <new>
 
 #include "api/log.h"
 
@@ -9,6 +12,13 @@ namespace {
 // 32-bit product as the hardware forms it.
 int wrapping_product(int a, int b) {
   return static_cast<int>(static_cast<unsigned>(a) * static_cast<unsigned>(b));
+}
+
+// Start of a plane. Integer arithmetic: a record may be laid out over no buffer, or with a size
+// that no buffer has; its planes are never used then.
+unsigned char* plane_at(unsigned char* buffer, int offset) {
+  return reinterpret_cast<unsigned char*>(reinterpret_cast<uintptr_t>(buffer) +
+                                          static_cast<uintptr_t>(intptr_t{offset}));
 }
 
 // Planes and strides of a layout over one buffer. The offsets between planes are w * h bytes.
@@ -29,13 +39,13 @@ int lay_out(_tag_uni_image* img, unsigned char* buffer) {
     case VORN_IMAGE_YUV420SP:
     case VORN_IMAGE_YVU420SP:
       img->plane[0] = buffer;
-      img->plane[1] = buffer + plane_size;
+      img->plane[1] = plane_at(buffer, plane_size);
       img->stride[0] = img->stride[1] = width;
       return 0;
     case VORN_IMAGE_PLANAR3:
       img->plane[0] = buffer;
-      img->plane[1] = buffer + plane_size;
-      img->plane[2] = img->plane[1] + plane_size;
+      img->plane[1] = plane_at(buffer, plane_size);
+      img->plane[2] = plane_at(img->plane[1], plane_size);
       img->stride[0] = img->stride[1] = img->stride[2] = width;
       return 0;
     default:
@@ -43,7 +53,9 @@ int lay_out(_tag_uni_image* img, unsigned char* buffer) {
   }
 }
 
-bool known_type(int type) { return type >= VORN_IMAGE_GRAY && type <= VORN_IMAGE_PLANAR3; }
+bool known_type(int type) {
+  return type >= VORN_IMAGE_GRAY && type <= VORN_IMAGE_PLANAR3;
+}
 
 }  // namespace
 
@@ -56,12 +68,12 @@ int create_uni_image(_tag_uni_image* img, int width, int height, int type) {
     VORN_LOGD("image type error");
     return -2;
   }
-  const int pixels = wrapping_product(width, height);
-  const int bytes = type == VORN_IMAGE_GRAY ? pixels : wrapping_product(pixels, 3);
-  // A product that wrapped to a negative number asks for more than there is, and throws.
-  const size_t size = bytes < 0 ? SIZE_MAX / 2 : static_cast<size_t>(bytes);
-  unsigned char* buffer = new unsigned char[size];
-  std::memset(buffer, 0, size);
+  // Three bytes a pixel for every layout but gray, also where 4:2:0 planes need only half of that.
+  const int64_t pixels = int64_t{width} * height;
+  const int64_t limit = type == VORN_IMAGE_GRAY ? INT_MAX : INT_MAX / 3;
+  if (pixels < 0 || pixels > limit) throw std::bad_alloc();  // the count leaves 32 bits
+  const size_t size = static_cast<size_t>(type == VORN_IMAGE_GRAY ? pixels : pixels * 3);
+  unsigned char* buffer = new unsigned char[size]();
   return lay_out(img, buffer);
 }
 

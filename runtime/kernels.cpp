@@ -49,7 +49,9 @@ std::atomic<kernel_form>& form_in_force() {
 
 }  // namespace
 
-const char* kernel_form_name(kernel_form form) { return kNames[static_cast<int>(form)]; }
+const char* kernel_form_name(kernel_form form) {
+  return kNames[static_cast<int>(form)];
+}
 
 bool kernel_form_available(kernel_form form) {
   switch (form) {
@@ -74,7 +76,9 @@ bool kernel_form_available(kernel_form form) {
   }
 }
 
-kernel_form active_kernel_form() { return form_in_force().load(std::memory_order_relaxed); }
+kernel_form active_kernel_form() {
+  return form_in_force().load(std::memory_order_relaxed);
+}
 
 bool use_kernel_form(kernel_form form) {
   if (!kernel_form_available(form)) return false;

@@ -13,7 +13,7 @@ enum class kernel_form {
   neon_dot,  // Arm v8.2 with the dot product instructions
   sse2,      // every x86-64
   avx2,
-  avx512,    // F, BW, VL, VBMI and VNNI
+  avx512,  // F, BW, VL, VBMI and VNNI
 };
 
 constexpr int kKernelForms = 6;

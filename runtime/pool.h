@@ -41,7 +41,7 @@ struct pool {
 };
 
 // Creates a pool of thread_num (1..4) workers. Returns 0, also when only some of the threads could
-// be created; -1 with an ERROR line otherwise.
+// be created; -1 with an ERROR line, everything released and *out null otherwise.
 VORN_API int vorn_threadpool_init(pool** out, int thread_num);
 
 // Queues routine(arg) behind the jobs already queued. Returns 0, or -1 with an ERROR line when
@@ -60,3 +60,12 @@ VORN_API void* vorn_thread_routine(void* start_record);
 VORN_API int reset_thread_done(pool* workers);
 VORN_API int one_thread_done(pool* workers);
 VORN_API int sync_thread_done(pool* workers, int count);
+
+namespace vorn {
+
+constexpr int kMaxWorkers = 4;  // room in pool::thread_args
+
+// As above with bind_core set before the workers start. Same name, so the same log lines.
+int vorn_threadpool_init(pool** out, int thread_num, int bind_core);
+
+}  // namespace vorn

@@ -28,8 +28,8 @@ float reciprocal_estimate(float x) {
   std::memcpy(&bits, &x, sizeof bits);
   const uint32_t sign = bits & 0x80000000u;
   const uint32_t exponent = (bits >> 23) & 0xff;
-  if (exponent == 0) return sign ? -std::numeric_limits<float>::infinity()
-                                 : std::numeric_limits<float>::infinity();
+  if (exponent == 0)
+    return sign ? -std::numeric_limits<float>::infinity() : std::numeric_limits<float>::infinity();
   const uint32_t scaled = 256 | ((bits >> 15) & 0xff);  // 1.xxxxxxxx as 256..511
   const uint32_t quotient = (1u << 19) / (scaled * 2 + 1);
   const uint32_t estimate = (quotient + 1) / 2;  // 256..511, the top nine bits of the result

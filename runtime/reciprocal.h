@@ -32,7 +32,8 @@ inline float32x4_t refined_reciprocal_x4(float32x4_t x) {
   vst1q_f32(lanes, x);
   const float* table = reciprocal_table();
   for (float& lane : lanes) {
-    const int n = lane >= 0 && lane < static_cast<float>(kReciprocals) ? static_cast<int>(lane) : -1;
+    const int n =
+        lane >= 0 && lane < static_cast<float>(kReciprocals) ? static_cast<int>(lane) : -1;
     lane = n >= 0 && static_cast<float>(n) == lane ? table[n] : refined_reciprocal(lane);
   }
   return vld1q_f32(lanes);

@@ -1,0 +1,87 @@
+#include "api/log.h"
+
+#include <time.h>
+
+#include <climits>
+#include <cmath>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "api/platform.h"
+
+int nr_log_Level = 4;
+
+namespace {
+
+constexpr char kTag[] = "YCNR_LOG";
+constexpr int kLineMax = 1024;  // longer lines are cut, as the device's log does
+constexpr int kPropertyBuffer = 256;
+constexpr double kNsPerSecond = 1e9;
+constexpr double kMsPerNs = 1e-6;
+
+// The number at the start of a text; 0 when there is none, the nearest int when it is too large.
+int leading_number(const char* text) {
+  const long long number = std::strtoll(text, nullptr, 10);
+  return static_cast<int>(number > INT_MAX ? INT_MAX : number < INT_MIN ? INT_MIN : number);
+}
+
+}  // namespace
+
+namespace vorn {
+
+// The level is a plain exported integer; these two accesses keep handles on several threads free
+// of a data race. A line more or less while another handle is created does no harm.
+bool log_enabled(log_priority priority) {
+  return __atomic_load_n(&nr_log_Level, __ATOMIC_RELAXED) >= log_threshold(priority);
+}
+
+void log_write(log_priority priority, const char* format, ...) {
+  char text[kLineMax];
+  va_list args;
+  va_start(args, format);
+  std::vsnprintf(text, sizeof text, format, args);
+  va_end(args);
+  platform_log(priority, kTag, text);
+}
+
+}  // namespace vorn
+
+void initLogLevel() {
+  int level = __atomic_load_n(&nr_log_Level, __ATOMIC_RELAXED);
+  char value[vorn::kPropertyMax];
+  if (vorn::platform_property("ro.debuggable", value) >= 1) level = leading_number(value) ? 4 : 3;
+  if (vorn::platform_property("persist.vendor.cam.nr_api.log", value) >= 1) {
+    const int wanted = leading_number(value);
+    if (wanted >= 0) level = wanted;
+  }
+  __atomic_store_n(&nr_log_Level, level, __ATOMIC_RELAXED);
+}
+
+void lib_version() {
+  VORN_LOGI("%s\n", "CAM_ALGO_CV_YCNR_LIBVER [1.0.1.2.2768825][Aug 28 2024][18:43:33]");
+}
+
+double getTime() {
+  timespec now = {};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  const double total =
+      std::fma(static_cast<double>(now.tv_sec), kNsPerSecond, static_cast<double>(now.tv_nsec));
+  return static_cast<double>(static_cast<int64_t>(total)) * kMsPerNs;
+}
+
+void getProperty_NR(const char* name, const char* default_value, char* value) {
+  char set[vorn::kPropertyMax];
+  vorn::platform_property(name, set);
+  std::snprintf(value, kPropertyBuffer, "%s", set[0] ? set : default_value);
+}
+
+void getTimestamp_NR(char* buffer, int size) {
+  if (size < 1) return;
+  const time_t now = time(nullptr);
+  tm local;
+  if (!localtime_r(&now, &local)) return;
+  strftime(buffer, static_cast<size_t>(size), "%Y%m%d%H%M%S", &local);
+}
