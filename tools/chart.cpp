@@ -5,19 +5,19 @@
 #include <cmath>
 #include <cstdint>
 
-namespace vorn {
+namespace vorn::tool {
 namespace {
 
-struct Colour {
+struct rgb {
   float r, g, b;  // code values 0..255
 };
 
-struct Box {
+struct rect {
   int x, y, width, height;
 };
 
 constexpr int kSteps = 12;
-constexpr std::array<Colour, kSteps> kColours = {{
+constexpr std::array<rgb, kSteps> kColours = {{
     {200, 30, 40},    // red
     {30, 140, 60},    // green
     {35, 50, 170},    // blue
@@ -32,24 +32,24 @@ constexpr std::array<Colour, kSteps> kColours = {{
     {110, 20, 70},    // wine
 }};
 
-class Canvas {
+class drawing {
  public:
-  Canvas(int width, int height) : width(width), height(height), pixels(size_t(width) * height) {}
-  Colour& at(int x, int y) { return pixels[size_t(y) * width + x]; }
-  void mix_in(int x, int y, const Colour& c, float share) {
-    Colour& p = at(x, y);
+  drawing(int width, int height) : width(width), height(height), pixels(size_t(width) * height) {}
+  rgb& at(int x, int y) { return pixels[size_t(y) * width + x]; }
+  void mix_in(int x, int y, const rgb& c, float share) {
+    rgb& p = at(x, y);
     p.r += share * (c.r - p.r);
     p.g += share * (c.g - p.g);
     p.b += share * (c.b - p.b);
   }
   int width, height;
-  std::vector<Colour> pixels;
+  std::vector<rgb> pixels;
 };
 
 // A fixed sequence of numbers.
-class Dice {
+class random_numbers {
  public:
-  explicit Dice(uint64_t seed) : state_(seed) {}
+  explicit random_numbers(uint64_t seed) : state_(seed) {}
   float uniform() {  // 0 < result <= 1
     state_ += 0x9e3779b97f4a7c15u;
     uint64_t z = state_;
@@ -73,7 +73,7 @@ float sine_of_turn(float turns) {
   return t < 0.5f ? s : -s;
 }
 
-void fill(Canvas* canvas, const Box& box, const Colour& colour) {
+void fill(drawing* canvas, const rect& box, const rgb& colour) {
   for (int y = box.y; y < box.y + box.height; ++y)
     for (int x = box.x; x < box.x + box.width; ++x) canvas->at(x, y) = colour;
 }
@@ -85,7 +85,7 @@ int part(int length, int i, int n) {
   return static_cast<int>(static_cast<int64_t>(length) * i / n) & ~1;
 }
 
-Box cell(const Box& area, int column, int columns, int row, int rows) {
+rect cell(const rect& area, int column, int columns, int row, int rows) {
   const int x0 = part(area.width, column, columns), x1 = part(area.width, column + 1, columns);
   const int y0 = part(area.height, row, rows), y1 = part(area.height, row + 1, rows);
   const bool last_column = column + 1 == columns, last_row = row + 1 == rows;
@@ -93,11 +93,11 @@ Box cell(const Box& area, int column, int columns, int row, int rows) {
           (last_row ? area.height : y1) - y0};
 }
 
-struct Layout {
-  Box greys, colours, ramps, edges, leaves, faint_leaves;
+struct chart_layout {
+  rect greys, colours, ramps, edges, leaves, faint_leaves;
 };
 
-Layout layout(int width, int height) {
+chart_layout layout(int width, int height) {
   const int top = part(height, 1, 6), body = part(height, 2, 6);
   const int left = part(width, 1, 3), right = part(width, 2, 3);
   const int split = body + part(height - body, 3, 5);
@@ -111,21 +111,21 @@ Layout layout(int width, int height) {
 
 // ---- the parts ----------------------------------------------------------------------------------
 
-Colour grey_step(int i) {
+rgb grey_step(int i) {
   const float level = 12.0f + 21.0f * static_cast<float>(i);  // 12, 33, ... 243
   return {level, level, level};
 }
 
-void draw_patches(Canvas* canvas, const Layout& at) {
+void draw_patches(drawing* canvas, const chart_layout& at) {
   for (int i = 0; i < kSteps; ++i) {
     fill(canvas, cell(at.greys, i, kSteps, 0, 1), grey_step(i));
     fill(canvas, cell(at.colours, i, kSteps, 0, 1), kColours[i]);
   }
 }
 
-void draw_ramps(Canvas* canvas, const Box& area) {
-  const Box grey = cell(area, 0, 1, 0, 3), colour = cell(area, 0, 1, 1, 3),
-            sweep = cell(area, 0, 1, 2, 3);
+void draw_ramps(drawing* canvas, const rect& area) {
+  const rect grey = cell(area, 0, 1, 0, 3), colour = cell(area, 0, 1, 1, 3),
+             sweep = cell(area, 0, 1, 2, 3);
   for (int y = 0; y < grey.height; ++y) {
     for (int x = 0; x < grey.width; ++x) {
       const float level = 255.0f * static_cast<float>(x) / static_cast<float>(grey.width - 1);
@@ -156,11 +156,11 @@ void draw_ramps(Canvas* canvas, const Box& area) {
 }
 
 // Tilted squares of other colours on a ground: edges 5 degrees off the grid, one pixel wide.
-void draw_edges(Canvas* canvas, const Box& area) {
-  struct Pair {
-    Colour ground, square;
+void draw_edges(drawing* canvas, const rect& area) {
+  struct pair {
+    rgb ground, square;
   };
-  constexpr std::array<Pair, 6> kPairs = {{
+  constexpr std::array<pair, 6> kPairs = {{
       {{40, 40, 40}, {210, 210, 210}},
       {{110, 110, 110}, {160, 160, 160}},
       {{150, 150, 150}, {135, 135, 135}},
@@ -170,7 +170,7 @@ void draw_edges(Canvas* canvas, const Box& area) {
   }};
   constexpr float kSlope = 0.0875f;  // tangent of 5 degrees
   for (size_t i = 0; i < kPairs.size(); ++i) {
-    const Box box = cell(area, static_cast<int>(i % 2), 2, static_cast<int>(i / 2), 3);
+    const rect box = cell(area, static_cast<int>(i % 2), 2, static_cast<int>(i / 2), 3);
     fill(canvas, box, kPairs[i].ground);
     const float half = 0.33f * static_cast<float>(std::min(box.width, box.height));
     for (int y = 0; y < box.height; ++y) {
@@ -188,10 +188,10 @@ void draw_edges(Canvas* canvas, const Box& area) {
 
 // Discs with radii distributed as 1 / r^3, each over the ones before: the statistics of natural
 // texture at every scale. Levels lie in centre +- spread, colours in +- chroma around them.
-void draw_leaves(Canvas* canvas, const Box& box, uint64_t seed, float centre, float spread,
+void draw_leaves(drawing* canvas, const rect& box, uint64_t seed, float centre, float spread,
                  float chroma) {
   constexpr float kSmallest = 1.2f, kLargest = 48.0f;
-  Dice dice(seed);
+  random_numbers dice(seed);
   fill(canvas, box, {centre, centre, centre});
   const float area = static_cast<float>(box.width) * static_cast<float>(box.height);
   const int count = static_cast<int>(area / 5.0f);
@@ -203,9 +203,9 @@ void draw_leaves(Canvas* canvas, const Box& box, uint64_t seed, float centre, fl
     const float mx = dice.between(-radius, static_cast<float>(box.width) + radius);
     const float my = dice.between(-radius, static_cast<float>(box.height) + radius);
     const float level = dice.between(centre - spread, centre + spread);
-    const Colour colour = {level + dice.between(-chroma, chroma),
-                           level + dice.between(-chroma, chroma),
-                           level + dice.between(-chroma, chroma)};
+    const rgb colour = {level + dice.between(-chroma, chroma),
+                        level + dice.between(-chroma, chroma),
+                        level + dice.between(-chroma, chroma)};
     const int x0 = std::max(0, static_cast<int>(std::floor(mx - radius - 1)));
     const int x1 = std::min(box.width - 1, static_cast<int>(std::floor(mx + radius + 1)));
     const int y0 = std::max(0, static_cast<int>(std::floor(my - radius - 1)));
@@ -225,25 +225,25 @@ uint8_t rounded(float value) {
   return static_cast<uint8_t>(std::clamp(value + 0.5f, 0.0f, 255.0f));
 }
 
-float luma_of(const Colour& c) {
+float luma_of(const rgb& c) {
   return 0.299f * c.r + 0.587f * c.g + 0.114f * c.b;
 }
 
 // BT.601 full range; chroma is the mean of its four pixels.
-void convert(const Canvas& canvas, Frame* frame) {
-  const auto pixel = [&](int x, int y) -> const Colour& {
+void convert(const drawing& canvas, frame& f) {
+  const auto pixel = [&](int x, int y) -> const rgb& {
     return canvas.pixels[size_t(std::min(y, canvas.height - 1)) * canvas.width +
                          std::min(x, canvas.width - 1)];
   };
-  for (int y = 0; y < frame->height; ++y)
-    for (int x = 0; x < frame->width; ++x)
-      frame->luma()[size_t(y) * frame->width + x] = rounded(luma_of(pixel(x, y)));
-  for (int y = 0; y < frame->height; y += 2) {
-    uint8_t* row = frame->chroma() + size_t(y / 2) * frame->width;
-    for (int x = 0; x < frame->width; x += 2) {
+  for (int y = 0; y < f.padded_height; ++y)
+    for (int x = 0; x < f.padded_width; ++x)
+      f.luma()[size_t(y) * f.padded_width + x] = rounded(luma_of(pixel(x, y)));
+  for (int y = 0; y < f.padded_height; y += 2) {
+    uint8_t* row = f.chroma() + size_t(y / 2) * f.padded_width;
+    for (int x = 0; x < f.padded_width; x += 2) {
       float u = 0, v = 0;
       for (int k = 0; k < 4; ++k) {
-        const Colour& c = pixel(x + (k & 1), y + (k >> 1));
+        const rgb& c = pixel(x + (k & 1), y + (k >> 1));
         u += (c.b - luma_of(c)) * (0.5f / (1 - 0.114f));
         v += (c.r - luma_of(c)) * (0.5f / (1 - 0.299f));
       }
@@ -255,25 +255,25 @@ void convert(const Canvas& canvas, Frame* frame) {
 
 }  // namespace
 
-Frame draw_chart(int width, int height) {
-  Canvas canvas(width, height);
-  const Layout at = layout(width, height);
+frame draw_chart(int width, int height) {
+  drawing canvas(width, height);
+  const chart_layout at = layout(width, height);
   draw_patches(&canvas, at);
   draw_ramps(&canvas, at.ramps);
   draw_edges(&canvas, at.edges);
   draw_leaves(&canvas, at.leaves, 11, 120, 90, 30);
   draw_leaves(&canvas, at.faint_leaves, 12, 135, 18, 0);
-  Frame frame(width, height);
-  convert(canvas, &frame);
-  return frame;
+  frame f = make_frame(width, height);
+  convert(canvas, f);
+  return f;
 }
 
-std::vector<ChartPatch> chart_patches(int width, int height) {
-  const Layout at = layout(width, height);
-  std::vector<ChartPatch> patches;
-  for (const Box& row : {at.greys, at.colours}) {
+std::vector<chart_patch> chart_patches(int width, int height) {
+  const chart_layout at = layout(width, height);
+  std::vector<chart_patch> patches;
+  for (const rect& row : {at.greys, at.colours}) {
     for (int i = 0; i < kSteps; ++i) {
-      const Box box = cell(row, i, kSteps, 0, 1);
+      const rect box = cell(row, i, kSteps, 0, 1);
       const int dx = (box.width / 5) & ~1, dy = (box.height / 5) & ~1;
       patches.push_back(
           {box.x + dx, box.y + dy, (box.width - 2 * dx) & ~1, (box.height - 2 * dy) & ~1});
@@ -282,4 +282,4 @@ std::vector<ChartPatch> chart_patches(int width, int height) {
   return patches;
 }
 
-}  // namespace vorn
+}  // namespace vorn::tool

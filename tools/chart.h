@@ -12,26 +12,23 @@
 //   +-------------+--------------+-------------+
 //
 // Drawn with +, -, *, / and square roots only, so every machine draws the same bytes.
-#ifndef VORN_TOOLS_CHART_H
-#define VORN_TOOLS_CHART_H
+#pragma once
 
 #include <vector>
 
 #include "tools/frame.h"
 
-namespace vorn {
+namespace vorn::tool {
 
 // The chart without noise. Patches and tiles scale with the size, texture does not.
 // Width and height from 64.
-Frame draw_chart(int width, int height);
+frame draw_chart(int width, int height);
 
 // A rectangle of one colour, some pixels inside its patch; corners are even.
-struct ChartPatch {
+struct chart_patch {
   int x, y, width, height;
 };
 // The flat patches of a chart of this size: 12 grey ones from dark to bright, then 12 colours.
-std::vector<ChartPatch> chart_patches(int width, int height);
+std::vector<chart_patch> chart_patches(int width, int height);
 
-}  // namespace vorn
-
-#endif  // VORN_TOOLS_CHART_H
+}  // namespace vorn::tool

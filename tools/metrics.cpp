@@ -6,7 +6,7 @@
 #include <limits>
 #include <vector>
 
-namespace vorn {
+namespace vorn::tool {
 namespace {
 
 constexpr int kWindow = 11;
@@ -36,21 +36,21 @@ constexpr int kMoments = 5;
 
 }  // namespace
 
-PlaneView luma_view(const Frame& frame) {
-  return {frame.luma(), frame.crop_width, frame.crop_height, frame.width, 1};
+plane_view luma_view(const frame& f) {
+  return {f.luma(), f.width, f.height, f.padded_width, 1};
 }
 
-PlaneView u_view(const Frame& frame) {
-  return {frame.chroma(), (frame.crop_width + 1) / 2, (frame.crop_height + 1) / 2, frame.width, 2};
+plane_view u_view(const frame& f) {
+  return {f.chroma(), f.chroma_width(), f.chroma_height(), f.padded_width, 2};
 }
 
-PlaneView v_view(const Frame& frame) {
-  PlaneView view = u_view(frame);
+plane_view v_view(const frame& f) {
+  plane_view view = u_view(f);
   ++view.data;
   return view;
 }
 
-double mean(const PlaneView& a) {
+double mean(const plane_view& a) {
   uint64_t sum = 0;
   for (int y = 0; y < a.height; ++y) {
     const uint8_t* row = a.data + y * a.stride;
@@ -59,7 +59,7 @@ double mean(const PlaneView& a) {
   return static_cast<double>(sum) / (static_cast<double>(a.width) * a.height);
 }
 
-double mean_squared_error(const PlaneView& a, const PlaneView& b) {
+double mean_squared_error(const plane_view& a, const plane_view& b) {
   uint64_t sum = 0;
   for (int y = 0; y < a.height; ++y) {
     const uint8_t* row_a = a.data + y * a.stride;
@@ -77,11 +77,11 @@ double psnr_of(double mse) {
   return 10 * std::log10(255.0 * 255.0 / mse);
 }
 
-double psnr(const PlaneView& a, const PlaneView& b) {
+double psnr(const plane_view& a, const plane_view& b) {
   return psnr_of(mean_squared_error(a, b));
 }
 
-double ssim(const PlaneView& a, const PlaneView& b) {
+double ssim(const plane_view& a, const plane_view& b) {
   const std::vector<float> wx = gaussian_window(window_for(a.width));
   const std::vector<float> wy = gaussian_window(window_for(a.height));
   const int size_x = static_cast<int>(wx.size());
@@ -143,9 +143,9 @@ double ssim(const PlaneView& a, const PlaneView& b) {
   return total / (static_cast<double>(out_width) * out_height);
 }
 
-Quality compare_frames(const Frame& frame, const Frame& reference) {
-  const PlaneView a[3] = {luma_view(frame), u_view(frame), v_view(frame)};
-  const PlaneView b[3] = {luma_view(reference), u_view(reference), v_view(reference)};
+quality compare_frames(const frame& f, const frame& reference) {
+  const plane_view a[3] = {luma_view(f), u_view(f), v_view(f)};
+  const plane_view b[3] = {luma_view(reference), u_view(reference), v_view(reference)};
   double mse[3], similarity[3], shift[3];
   for (int c = 0; c < 3; ++c) {
     mse[c] = mean_squared_error(a[c], b[c]);
@@ -157,4 +157,4 @@ Quality compare_frames(const Frame& frame, const Frame& reference) {
           shift[1],        shift[2]};
 }
 
-}  // namespace vorn
+}  // namespace vorn::tool

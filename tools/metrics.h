@@ -1,4 +1,4 @@
-// Quality figures of one channel against a reference of the same size.
+// quality figures of one channel against a reference of the same size.
 //
 // PSNR: 10 log10(255^2 / MSE) over all samples of the channel; identical channels give infinity.
 // SSIM: mean over the channel of the structural similarity of Wang et al. with an 11x11 Gaussian
@@ -6,18 +6,17 @@
 //   evaluated where the window lies inside the channel. Channels below 11 samples in a direction
 //   use the largest odd window that fits there.
 // Chroma is compared at its own resolution, U and V apart; nothing is converted to RGB.
-#ifndef VORN_TOOLS_METRICS_H
-#define VORN_TOOLS_METRICS_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
 
 #include "tools/frame.h"
 
-namespace vorn {
+namespace vorn::tool {
 
 // One channel in memory: sample (x, y) is data[y * stride + x * step].
-struct PlaneView {
+struct plane_view {
   const uint8_t* data;
   int width;
   int height;
@@ -26,27 +25,25 @@ struct PlaneView {
 };
 
 // A channel of a frame without its padding.
-PlaneView luma_view(const Frame& frame);
-PlaneView u_view(const Frame& frame);
-PlaneView v_view(const Frame& frame);
+plane_view luma_view(const frame& f);
+plane_view u_view(const frame& f);
+plane_view v_view(const frame& f);
 
-double mean(const PlaneView& a);
-double mean_squared_error(const PlaneView& a, const PlaneView& b);
-double psnr(const PlaneView& a, const PlaneView& b);
-double ssim(const PlaneView& a, const PlaneView& b);
+double mean(const plane_view& a);
+double mean_squared_error(const plane_view& a, const plane_view& b);
+double psnr(const plane_view& a, const plane_view& b);
+double ssim(const plane_view& a, const plane_view& b);
 
 // PSNR in dB of a mean squared error, infinity for 0.
 double psnr_of(double mean_squared_error);
 
 // All figures of one frame against a reference.
-struct Quality {
+struct quality {
   double psnr_y, psnr_u, psnr_v;
   double psnr_uv;  // of the mean squared error of U and V together
   double ssim_y, ssim_u, ssim_v;
   double mean_shift_y, mean_shift_u, mean_shift_v;  // mean(frame) - mean(reference), grey levels
 };
-Quality compare_frames(const Frame& frame, const Frame& reference);
+quality compare_frames(const frame& f, const frame& reference);
 
-}  // namespace vorn
-
-#endif  // VORN_TOOLS_METRICS_H
+}  // namespace vorn::tool

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <vector>
 
-namespace vorn {
+namespace vorn::tool {
 namespace {
 
 // ---- random numbers -----------------------------------------------------------------------------
@@ -42,9 +42,9 @@ double to_linear(double v) {
   return b * b * root * root;  // b^2.4
 }
 
-class ToneCurve {
+class tone_curve {
  public:
-  ToneCurve() : linear_(kCodes + 2), code_(kLights + 2) {
+  tone_curve() : linear_(kCodes + 2), code_(kLights + 2) {
     for (int i = 0; i < kCodes + 2; ++i)
       linear_[i] = static_cast<float>(to_linear(static_cast<double>(i) / kCodes));
     // The inverse by walking up the finely sampled curve.
@@ -78,12 +78,12 @@ class ToneCurve {
 
 // ---- sensor -------------------------------------------------------------------------------------
 
-struct Rgb {
+struct rgb {
   float r, g, b;
 };
 
 // BT.601 full range, as in JPEG files; values are code values 0..1.
-Rgb to_rgb(uint8_t y, uint8_t u, uint8_t v) {
+rgb to_rgb(uint8_t y, uint8_t u, uint8_t v) {
   const float s = 1.0f / 255.0f;
   const float cu = (static_cast<float>(u) - 128.0f) * s;
   const float cv = (static_cast<float>(v) - 128.0f) * s;
@@ -96,21 +96,21 @@ uint8_t rounded(float value) {
 }
 
 // Standard deviation of one channel's noise in linear light after white balance.
-struct Channel {
+struct channel_noise {
   float photon;   // w * gain / full_well
   float read_sq;  // (w * read_noise * gain / full_well)^2
   float sigma(float light) const { return std::sqrt(light * photon + read_sq); }
 };
 
-Channel channel(const NoiseModel& m, double balance) {
+channel_noise channel(const noise_model& m, double balance) {
   const double per_electron = m.gain / m.full_well;
   const double read = balance * m.read_noise * per_electron;
   return {static_cast<float>(balance * per_electron), static_cast<float>(read * read)};
 }
 
 // One float per sample of a grid, read with its edge samples repeated outwards.
-struct Grid {
-  Grid(int width_in, int height_in)
+struct float_grid {
+  float_grid(int width_in, int height_in)
       : width(width_in), height(height_in), samples(size_t(width_in) * height_in) {}
   float& operator()(int x, int y) { return samples[size_t(y) * width + x]; }
   float at(int x, int y) const {
@@ -138,8 +138,8 @@ struct Grid {
   std::vector<float> samples;
 };
 
-Grid unit_noise(int width, int height, uint64_t key) {
-  Grid grid(width, height);
+float_grid unit_noise(int width, int height, uint64_t key) {
+  float_grid grid(width, height);
   for (size_t i = 0; i < grid.samples.size(); ++i) grid.samples[i] = normal(mix(key + i));
   return grid;
 }
@@ -147,26 +147,26 @@ Grid unit_noise(int width, int height, uint64_t key) {
 // Where the colour filter array has its red and blue pixels within 2x2.
 constexpr int kRedX = 1, kRedY = 0, kBlueX = 0, kBlueY = 1;
 
-Rgb clean_at(const Frame& frame, int x, int y) {
-  const uint8_t* uv = frame.chroma() + size_t(y / 2) * frame.width + (x & ~1);
-  return to_rgb(frame.luma()[size_t(y) * frame.width + x], uv[0], uv[1]);
+rgb clean_at(const frame& f, int x, int y) {
+  const uint8_t* uv = f.chroma() + size_t(y / 2) * f.padded_width + (x & ~1);
+  return to_rgb(f.luma()[size_t(y) * f.padded_width + x], uv[0], uv[1]);
 }
 
 }  // namespace
 
-void add_noise(Frame* frame, const NoiseModel& model) {
+void add_noise(frame& f, const noise_model& model) {
   if (!(model.gain > 0)) return;
-  static const ToneCurve curve;
-  const int width = frame->width, height = frame->height;
-  const Channel red = channel(model, model.red_balance);
-  const Channel green = channel(model, 1);
-  const Channel blue = channel(model, model.blue_balance);
+  static const tone_curve curve;
+  const int width = f.padded_width, height = f.padded_height;
+  const channel_noise red = channel(model, model.red_balance);
+  const channel_noise green = channel(model, 1);
+  const channel_noise blue = channel(model, model.blue_balance);
   const uint64_t key = mix(model.seed + 0x51ed270b0a1f39c1u);
 
   // Green: noise at every pixel, in linear light.
-  Grid green_noise = unit_noise(width, height, mix(key + 1));
+  float_grid green_noise = unit_noise(width, height, mix(key + 1));
   if (model.luma_blur > 0) {
-    const Grid sharp = green_noise;
+    const float_grid sharp = green_noise;
     const float share = static_cast<float>(model.luma_blur);
     for (int y = 0; y < height; ++y)
       for (int x = 0; x < width; ++x)
@@ -174,19 +174,19 @@ void add_noise(Frame* frame, const NoiseModel& model) {
   }
   for (int y = 0; y < height; ++y)
     for (int x = 0; x < width; ++x)
-      green_noise(x, y) *= green.sigma(curve.linear(clean_at(*frame, x, y).g));
+      green_noise(x, y) *= green.sigma(curve.linear(clean_at(f, x, y).g));
 
   // Red and blue are measured at one pixel in four; their difference to green is what a
   // demosaicing step interpolates in between.
-  Grid red_difference = unit_noise(width / 2, height / 2, mix(key + 2));
-  Grid blue_difference = unit_noise(width / 2, height / 2, mix(key + 3));
+  float_grid red_difference = unit_noise(width / 2, height / 2, mix(key + 2));
+  float_grid blue_difference = unit_noise(width / 2, height / 2, mix(key + 3));
   for (int y = 0; y < height / 2; ++y) {
     for (int x = 0; x < width / 2; ++x) {
       const int rx = 2 * x + kRedX, ry = 2 * y + kRedY, bx = 2 * x + kBlueX, by = 2 * y + kBlueY;
       float& r = red_difference(x, y);
       float& b = blue_difference(x, y);
-      r = r * red.sigma(curve.linear(clean_at(*frame, rx, ry).r)) - green_noise(rx, ry);
-      b = b * blue.sigma(curve.linear(clean_at(*frame, bx, by).b)) - green_noise(bx, by);
+      r = r * red.sigma(curve.linear(clean_at(f, rx, ry).r)) - green_noise(rx, ry);
+      b = b * blue.sigma(curve.linear(clean_at(f, bx, by).b)) - green_noise(bx, by);
     }
   }
 
@@ -194,13 +194,13 @@ void add_noise(Frame* frame, const NoiseModel& model) {
   // to luma per pixel and to chroma as the mean of its four pixels.
   for (int cy = 0; cy < height / 2; ++cy) {
     for (int cx = 0; cx < width / 2; ++cx) {
-      uint8_t* uv = frame->chroma() + size_t(cy) * width + 2 * cx;
+      uint8_t* uv = f.chroma() + size_t(cy) * width + 2 * cx;
       const uint8_t u = uv[0], v = uv[1];
       float du = 0, dv = 0;
       for (int k = 0; k < 4; ++k) {
         const int x = 2 * cx + (k & 1), y = 2 * cy + (k >> 1);
-        uint8_t* luma = frame->luma() + size_t(y) * width + x;
-        const Rgb clean = to_rgb(*luma, u, v);
+        uint8_t* luma = f.luma() + size_t(y) * width + x;
+        const rgb clean = to_rgb(*luma, u, v);
         const float r = curve.linear(clean.r), g = curve.linear(clean.g), b = curve.linear(clean.b);
         const float ng = green_noise(x, y);
         const float nr = ng + red_difference.between(x, y, kRedX, kRedY);
@@ -219,4 +219,4 @@ void add_noise(Frame* frame, const NoiseModel& model) {
   }
 }
 
-}  // namespace vorn
+}  // namespace vorn::tool

@@ -11,16 +11,15 @@
 // Noise is normally distributed (a sum of twelve uniform numbers), drawn from a hash of seed, pixel
 // and channel: no state, no order. Only +, -, *, / and square roots are used, without contraction,
 // so no machine's mathematical library can change a byte.
-#ifndef VORN_TOOLS_NOISE_MODEL_H
-#define VORN_TOOLS_NOISE_MODEL_H
+#pragma once
 
 #include <cstdint>
 
 #include "tools/frame.h"
 
-namespace vorn {
+namespace vorn::tool {
 
-struct NoiseModel {
+struct noise_model {
   double gain = 8;            // sensor gain, 1 = base sensitivity; 0 adds nothing
   uint64_t seed = 1;          // another seed, another picture of the same noise
   double full_well = 4500;    // electrons at white at gain 1
@@ -33,8 +32,6 @@ struct NoiseModel {
 };
 
 // Adds noise to a clean frame. Padding outside the crop receives noise like the rest.
-void add_noise(Frame* frame, const NoiseModel& model);
+void add_noise(frame& f, const noise_model& model);
 
-}  // namespace vorn
-
-#endif  // VORN_TOOLS_NOISE_MODEL_H
+}  // namespace vorn::tool
