@@ -17,26 +17,35 @@ struct cnr_handle_t {
 
 // Built per call from _tag_cnr_param_output; the driver rewrites some fields between levels.
 struct _tag_cnr_param {
-  float range_coef[3];   // all equal: 1 / range_factor^2, halved for the masked filters
+  float range_coef[3];  // all equal: 1 / range_factor^2, halved for the masked filters
   int range_factor_sq;
-  int reserved0;         // written as 0
-  int smooth_radius;     // half-length of the window in pixels, a multiple of smooth_step
-  int smooth_step;       // distance between taps in pixels
-  int scale;             // pyramid mode 0, 1 or 2
-  int saturation;        // 0: split without saturation
-  int reserved1;         // written as 0
+  int reserved0;      // written as 0
+  int smooth_radius;  // half-length of the window in pixels, a multiple of smooth_step
+  int smooth_step;    // distance between taps in pixels
+  int scale;          // pyramid mode 0, 1 or 2
+  int saturation;     // 0: split without saturation
+  int reserved1;      // written as 0
   int color_edge_u;
   int color_edge_v;
-  int level_mode;        // -1 or 0, set by the driver before each pass
+  int level_mode;  // -1 or 0, set by the driver before each pass
 };
 
+// Creates the chroma handle of a width x height frame on owner's pool. Returns null, with ERROR
+// lines, when the size is below 1x1 or too large for 32-bit sizes, or without memory.
 VORN_API cnr_handle_t* cnr_init(int width, int height, denoise_handle_t* owner);
+// Allocates the scratch block for the handle's size and lays the images out in it. Returns 0 or -1.
 VORN_API int cnr_Allocate_slice_memory(cnr_handle_t* handle);
+// Frees the block and the handle. Returns 0, or -1 for null.
 VORN_API int cnr_deinit(void* handle);
+// Fills in name, build stamps, version and scratch size. Returns 0, or -1 for a null pointer.
 VORN_API int cnr_capability(void* handle, __cnr_capability_param* capability);
+// One frame: makes the per-call record out of the tuning and runs the chroma driver. handle is the
+// denoise_handle_t. The masked form takes only range factor and saturation from the tuning.
+// Returns 0, or -1 as the driver does.
 VORN_API int uni_color_noise_reduce_process(void* handle, _tag_uni_image* src, _tag_uni_image* dst,
                                             _tag_cnr_param_output* tuning);
 VORN_API int uni_color_noise_reduce_mask_process(void* handle, _tag_uni_image* src,
                                                  _tag_uni_image* dst, _tag_uni_image* mask,
                                                  _tag_cnr_param_output* tuning);
+// Does nothing and returns 0; kept for callers that link it.
 VORN_API int color_noise_reduce_deinit(void** handle);

@@ -1,7 +1,21 @@
+// Smooths a U and a V plane along rows or along columns, each pixel over neighbours that resemble
+// it in luma, U and V.
+//
+// Shape   five images of one size, width = stride. vermerge writes dst_uv, width * 2 bytes per row.
+// Reads   the guide and both sources, up to smooth_radius pixels along the axis, cut at the
+// borders. Writes  rows row_begin..row_end-1 of dst_u and dst_v (vermerge: of dst_uv alone).
+// Sources and
+//         destinations are different planes.
+// Rounds  (sum + bias) / weight, truncated, the bias 0 to 3/4 of the weight by a fixed dither;
+//         vermerge rounds to nearest without dither.
+// Errors  the _thread functions return -1 when a slice could not be queued. Any tuning is defined:
+//         a radius or step below 1 has no taps, a range factor of 0 no weights.
+// Threads four row slices; each _process signals its pool last.
 #pragma once
 
 #include "cnr/cnr_handle.h"
 
+// One slice of the horizontal or vertical pass.
 struct hor_ver_job {
   _tag_uni_image* guide;
   _tag_uni_image* src_u;
@@ -15,6 +29,7 @@ struct hor_ver_job {
   int job_index;
 };
 
+// One slice of the vertical pass that writes interleaved chroma.
 struct vermerge_job {
   _tag_uni_image* guide;
   _tag_uni_image* src_u;

@@ -1,4 +1,15 @@
+// Splits the frame's interleaved chroma plane into a U and a V plane, with or without a gain on the
+// distance from neutral grey (128), and joins them again.
+//
+// Shape   planes are contiguous: byte i of the interleaved plane belongs to sample i / 2. width is
+//         the interleaved row in bytes.
+// Rounds  gain: x + ((x - 128) * saturation + 8 >> 4), clamped to 0..255.
+// Errors  the _thread functions return -1 when a slice could not be queued.
+// Threads four slices over disjoint rows; each _process signals its pool last.
 #pragma once
+
+#include <cstddef>
+#include <cstdint>
 
 #include "cnr/cnr_handle.h"
 
@@ -32,3 +43,11 @@ VORN_API int split_UV_saturation_thread(cnr_handle_t* handle, unsigned char* src
                                         int width, int rows);
 VORN_API int mergeUV_thread(cnr_handle_t* handle, unsigned char* dst_uv, unsigned char* src_u,
                             unsigned char* src_v, int width, int rows);
+
+namespace vorn {
+
+// Splits `pairs` pairs with a gain: the one rule of all splits with saturation. Whole steps of 16
+// pairs take the low 8 bits of the gain as a signed number, the pairs after them the full value.
+void split_with_gain(const uint8_t* src_uv, uint8_t* dst_u, uint8_t* dst_v, size_t pairs, int gain);
+
+}  // namespace vorn

@@ -1,0 +1,107 @@
+// What every form of the directional chroma filters shares: the tap grid, the radial factor, the
+// start of a row's dither, and the distance of two pixels. All of it is defined for any tuning:
+// products that may leave 32 bits wrap.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+
+#include "cnr/cnr_tables.h"
+
+namespace vorn {
+
+// Offsets first, first + step, ... <= last along one axis; none when first > last. 0 is the centre
+// pixel, which callers skip.
+struct tap_range {
+  int first;
+  int last;
+};
+
+// Taps of the pixel at `position` on an axis of `length` pixels. Where the window is cut at the
+// near border the grid starts at the border. A radius or step below 1 has no taps.
+inline tap_range taps_at(int position, int length, int radius, int step) {
+  if (radius < 1 || step < 1) return {0, -1};
+  const int after = length - 1 - position;
+  return {-radius > -position ? -radius : -position, radius < after ? radius : after};
+}
+
+constexpr uint8_t kRadial[5] = {128, 108, 108, 91, 76};
+
+// Scale of the distance in 1/128: full at the centre of the level, less towards its corners.
+inline int radial_at(int x, int y, int width, int height) {
+  const int centre_x = width >> 1;
+  const int centre_y = height >> 1;
+  const int64_t reach = static_cast<int64_t>(centre_x) + centre_y;
+  if (reach == 0) return kRadial[0];
+  const int64_t distance = static_cast<int64_t>(std::abs(x - centre_x)) + std::abs(y - centre_y);
+  return kRadial[4 * distance / reach];
+}
+
+// Index of a row's first dither entry, not yet wrapped into the table. The horizontal pass adds
+// the level mode to the row, the vertical pass to the value. Row -1, mode -1 on the first row, is
+// the last dither entry: the two tables stand back to back, dither first, and the first row is
+// rounded by it. Kept on purpose (HorVer.FirstRowDither).
+inline int64_t horizontal_dither_start(int y, int level_mode) {
+  const dither_tables& tables = chroma_dither();
+  const int64_t row = static_cast<int64_t>(y) + level_mode;
+  const int64_t start = row < 0 ? tables.dither[(row + kDitherEntries) & (kDitherEntries - 1)]
+                                : tables.offset[row & (kOffsetEntries - 1)];
+  return start + 1;
+}
+
+inline int64_t vertical_dither_start(int y, int level_mode) {
+  return static_cast<int64_t>(chroma_dither().offset[y & (kOffsetEntries - 1)]) + level_mode + 1;
+}
+
+inline int dither_entry(int64_t index) {
+  return chroma_dither().dither[index & (kDitherEntries - 1)];
+}
+
+inline int wrapping_product(int a, int b) {
+  return static_cast<int>(static_cast<unsigned>(a) * static_cast<unsigned>(b));
+}
+
+inline int wrapping_sum(int a, int b) {
+  return static_cast<int>(static_cast<unsigned>(a) + static_cast<unsigned>(b));
+}
+
+// Squared distance of a colour from grey: 0..32768.
+inline int grey_distance_sq(int u, int v) {
+  return (u - 128) * (u - 128) + (v - 128) * (v - 128);
+}
+
+struct chroma_pixel {
+  int y;
+  int u;
+  int v;
+};
+
+// Distance of two pixels as an index of the range weights, 0..511: luma difference plus weighted
+// chroma differences, magnified by the centre's saturation (2^11 doubles it), scaled by the radial
+// factor. Both sums are cut to signed 16 bits and may wrap with extreme colour edges: kept on
+// purpose (HorVer.ExtremeEdges).
+inline int range_index(const chroma_pixel& centre, const chroma_pixel& tap, int edge_u, int edge_v,
+                       int grey_sq, int radial) {
+  const int d_u = wrapping_product(std::abs(centre.u - tap.u), edge_u) >> 3;
+  const int d_v = wrapping_product(std::abs(centre.v - tap.v), edge_v) >> 3;
+  const int d =
+      static_cast<int16_t>(wrapping_sum(wrapping_sum(std::abs(centre.y - tap.y), d_u), d_v));
+  const int d2 = static_cast<int16_t>(d + ((d * grey_sq) >> 11));
+  const int scaled = d2 * 4 * radial;
+  if (scaled >= 261376) return kRangeWeights - 1;
+  return scaled < 0 ? 0 : (scaled + 256) >> 9;
+}
+
+// The finer fixed point of the masked and merging passes: the centre weighs 32768, and a quotient
+// is a product with a tabulated 2^20 / n after both sums lose 11 bits.
+constexpr int kFineCentreWeight = 32768;
+
+inline uint8_t fine_quotient(int64_t sum, int64_t weight) {
+  const int64_t n = (weight + 1024) >> 11;  // 16 for the centre alone
+  const int64_t reciprocal = mask_reciprocals()[n < kMaskReciprocals ? n : kMaskReciprocals - 1];
+  const int64_t value = reciprocal * ((sum + 1024) >> 11);
+  return static_cast<uint8_t>(value < 266862592 ? (value + 524288) >> 20 : 255);
+}
+
+}  // namespace vorn

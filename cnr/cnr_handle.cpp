@@ -1,0 +1,154 @@
+#include "cnr/cnr_handle.h"
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include "api/log.h"
+#include "cnr/cnr_driver.h"
+
+namespace {
+
+constexpr const char* kBuildBanner =
+    "CAM_ALGO_CV_CNR4_LIBVER [4.0.1.2.2768825][Aug 28 2024][18:43:31]";
+
+constexpr int kLevels = 7;  // images per pyramid level
+// Behind the last plane: up-sampling reads one sample past a coarse row or plane, and narrow
+// planes are written eight samples at a time.
+constexpr size_t kSpareBytes = 128;
+
+int wrapping_square(int a) {
+  return static_cast<int>(static_cast<unsigned>(a) * static_cast<unsigned>(a));
+}
+
+// The radius rounded towards zero to a multiple of the step; 0 for a step of 0.
+int radius_in_steps(int radius, int step) {
+  if (step == 0) return 0;
+  // 64 bits: the most negative radius over a step of -1 does not fit into 32.
+  const int64_t steps = static_cast<int64_t>(radius) / step;
+  return static_cast<int>(static_cast<uint32_t>(steps * step));
+}
+
+// numerator / range_factor^2 in single precision; infinite for a factor of 0.
+float range_coefficient(float numerator, int range_factor) {
+  const float factor = static_cast<float>(range_factor);
+  return numerator / (factor * factor);
+}
+
+}  // namespace
+
+cnr_handle_t* cnr_init(int width, int height, denoise_handle_t* owner) {
+  VORN_LOGD("cnr_init start\n");
+  VORN_LOGI("%s \n", kBuildBanner);
+  auto* handle = owner ? static_cast<cnr_handle_t*>(std::malloc(sizeof(cnr_handle_t))) : nullptr;
+  if (!handle) {
+    VORN_LOGE("cnr malloc fail\n");
+    return nullptr;
+  }
+  std::memset(handle, 0, sizeof(*handle));
+  handle->cnr_version = 4;
+  handle->height = height;
+  handle->width = width;
+  handle->pool = owner->pool;
+  if (cnr_Allocate_slice_memory(handle) != 0) {
+    VORN_LOGE("cnr Allocate_slice_memory fail\n");
+    std::free(handle);
+    return nullptr;
+  }
+  return handle;
+}
+
+int cnr_Allocate_slice_memory(cnr_handle_t* handle) {
+  const int width = handle->width;
+  const int height = handle->height;
+  const bool sane = width >= 1 && height >= 1;
+  const int64_t level0 = sane ? static_cast<int64_t>(width >> 1) * (height >> 1) : 0;
+  const int64_t level1 = sane ? static_cast<int64_t>(width >> 2) * (height >> 2) : 0;
+  const int64_t size = kLevels * (level0 + level1);
+  unsigned char* block = nullptr;
+  if (sane && size <= INT32_MAX)
+    block = static_cast<unsigned char*>(std::malloc(static_cast<size_t>(size) + kSpareBytes));
+  if (!block) {
+    VORN_LOGE("malloc failed\n");
+    return -1;
+  }
+  std::memset(block, 0, static_cast<size_t>(size) + kSpareBytes);
+  for (int k = 0; k < kLevels; ++k) {
+    _tag_uni_image& fine = handle->images[2 * k];
+    fine.width = fine.stride[0] = width >> 1;
+    fine.height = height >> 1;
+    fine.plane[0] = block + k * level0;
+    _tag_uni_image& coarse = handle->images[2 * k + 1];
+    coarse.width = coarse.stride[0] = width >> 2;
+    coarse.height = height >> 2;
+    coarse.plane[0] = block + kLevels * level0 + k * level1;
+  }
+  handle->memory_size_mb = static_cast<int>(size / 1048576);
+  VORN_LOGD("cnr malloc size : %d M  \n", handle->memory_size_mb);
+  return 0;
+}
+
+int cnr_deinit(void* handle) {
+  if (!handle) {
+    VORN_LOGD("input handle is empty:%p\n", handle);
+    return -1;
+  }
+  auto* cnr = static_cast<cnr_handle_t*>(handle);
+  std::free(cnr->images[0].plane[0]);
+  std::free(cnr);
+  return 0;
+}
+
+int cnr_capability(void* handle, __cnr_capability_param* capability) {
+  if (!handle || !capability) {
+    VORN_LOGE("Error, handle = %p, param = %p\n", handle, static_cast<void*>(capability));
+    return -1;
+  }
+  // The luma library's name, kept on purpose: callers know the record by it.
+  std::strcpy(capability->name, "CAM_ALGO_CV_YNR2");
+  std::strcpy(capability->build_date, "Aug 28 2024");
+  std::strcpy(capability->build_time, "18:43:31");
+  std::strcpy(capability->version, "4.0.1.2.2768825");
+  capability->memory_mb = static_cast<cnr_handle_t*>(handle)->memory_size_mb;
+  return 0;
+}
+
+int uni_color_noise_reduce_process(void* handle, _tag_uni_image* src, _tag_uni_image* dst,
+                                   _tag_cnr_param_output* tuning) {
+  if (!tuning) return -1;
+  _tag_cnr_param param{};
+  const float coef = range_coefficient(1.0f, tuning->range_factor);
+  for (float& entry : param.range_coef) entry = coef;
+  param.range_factor_sq = wrapping_square(tuning->range_factor);
+  param.smooth_step = tuning->step;
+  param.smooth_radius = radius_in_steps(tuning->smooth_radius, tuning->step);
+  param.scale = tuning->scale;
+  param.saturation = tuning->saturation;
+  param.color_edge_u = tuning->color_edge_u;
+  param.color_edge_v = tuning->color_edge_v;
+  VORN_LOGD("scale = %d, smooth_radius = %d, smooth_step = %d , range_factor = %d \n", param.scale,
+            param.smooth_radius, param.smooth_step, tuning->range_factor);
+  return color_noise_reduce_process(handle, src, dst, &param);
+}
+
+int uni_color_noise_reduce_mask_process(void* handle, _tag_uni_image* src, _tag_uni_image* dst,
+                                        _tag_uni_image* mask, _tag_cnr_param_output* tuning) {
+  if (!tuning) return -1;
+  _tag_cnr_param param{};
+  const float coef = range_coefficient(0.5f, tuning->range_factor);
+  for (float& entry : param.range_coef) entry = coef;
+  // Only range factor and saturation come from the tuning; the rest is fixed.
+  param.smooth_radius = 18;
+  param.smooth_step = 3;
+  param.scale = 0;
+  param.saturation = tuning->saturation;
+  param.color_edge_u = 8;
+  param.color_edge_v = 9;
+  VORN_LOGD("smooth_radius = %d, smooth_step = %d , diff_y_weight = %f \n", param.smooth_radius,
+            param.smooth_step, static_cast<double>(coef));
+  return color_noise_reduce_mask_process(handle, src, dst, mask, &param);
+}
+
+int color_noise_reduce_deinit(void**) {
+  return 0;
+}
