@@ -30,16 +30,11 @@ kernel_form best_form() {
 }
 
 kernel_form initial_form() {
-#if !defined(__ANDROID__)
-  if (const char* wanted = std::getenv("VORN_KERNELS")) {
-    for (int i = 0; i < kKernelForms; ++i) {
-      const auto form = static_cast<kernel_form>(i);
-      if (std::strcmp(wanted, kNames[i]) == 0 && kernel_form_available(form)) return form;
-    }
-    if (*wanted) VORN_LOGE("VORN_KERNELS=%s is not available here, ignored\n", wanted);
-  }
-#endif
+#if defined(__ANDROID__)
   return best_form();
+#else
+  return kernel_form_for(std::getenv("VORN_KERNELS"));
+#endif
 }
 
 std::atomic<kernel_form>& form_in_force() {
@@ -74,6 +69,16 @@ bool kernel_form_available(kernel_form form) {
     default:
       return false;
   }
+}
+
+kernel_form kernel_form_for(const char* wanted) {
+  if (!wanted || !*wanted) return best_form();
+  for (int i = 0; i < kKernelForms; ++i) {
+    const auto form = static_cast<kernel_form>(i);
+    if (std::strcmp(wanted, kNames[i]) == 0 && kernel_form_available(form)) return form;
+  }
+  VORN_LOGE("VORN_KERNELS=%s is not available here, ignored\n", wanted);
+  return best_form();
 }
 
 kernel_form active_kernel_form() {

@@ -24,6 +24,10 @@ const char* kernel_form_name(kernel_form form);
 // Whether this build holds the form and this machine can run it.
 bool kernel_form_available(kernel_form form);
 
+// The form of that name; the best that is available when wanted is null or empty, or, with an ERROR
+// line, when there is no such form here.
+kernel_form kernel_form_for(const char* wanted);
+
 // The form in force: the best that is available, or the one that the environment variable
 // VORN_KERNELS names (host builds; an unknown or unavailable name is reported once and ignored).
 kernel_form active_kernel_form();

@@ -1,0 +1,217 @@
+#include "runtime/pool.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <vector>
+
+#include "api/log.h"
+#include "runtime/stage.h"
+#include "tests/support/host.h"
+
+namespace {
+
+using vorn_test::log_capture;
+using vorn_test::running_threads;
+
+struct slice {
+  std::atomic<int>* sum;
+  int row_begin;
+  int row_end;
+  pool* workers;
+};
+
+void* add_rows(void* arg) {
+  slice* job = static_cast<slice*>(arg);
+  for (int row = job->row_begin; row < job->row_end; ++row)
+    job->sum->fetch_add(row, std::memory_order_relaxed);
+  one_thread_done(job->workers);
+  return nullptr;
+}
+
+TEST(Slices, RowsAreCutIntoFourTheLastTakesTheRest) {
+  struct row {
+    int step, end;
+    int begins[4];
+  };
+  constexpr row kRows[] = {
+      {10 / 4, 10, {0, 2, 4, 6}}, {3 / 4, 3, {0, 0, 0, 0}}, {36 / 16 * 4, 36, {0, 8, 16, 24}}};
+  for (const row& r : kRows) {
+    slice jobs[4];
+    vorn::cut_rows(jobs, slice{}, r.step, r.end);
+    for (int i = 0; i < 4; ++i) {
+      EXPECT_EQ(jobs[i].row_begin, r.begins[i]);
+      EXPECT_EQ(jobs[i].row_end, i < 3 ? r.begins[i + 1] : r.end);
+    }
+  }
+}
+
+// A stage of a few microseconds, over and over, with every number of workers and with heights that
+// leave slices empty.
+TEST(Pool, ThousandsOfShortStages) {
+  for (int count = 1; count <= 4; ++count) {
+    pool* workers = nullptr;
+    ASSERT_EQ(vorn_threadpool_init(&workers, count), 0);
+    std::atomic<int> sum{0};
+    int expected = 0;
+    for (int stage = 0; stage < 3000; ++stage) {
+      const int height = stage % 23;
+      slice jobs[4];
+      vorn::cut_rows(jobs, slice{&sum, 0, 0, workers}, height / 4, height);
+      ASSERT_EQ(vorn::run_jobs(workers, add_rows, jobs), 0);
+      expected += height * (height - 1) / 2;
+      ASSERT_EQ(sum.load(std::memory_order_relaxed), expected) << stage;
+    }
+    EXPECT_EQ(vorn_threadpool_destroy(workers), 0);
+  }
+}
+
+struct gate {
+  pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+  pthread_cond_t changed = PTHREAD_COND_INITIALIZER;
+  int entered = 0;
+  bool open = false;
+  std::vector<int> order;
+};
+
+struct gate_job {
+  gate* at;
+  int number;
+  pool* workers;
+};
+
+void* pass_gate(void* arg) {
+  gate_job* job = static_cast<gate_job*>(arg);
+  gate* at = job->at;
+  pthread_mutex_lock(&at->lock);
+  ++at->entered;
+  at->order.push_back(job->number);
+  pthread_cond_broadcast(&at->changed);
+  while (!at->open) pthread_cond_wait(&at->changed, &at->lock);
+  pthread_mutex_unlock(&at->lock);
+  one_thread_done(job->workers);
+  return nullptr;
+}
+
+void wait_entered(gate* at, int count) {
+  pthread_mutex_lock(&at->lock);
+  while (at->entered < count) pthread_cond_wait(&at->changed, &at->lock);
+  pthread_mutex_unlock(&at->lock);
+}
+
+void open_gate(gate* at) {
+  pthread_mutex_lock(&at->lock);
+  at->open = true;
+  pthread_cond_broadcast(&at->changed);
+  pthread_mutex_unlock(&at->lock);
+}
+
+TEST(Pool, JobsStartInTheOrderOfSubmission) {
+  pool* workers = nullptr;
+  ASSERT_EQ(vorn_threadpool_init(&workers, 1), 0);
+  gate at;
+  gate_job jobs[20];
+  reset_thread_done(workers);
+  for (int i = 0; i < 20; ++i) {
+    jobs[i] = {&at, i, workers};
+    ASSERT_EQ(vorn_threadpool_add_worker(workers, pass_gate, &jobs[i]), 0);
+  }
+  wait_entered(&at, 1);  // the others wait behind the first
+  pthread_mutex_lock(&workers->queue_lock);
+  EXPECT_EQ(workers->cur_queue_size, 19);
+  pthread_mutex_unlock(&workers->queue_lock);
+  open_gate(&at);
+  sync_thread_done(workers, 20);
+  for (int i = 0; i < 20; ++i) EXPECT_EQ(at.order[static_cast<size_t>(i)], i);
+  EXPECT_EQ(vorn_threadpool_destroy(workers), 0);
+}
+
+void* open_late(void* arg) {
+  usleep(20000);  // let destroy ask for the shutdown first
+  open_gate(static_cast<gate*>(arg));
+  return nullptr;
+}
+
+TEST(Pool, DestroyDropsJobsThatNoWorkerHasTaken) {
+  const int before = running_threads();
+  pool* workers = nullptr;
+  ASSERT_EQ(vorn_threadpool_init(&workers, 2), 0);
+  gate at;
+  gate_job jobs[8];
+  for (int i = 0; i < 8; ++i) {
+    jobs[i] = {&at, i, workers};
+    ASSERT_EQ(vorn_threadpool_add_worker(workers, pass_gate, &jobs[i]), 0);
+  }
+  wait_entered(&at, 2);
+  pthread_t opener;
+  ASSERT_EQ(pthread_create(&opener, nullptr, open_late, &at), 0);
+  EXPECT_EQ(vorn_threadpool_destroy(workers), 0);
+  pthread_join(opener, nullptr);
+  EXPECT_EQ(at.entered, 2);
+  EXPECT_EQ(running_threads(), before);
+}
+
+TEST(Pool, DestroyWhileIdleAndRefusedWhenAlreadyAsked) {
+  const int before = running_threads();
+  for (int i = 0; i < 200; ++i) {
+    pool* workers = nullptr;
+    ASSERT_EQ(vorn_threadpool_init(&workers, 4), 0);
+    ASSERT_EQ(workers->max_thread_num, 4);
+    ASSERT_EQ(vorn_threadpool_destroy(workers), 0);
+  }
+  EXPECT_EQ(running_threads(), before);
+
+  pool* workers = nullptr;
+  ASSERT_EQ(vorn_threadpool_init(&workers, 1), 0);
+  pthread_mutex_lock(&workers->queue_lock);
+  workers->shutdown = 1;
+  pthread_mutex_unlock(&workers->queue_lock);
+  EXPECT_EQ(vorn_threadpool_destroy(workers), -1);
+  EXPECT_EQ(workers->max_thread_num, 1);  // still there
+  pthread_mutex_lock(&workers->queue_lock);
+  workers->shutdown = 0;
+  pthread_mutex_unlock(&workers->queue_lock);
+  EXPECT_EQ(vorn_threadpool_destroy(workers), 0);
+}
+
+TEST(Pool, ImpossibleThreadNumbersAreRefused) {
+  for (int count : {0, -3, 5, 1 << 30}) {
+    log_capture log;
+    pool* workers = reinterpret_cast<pool*>(16);
+    EXPECT_EQ(vorn_threadpool_init(&workers, count), -1);
+    EXPECT_EQ(workers, nullptr);
+    EXPECT_EQ(log.count('E'), 1);
+    if (count < 1) {
+      EXPECT_TRUE(log.has("E YCNR_LOG: L #, vorn_threadpool_init:all LTM thread create failed."));
+    }
+  }
+}
+
+// Whether cores 4..7 or 0..3 exist, and whether the process may raise its priority, depends on the
+// machine: each worker reports one outcome of either.
+TEST(Pool, BoundWorkersReportTheirCore) {
+  log_capture log;
+  pool* workers = nullptr;
+  ASSERT_EQ(vorn::vorn_threadpool_init(&workers, 4, 1), 0);
+  std::atomic<int> sum{0};
+  slice jobs[4];
+  vorn::cut_rows(jobs, slice{&sum, 0, 0, workers}, 1, 4);
+  EXPECT_EQ(vorn::run_jobs(workers, add_rows, jobs), 0);
+  EXPECT_EQ(vorn_threadpool_destroy(workers), 0);
+  int outcomes = 0;
+  for (const std::string& line : log.lines()) {
+    const bool bound = line.rfind("I YCNR_LOG: L #, vorn_thread_routine:core ", 0) == 0;
+    const bool unbound =
+        line == "E YCNR_LOG: L #, vorn_thread_routine:warning: could not set CPU affinity";
+    outcomes += bound || unbound;
+    if (bound) {
+      EXPECT_NE(line.find(" binded."), std::string::npos);
+      const int core = std::stoi(line.substr(line.find("core ") + 5));
+      EXPECT_TRUE(core >= 0 && core < 8);
+    }
+  }
+  EXPECT_EQ(outcomes, 4);
+}
+
+}  // namespace

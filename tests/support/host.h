@@ -1,0 +1,151 @@
+// What the tests need of the machine: captured log lines, a scratch directory, properties, counts
+// of the process's own resources.
+#pragma once
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace vorn_test {
+
+inline std::string read_file(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// A directory of its own, removed at the end.
+class temp_dir {
+ public:
+  temp_dir() {
+    std::string name = (std::filesystem::temp_directory_path() / "vorn-test-XXXXXX").string();
+    if (!mkdtemp(name.data())) abort();
+    path_ = name;
+  }
+  ~temp_dir() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  temp_dir(const temp_dir&) = delete;
+  temp_dir& operator=(const temp_dir&) = delete;
+
+  const std::filesystem::path& path() const { return path_; }
+
+  std::vector<std::string> files() const {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(path_))
+      names.push_back(entry.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+
+ private:
+  std::filesystem::path path_;
+};
+
+// The text of VORN_PROPERTIES while the object lives.
+class properties {
+ public:
+  explicit properties(const std::string& text = "") {
+    set(text);
+    setenv("VORN_PROPERTIES", file().c_str(), 1);
+  }
+  ~properties() { unsetenv("VORN_PROPERTIES"); }
+  properties(const properties&) = delete;
+  properties& operator=(const properties&) = delete;
+
+  void set(const std::string& text) { std::ofstream(file(), std::ios::binary) << text; }
+
+ private:
+  std::string file() const { return (dir_.path() / "props").string(); }
+  temp_dir dir_;
+};
+
+// Collects what is written to standard error while the object lives.
+class log_capture {
+ public:
+  log_capture() {
+    std::fflush(stderr);
+    saved_ = dup(STDERR_FILENO);
+    const int file = open((dir_.path() / "log").c_str(), O_CREAT | O_RDWR | O_APPEND, 0600);
+    dup2(file, STDERR_FILENO);
+    close(file);
+  }
+  ~log_capture() {
+    dup2(saved_, STDERR_FILENO);
+    close(saved_);
+  }
+  log_capture(const log_capture&) = delete;
+  log_capture& operator=(const log_capture&) = delete;
+
+  std::string text() const { return read_file(dir_.path() / "log"); }
+
+  // The lines with the number after "L " replaced by "#": source line numbers move.
+  std::vector<std::string> lines() const {
+    std::vector<std::string> result;
+    std::istringstream in(text());
+    for (std::string line; std::getline(in, line);) {
+      const size_t number = line.find(": L ");
+      if (number != std::string::npos) {
+        const size_t end = line.find_first_not_of("0123456789", number + 4);
+        line.replace(number + 4, end - number - 4, "#");
+      }
+      result.push_back(line);
+    }
+    return result;
+  }
+
+  bool has(const std::string& line) const {
+    for (const std::string& each : lines())
+      if (each == line) return true;
+    return false;
+  }
+
+  // Number of lines of one priority: 'D', 'I', 'W' or 'E'.
+  int count(char priority) const {
+    int found = 0;
+    for (const std::string& line : lines()) found += line.rfind(priority, 0) == 0;
+    return found;
+  }
+
+ private:
+  temp_dir dir_;
+  int saved_;
+};
+
+inline int count_entries(const char* directory) {
+  int count = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+    (void)entry;
+    ++count;
+  }
+  return count;
+}
+
+inline int open_descriptors() {
+  return count_entries("/proc/self/fd");
+}
+
+// Under emulation the emulator's own threads count too, the same number at every call.
+inline int running_threads() {
+  return count_entries("/proc/self/task");
+}
+
+// 64-bit FNV-1a over bytes: one number for a whole table or plane.
+inline uint64_t checksum(const void* data, size_t bytes) {
+  uint64_t hash = 0xcbf29ce484222325u;
+  for (size_t i = 0; i < bytes; ++i)
+    hash = (hash ^ static_cast<const unsigned char*>(data)[i]) * 0x100000001b3u;
+  return hash;
+}
+
+}  // namespace vorn_test
