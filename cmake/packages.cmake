@@ -51,4 +51,10 @@ if(VORN_INSTALL_PYTHON)
   set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3, python3-numpy")
   set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS OFF)
 endif()
+
+foreach(component ${CPACK_COMPONENTS_ALL})
+  string(TOUPPER ${component} upper)
+  install(FILES cmake/debian-copyright RENAME copyright COMPONENT ${component} EXCLUDE_FROM_ALL
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
+endforeach()
 include(CPack)

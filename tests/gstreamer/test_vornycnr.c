@@ -1,0 +1,393 @@
+/* The element against the library's own calls: any layout, stride and size must give the bytes that
+ * vorn_ycnr_process gives for the same picture. */
+#include <glib/gstdio.h>
+#include <gst/check/gstcheck.h>
+#include <gst/check/gstharness.h>
+#include <gst/video/video.h>
+#include <string.h>
+
+#include "vorn_ycnr.h"
+
+/* Two strengths in one set, so that a changed gain shows in the bytes. */
+static const ycnr_ynr_tuning_param kLuma[2] = {{1, 2, {3, 3, 3}, {5, 5, 5}, 64, 0, 0},
+                                               {1, 3, {9, 9, 9}, {7, 7, 7}, 80, 0, 0}};
+static const ycnr_cnr_tuning_param kChroma[2] = {{1, 8, 4, 0, 1, 8, 8, 0, 0, 0, 0},
+                                                 {1, 24, 8, 2, 2, 8, 6, 3, 0, 0, 0}};
+static const gdouble kGains[2] = {2, 16};
+
+static gchar* tuning_path;
+
+static void append_luma(GString* json, const ycnr_ynr_tuning_param* t) {
+  g_string_append_printf(json, "\"luma\": {\"enable\": %d, \"layer\": %d", t->enable, t->layer);
+  g_string_append_printf(json, ", \"pIntensity\": [%d, %d, %d, %d, %d]", t->pIntensity[0],
+                         t->pIntensity[1], t->pIntensity[2], t->pIntensity[3], t->pIntensity[4]);
+  g_string_append_printf(json, ", \"pRadius\": [%d, %d, %d, %d, %d]", t->pRadius[0], t->pRadius[1],
+                         t->pRadius[2], t->pRadius[3], t->pRadius[4]);
+  g_string_append_printf(json, ", \"param0\": %d, \"param1\": %d, \"param2\": %d}", t->param0,
+                         t->param1, t->param2);
+}
+
+static void append_chroma(GString* json, const ycnr_cnr_tuning_param* t) {
+  g_string_append_printf(json,
+                         "\"chroma\": {\"enable\": %d, \"range_factor\": %d, \"smooth_radius\": %d, "
+                         "\"scale\": %d, \"step\": %d, \"color_edge_u\": %d, \"color_edge_v\": %d, "
+                         "\"saturation\": %d, \"param0\": %d, \"param1\": %d, \"param2\": %d}",
+                         t->enable, t->range_factor, t->smooth_radius, t->scale, t->step,
+                         t->color_edge_u, t->color_edge_v, t->saturation, t->param0, t->param1,
+                         t->param2);
+}
+
+static gchar* write_file(const gchar* name, const gchar* text) {
+  gchar* path = g_build_filename(g_get_tmp_dir(), name, NULL);
+  fail_unless(g_file_set_contents(path, text, -1, NULL));
+  return path;
+}
+
+static void setup(void) {
+  GString* json = g_string_new("{\"name\": \"test\", \"description\": \"\", \"entries\": [");
+  for (int i = 0; i < 2; ++i) {
+    g_string_append_printf(json, "%s{\"gain\": %g, ", i ? ", " : "", kGains[i]);
+    append_luma(json, &kLuma[i]);
+    g_string_append(json, ", ");
+    append_chroma(json, &kChroma[i]);
+    g_string_append(json, "}");
+  }
+  g_string_append(json, "]}");
+  gchar* name = g_strdup_printf("vornycnr-test-%d.json", (int)getpid());
+  tuning_path = write_file(name, json->str);
+  g_free(name);
+  g_string_free(json, TRUE);
+}
+
+static void teardown(void) {
+  g_unlink(tuning_path);
+  g_clear_pointer(&tuning_path, g_free);
+}
+
+/* A picture as plain planes, chroma rounded up. */
+typedef struct {
+  gint width, height, cw, ch;
+  guint8 *y, *u, *v;
+} Picture;
+
+static Picture* picture_new(gint width, gint height, guint32 seed) {
+  Picture* p = g_new0(Picture, 1);
+  *p = (Picture){width, height, (width + 1) / 2, (height + 1) / 2, NULL, NULL, NULL};
+  p->y = g_malloc(width * height);
+  p->u = g_malloc(p->cw * p->ch);
+  p->v = g_malloc(p->cw * p->ch);
+  GRand* rand = g_rand_new_with_seed(seed);
+  for (gint i = 0; i < width * height; ++i)
+    p->y[i] = 60 + (i % width) * 100 / width + g_rand_int_range(rand, 0, 24);
+  for (gint i = 0; i < p->cw * p->ch; ++i) {
+    p->u[i] = 100 + g_rand_int_range(rand, 0, 20);
+    p->v[i] = 140 + g_rand_int_range(rand, 0, 30);
+  }
+  g_rand_free(rand);
+  return p;
+}
+
+static void picture_free(Picture* p) {
+  g_free(p->y);
+  g_free(p->u);
+  g_free(p->v);
+  g_free(p);
+}
+
+/* What the library makes of it, straight through its four calls. */
+static Picture* denoised(const Picture* in, gint entry, gboolean luma_on, gboolean chroma_on) {
+  const gint w = (in->width + 1) & ~1, h = (in->height + 1) & ~1;
+  guint8* src = g_malloc(w * h * 3 / 2);
+  guint8* dst = g_malloc(w * h * 3 / 2);
+  for (gint y = 0; y < h; ++y)
+    for (gint x = 0; x < w; ++x)
+      src[y * w + x] = in->y[MIN(y, in->height - 1) * in->width + MIN(x, in->width - 1)];
+  for (gint i = 0; i < w * h / 4; ++i) {
+    src[w * h + 2 * i] = in->u[i];
+    src[w * h + 2 * i + 1] = in->v[i];
+  }
+  ycnr_init_param size = {w, h};
+  denoise_handle_t* handle = vorn_ycnr_init(&size);
+  ycnr_ynr_tuning_param luma = kLuma[entry];
+  ycnr_cnr_tuning_param chroma = kChroma[entry];
+  luma.enable = luma_on;
+  chroma.enable = chroma_on;
+  _tag_uni_image source = {.width = w, .height = h, .plane = {src}};
+  _tag_uni_image result = {.width = w, .height = h, .plane = {dst}};
+  Denoise_Parameters_t parameters = {0, &luma, &chroma};
+  fail_unless_equals_int(vorn_ycnr_process(handle, &source, &result, &parameters), VORN_OK);
+  vorn_ycnr_deinit(handle);
+
+  Picture* out = picture_new(in->width, in->height, 0);
+  for (gint y = 0; y < in->height; ++y) memcpy(out->y + y * in->width, dst + y * w, in->width);
+  for (gint i = 0; i < w * h / 4; ++i) {
+    out->u[i] = dst[w * h + 2 * i];
+    out->v[i] = dst[w * h + 2 * i + 1];
+  }
+  g_free(src);
+  g_free(dst);
+  return out;
+}
+
+static GstCaps* caps_for(GstVideoFormat format, gint width, gint height) {
+  return gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING,
+                             gst_video_format_to_string(format), "width", G_TYPE_INT, width, "height",
+                             G_TYPE_INT, height, "framerate", GST_TYPE_FRACTION, 30, 1, NULL);
+}
+
+/* Where sample i of the chroma planes stands in a layout: plane, column of its U and V bytes. */
+static guint8* chroma_at(GstVideoFrame* f, gboolean v, gint x, gint y) {
+  const GstVideoFormat format = GST_VIDEO_FRAME_FORMAT(f);
+  if (format == GST_VIDEO_FORMAT_I420)
+    return (guint8*)GST_VIDEO_FRAME_PLANE_DATA(f, v ? 2 : 1) +
+           y * GST_VIDEO_FRAME_PLANE_STRIDE(f, v ? 2 : 1) + x;
+  const gint second = format == GST_VIDEO_FORMAT_NV21 ? !v : v;
+  return (guint8*)GST_VIDEO_FRAME_PLANE_DATA(f, 1) + y * GST_VIDEO_FRAME_PLANE_STRIDE(f, 1) + 2 * x +
+         second;
+}
+
+/* The picture as a buffer whose rows are extra bytes longer than GStreamer's own; extra < 0 packs the
+ * rows without any gap. */
+static GstBuffer* to_buffer(const Picture* p, GstVideoFormat format, gint extra) {
+  GstVideoInfo info;
+  gst_video_info_set_format(&info, format, p->width, p->height);
+  gsize offset[GST_VIDEO_MAX_PLANES] = {0};
+  gint stride[GST_VIDEO_MAX_PLANES] = {0};
+  gsize size = 0;
+  for (guint i = 0; i < GST_VIDEO_INFO_N_PLANES(&info); ++i) {
+    const gint tight = i == 0 ? p->width : format == GST_VIDEO_FORMAT_I420 ? p->cw : 2 * p->cw;
+    stride[i] = extra < 0 ? tight : GST_VIDEO_INFO_PLANE_STRIDE(&info, i) + extra;
+    offset[i] = size;
+    size += (gsize)stride[i] * (i == 0 ? p->height : p->ch);
+  }
+  GstBuffer* buffer = gst_buffer_new_allocate(NULL, size, NULL);
+  gst_buffer_memset(buffer, 0, 0xee, size);
+  gst_buffer_add_video_meta_full(buffer, GST_VIDEO_FRAME_FLAG_NONE, format, p->width, p->height,
+                                 GST_VIDEO_INFO_N_PLANES(&info), offset, stride);
+  GstVideoFrame frame;
+  fail_unless(gst_video_frame_map(&frame, &info, buffer, GST_MAP_WRITE));
+  for (gint y = 0; y < p->height; ++y)
+    memcpy((guint8*)GST_VIDEO_FRAME_PLANE_DATA(&frame, 0) + y * stride[0], p->y + y * p->width,
+           p->width);
+  for (gint y = 0; y < p->ch; ++y)
+    for (gint x = 0; x < p->cw; ++x) {
+      *chroma_at(&frame, FALSE, x, y) = p->u[y * p->cw + x];
+      *chroma_at(&frame, TRUE, x, y) = p->v[y * p->cw + x];
+    }
+  gst_video_frame_unmap(&frame);
+  return buffer;
+}
+
+static void assert_shows(GstBuffer* buffer, const Picture* p, GstVideoFormat format) {
+  GstVideoInfo info;
+  gst_video_info_set_format(&info, format, p->width, p->height);
+  GstVideoFrame frame;
+  fail_unless(gst_video_frame_map(&frame, &info, buffer, GST_MAP_READ));
+  for (gint y = 0; y < p->height; ++y)
+    fail_unless(memcmp((guint8*)GST_VIDEO_FRAME_PLANE_DATA(&frame, 0) +
+                           y * GST_VIDEO_FRAME_PLANE_STRIDE(&frame, 0),
+                       p->y + y * p->width, p->width) == 0,
+                "luma row %d of %dx%d", y, p->width, p->height);
+  for (gint y = 0; y < p->ch; ++y)
+    for (gint x = 0; x < p->cw; ++x)
+      fail_unless(*chroma_at(&frame, FALSE, x, y) == p->u[y * p->cw + x] &&
+                      *chroma_at(&frame, TRUE, x, y) == p->v[y * p->cw + x],
+                  "chroma %d,%d of %dx%d", x, y, p->width, p->height);
+  gst_video_frame_unmap(&frame);
+}
+
+/* Pushes a picture and holds what comes out, and the untouched input, against the library. */
+static void check_frame(GstHarness* h, GstVideoFormat format, gint width, gint height, gint extra,
+                        gint entry, gboolean luma, gboolean chroma) {
+  Picture* in = picture_new(width, height, width * 131 + height + extra);
+  Picture* wanted = denoised(in, entry, luma, chroma);
+  GstBuffer* buffer = to_buffer(in, format, extra);
+  GstBuffer* out = gst_harness_push_and_pull(h, gst_buffer_ref(buffer));
+  fail_unless(out != NULL);
+  assert_shows(out, wanted, format);
+  assert_shows(buffer, in, format);
+  gst_buffer_unref(out);
+  gst_buffer_unref(buffer);
+  picture_free(in);
+  picture_free(wanted);
+}
+
+static GstHarness* harness(void) {
+  GstHarness* h = gst_harness_new("vornycnr");
+  g_object_set(h->element, "tuning-file", tuning_path, "gain", 2.0, NULL);
+  return h;
+}
+
+static const GstVideoFormat kFormats[] = {GST_VIDEO_FORMAT_NV12, GST_VIDEO_FORMAT_I420,
+                                          GST_VIDEO_FORMAT_NV21};
+
+GST_START_TEST(test_layouts_strides_sizes) {
+  const gint sizes[][2] = {{128, 96}, {127, 95}, {130, 97}, {131, 66}, {64, 64}};
+  const gint extras[] = {-1, 0, 1, 37};
+  for (guint f = 0; f < G_N_ELEMENTS(kFormats); ++f)
+    for (guint s = 0; s < G_N_ELEMENTS(sizes); ++s) {
+      GstHarness* h = harness();
+      gst_harness_set_src_caps(h, caps_for(kFormats[f], sizes[s][0], sizes[s][1]));
+      for (guint e = 0; e < G_N_ELEMENTS(extras); ++e)
+        check_frame(h, kFormats[f], sizes[s][0], sizes[s][1], extras[e], 0, TRUE, TRUE);
+      gst_harness_teardown(h);
+    }
+}
+GST_END_TEST;
+
+/* Packed NV12 without one of the filters goes to the library without a copy. */
+GST_START_TEST(test_switches) {
+  GstHarness* h = harness();
+  gst_harness_set_src_caps(h, caps_for(GST_VIDEO_FORMAT_NV12, 128, 96));
+  for (gint extra = -1; extra < 8; extra += 8) {
+    g_object_set(h->element, "luma", TRUE, "chroma", FALSE, NULL);
+    check_frame(h, GST_VIDEO_FORMAT_NV12, 128, 96, extra, 0, TRUE, FALSE);
+    g_object_set(h->element, "luma", FALSE, "chroma", TRUE, NULL);
+    check_frame(h, GST_VIDEO_FORMAT_NV12, 128, 96, extra, 0, FALSE, TRUE);
+  }
+  g_object_set(h->element, "chroma", FALSE, NULL);
+  Picture* in = picture_new(128, 96, 5);
+  GstBuffer* buffer = to_buffer(in, GST_VIDEO_FORMAT_NV12, -1);
+  GstBuffer* out = gst_harness_push_and_pull(h, gst_buffer_ref(buffer));
+  fail_unless(out == buffer, "with nothing to do the very buffer goes on");
+  gst_buffer_unref(out);
+  gst_buffer_unref(buffer);
+  picture_free(in);
+  g_object_set(h->element, "luma", TRUE, "chroma", TRUE, NULL);
+  check_frame(h, GST_VIDEO_FORMAT_NV12, 128, 96, -1, 0, TRUE, TRUE);
+  gst_harness_teardown(h);
+}
+GST_END_TEST;
+
+GST_START_TEST(test_gain_while_playing) {
+  GstHarness* h = harness();
+  gst_harness_set_src_caps(h, caps_for(GST_VIDEO_FORMAT_NV12, 128, 96));
+  /* Entries at 2 and 16: the middle in stops is 5.66. */
+  const struct {
+    gdouble gain;
+    gint entry;
+  } steps[] = {{0.5, 0}, {5.5, 0}, {5.8, 1}, {100, 1}, {2, 0}};
+  for (guint i = 0; i < G_N_ELEMENTS(steps); ++i) {
+    g_object_set(h->element, "gain", steps[i].gain, NULL);
+    check_frame(h, GST_VIDEO_FORMAT_NV12, 128, 96, 0, steps[i].entry, TRUE, TRUE);
+  }
+  gst_harness_teardown(h);
+}
+GST_END_TEST;
+
+GST_START_TEST(test_renegotiation) {
+  GstHarness* h = harness();
+  const gint sizes[][2] = {{128, 96}, {256, 64}, {65, 129}, {128, 96}};
+  for (guint i = 0; i < G_N_ELEMENTS(sizes); ++i) {
+    const GstVideoFormat format = kFormats[i % G_N_ELEMENTS(kFormats)];
+    gst_harness_set_src_caps(h, caps_for(format, sizes[i][0], sizes[i][1]));
+    check_frame(h, format, sizes[i][0], sizes[i][1], 0, 0, TRUE, TRUE);
+  }
+  gst_harness_teardown(h);
+}
+GST_END_TEST;
+
+static void stats(GstElement* element, guint64* frames, guint64* last, guint64* average,
+                  guint64* max) {
+  GstStructure* s = NULL;
+  g_object_get(element, "stats", &s, NULL);
+  fail_unless(gst_structure_get(s, "frames", G_TYPE_UINT64, frames, "last-time", G_TYPE_UINT64, last,
+                                "average-time", G_TYPE_UINT64, average, "max-time", G_TYPE_UINT64,
+                                max, NULL));
+  gst_structure_free(s);
+}
+
+GST_START_TEST(test_stats) {
+  GstHarness* h = harness();
+  guint64 frames, last, average, max;
+  gst_harness_set_src_caps(h, caps_for(GST_VIDEO_FORMAT_NV12, 128, 96));
+  stats(h->element, &frames, &last, &average, &max);
+  fail_unless(frames == 0 && average == 0);
+  for (gint i = 0; i < 3; ++i)
+    check_frame(h, GST_VIDEO_FORMAT_NV12, 128, 96, 0, 0, TRUE, TRUE);
+  stats(h->element, &frames, &last, &average, &max);
+  fail_unless_equals_uint64(frames, 3);
+  fail_unless(last > 0 && average > 0 && last <= max && average <= max);
+  gst_harness_teardown(h);
+}
+GST_END_TEST;
+
+/* A file that is no tuning set stops the element from starting, with a message that says why; while
+ * playing it is a warning, and the old tuning stays. */
+GST_START_TEST(test_bad_tuning_files) {
+  const struct {
+    const gchar *text, *cause;
+  } cases[] = {{"{", "Parse error"},
+               {"[]", "entries"},
+               {"{\"entries\": []}", "entries"},
+               {"{\"entries\": [{\"gain\": 0}]}", "positive gain"},
+               {"{\"entries\": [{\"gain\": 1}]}", "luma"},
+               {"{\"entries\": [{\"gain\": 1, \"luma\": {\"enable\": 1.5}}]}", "luma.enable"},
+               {"{\"entries\": [{\"gain\": 1, \"luma\": {\"enable\": 99999999999}}]}", "luma.enable"}};
+  for (guint i = 0; i < G_N_ELEMENTS(cases); ++i) {
+    gchar* path = write_file("vornycnr-bad.json", cases[i].text);
+    GstElement* pipeline = gst_pipeline_new(NULL);
+    GstElement* element = gst_element_factory_make("vornycnr", NULL);
+    gst_bin_add(GST_BIN(pipeline), element);
+    g_object_set(element, "tuning-file", path, NULL);
+    fail_unless(gst_element_set_state(pipeline, GST_STATE_PAUSED) == GST_STATE_CHANGE_FAILURE);
+    GstBus* bus = gst_element_get_bus(pipeline);
+    GstMessage* message = gst_bus_pop_filtered(bus, GST_MESSAGE_ERROR);
+    fail_unless(message != NULL);
+    GError* error = NULL;
+    gst_message_parse_error(message, &error, NULL);
+    fail_unless(strstr(error->message, cases[i].cause) && strstr(error->message, path), "case %u: %s",
+                i, error->message);
+    g_error_free(error);
+    gst_message_unref(message);
+
+    g_object_set(element, "tuning-file", tuning_path, NULL);
+    fail_unless(gst_element_set_state(pipeline, GST_STATE_PAUSED) != GST_STATE_CHANGE_FAILURE);
+    g_object_set(element, "tuning-file", path, NULL);
+    message = gst_bus_pop_filtered(bus, GST_MESSAGE_WARNING);
+    fail_unless(message != NULL);
+    gst_message_unref(message);
+    gst_object_unref(bus);
+    gst_element_set_state(pipeline, GST_STATE_NULL);
+    gst_object_unref(pipeline);
+    g_unlink(path);
+    g_free(path);
+  }
+}
+GST_END_TEST;
+
+static gpointer run_one(gpointer data) {
+  const gint index = GPOINTER_TO_INT(data);
+  GstHarness* h = harness();
+  g_object_set(h->element, "gain", kGains[index % 2], NULL);
+  const gint width = 96 + 32 * index;
+  gst_harness_set_src_caps(h, caps_for(kFormats[index % 3], width, 96));
+  for (gint i = 0; i < 10; ++i)
+    check_frame(h, kFormats[index % 3], width, 96, 0, index % 2, TRUE, TRUE);
+  gst_harness_teardown(h);
+  return NULL;
+}
+
+GST_START_TEST(test_several_at_once) {
+  GThread* threads[4];
+  for (gint i = 0; i < 4; ++i) threads[i] = g_thread_new("instance", run_one, GINT_TO_POINTER(i));
+  for (gint i = 0; i < 4; ++i) g_thread_join(threads[i]);
+}
+GST_END_TEST;
+
+static Suite* vornycnr_suite(void) {
+  Suite* suite = suite_create("vornycnr");
+  TCase* tests = tcase_create("element");
+  suite_add_tcase(suite, tests);
+  tcase_add_checked_fixture(tests, setup, teardown);
+  tcase_add_test(tests, test_layouts_strides_sizes);
+  tcase_add_test(tests, test_switches);
+  tcase_add_test(tests, test_gain_while_playing);
+  tcase_add_test(tests, test_renegotiation);
+  tcase_add_test(tests, test_stats);
+  tcase_add_test(tests, test_bad_tuning_files);
+  tcase_add_test(tests, test_several_at_once);
+  return suite;
+}
+
+GST_CHECK_MAIN(vornycnr)

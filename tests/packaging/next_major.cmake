@@ -1,0 +1,1 @@
+find_package(vornycnr 2.0 REQUIRED)
