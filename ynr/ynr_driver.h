@@ -1,11 +1,29 @@
+// Denoises the luma plane of one frame on a Gaussian pyramid of 2..5 levels.
+//
+// From the coarsest level to the finest: denoise the level, take what that changed (its detail,
+// stored with a bias of 128), enlarge it, add it to the next finer level. The finest level is
+// denoised last, into dst.
+//
+// Shape:   src and dst have the handle's size, each its own stride; at least 4x4.
+// Writes:  the luma samples of dst, nothing beyond them.
+// Errors:  -1 with one ERROR line; dst's luma then holds the source's, or what it held before.
+// Threads: the window stage runs on the pool, everything else on the caller's thread.
 #pragma once
 
 #include "ynr/ynr_handle.h"
 
+// One frame. handle is the denoise_handle_t; mask (one byte per 4x4 block) may be null: the position
+// mask of strength param->param0 is then made for the frame. Returns 0, -1 for null or unusable
+// arguments or a layer count of 1 or less, or the pyramid's failure.
 VORN_API int pyramid_denoise_mask_process(void* handle, _tag_uni_image* src, _tag_uni_image* dst,
                                           _tag_uni_image* mask, _tag_ynr_param_output* param);
+
+// levels[1..layer - 1] = src halved once, twice, ... Returns 0 or the down-sampler's failure.
 VORN_API int BuildGauPyrs_u8(ynr_handle_t* handle, _tag_uni_image* src, _tag_uni_image* levels,
                              int layer);
+
+// Fills a border of `border` pixels on all sides of a bordered image from its outermost inner rows
+// and columns. An image no taller than two borders gets its row copies only.
 VORN_API void FillExpandPixels(_tag_uni_image* image, int border);
 
 namespace vorn {

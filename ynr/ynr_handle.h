@@ -1,4 +1,9 @@
-// What the luma denoiser owns for one frame size.
+// Owns the luma denoiser's memory for frames of one size.
+//
+// Shape:   one scratch block; every working image has a border of 8 pixels and the row stride
+//          width + 16, and the images lie back to back in it without gaps.
+// Errors:  a size below 1x1 or a block beyond 31 bits is refused like a failed allocation.
+// Threads: creation and release belong to the caller of the library; a frame uses the handle alone.
 #pragma once
 
 #include "api/handle.h"
@@ -27,12 +32,28 @@ struct ynr_handle_t {
   _tag_uni_image out[5];
   _tag_uni_image quarter_map[5];  // one byte per 4x4 block, levels 1..4; no stage uses it
   int memory_mb;                  // scratch block in MiB, rounded down
+  // A full-size plane with room for whole 4x4 blocks. Set only when the frame's width or height is
+  // no multiple of 4: the finest level is then filtered into it, since blocks that overhang the
+  // caller's frame would reach the next row, the chroma plane or memory behind the frame. Not
+  // part of memory_mb.
+  _tag_uni_image block_dst;
 };
 
+// Creates the handle of width x height frames on the pool of `owner`. Returns null, with an ERROR
+// line, when the size is unusable or there is no memory.
 VORN_API ynr_handle_t* ynr_init(int width, int height, denoise_handle_t* owner);
+
+// Allocates the scratch block for handle->width x handle->height and fills in all image records
+// and memory_mb. The block is zeroed. Returns 0, or -1 with an ERROR line.
 VORN_API int ynr_Allocate_slice_memory(ynr_handle_t* handle);
+
+// Frees the scratch block and the handle. Returns 0, or -1 for null.
 VORN_API int ynr_deinit(void* handle);
+
+// Name, build stamps, version and scratch size. Returns 0, or -1 when either pointer is null.
 VORN_API int ynr_capability(void* handle, __ynr_capability_param* capability);
+
+// Denoises the luma plane of one frame: see pyramid_denoise_mask_process in ynr_driver.h.
 VORN_API int uni_luma_noise_reduce_mask_process(void* handle, _tag_uni_image* src,
                                                 _tag_uni_image* dst, _tag_uni_image* mask,
                                                 _tag_ynr_param_output* param);

@@ -1,0 +1,136 @@
+#include "ynr/pre_mask.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "api/log.h"
+#include "runtime/stage.h"
+
+namespace {
+
+constexpr int kCentreValue = 64;
+constexpr int kFloor = 16;
+constexpr int kFixedStrength = 256;  // of the sliced variant
+constexpr int kStep = 8;             // columns that go through the float chain come in eights
+
+struct grid {
+  int columns, rows;
+  int centre_x, centre_y;
+  int normaliser;
+  grid(int width, int height)
+      : columns(width / 4),
+        rows(height / 4),
+        centre_x(width / 8),
+        centre_y(height / 8),
+        normaliser(width / 8 + height / 8) {}
+};
+
+int wrapping_product(int a, int b) {
+  return static_cast<int>(static_cast<unsigned>(a) * static_cast<unsigned>(b));
+}
+
+unsigned char to_mask(int t) {
+  const int raised = static_cast<int>(static_cast<unsigned>(t) + kCentreValue);
+  return static_cast<unsigned char>(std::max(kFloor, std::min(255, raised)));
+}
+
+// k * (d / R)^3 in three truncating steps of whole numbers. INT_MIN / -1 cannot occur: R >= 0.
+unsigned char integer_chain(int k, int d, int normaliser) {
+  if (normaliser == 0) return to_mask(0);
+  int t = k;
+  for (int i = 0; i < 3; ++i) t = wrapping_product(t, d) / normaliser;
+  return to_mask(t);
+}
+
+// Truncation toward zero that saturates, as the Arm conversion does.
+int truncated(float x) {
+  if (x >= 2147483648.0f) return INT32_MAX;
+  if (x < -2147483648.0f) return INT32_MIN;
+  return static_cast<int>(x);
+}
+
+// The same cube with one factor d / R in single precision.
+unsigned char float_chain(int k, int d, float inverse) {
+  const float f = static_cast<float>(d) * inverse;
+  int t = k;
+  for (int i = 0; i < 3; ++i) t = truncated(f * static_cast<float>(t));
+  return to_mask(t);
+}
+
+}  // namespace
+
+// A sample depends on the city-block distance to the centre alone, so a row one further from the
+// centre is its neighbour moved outward by one column, with one new sample at either end: three
+// float chains in a row instead of one per sample.
+//
+//     row cy      4 3 2 1 0 1 2 3
+//     row cy + 1  5 4 3 2 1 2 3 4
+int pre_mask(_tag_uni_image* /*src*/, _tag_uni_image* mask, int width, int height, int strength) {
+  if (height < 4) return 0;
+  const grid g(width, height);
+  const int k = strength > 63 ? wrapping_product(4, static_cast<int>(
+                                    static_cast<unsigned>(strength) - 64u))
+                              : 4 * 14;
+  const float inverse = static_cast<float>(1.0 / g.normaliser);
+  const int stride = mask->stride[0];
+  const int bulk = g.columns > 0 ? g.columns / kStep * kStep : 0;
+  const auto row_at = [&](int y) { return mask->plane[0] + static_cast<ptrdiff_t>(y) * stride; };
+  const auto fill_tail = [&](unsigned char* row, int dy) {
+    for (int x = bulk; x < g.columns; ++x)
+      row[x] = integer_chain(k, std::abs(x - g.centre_x) + dy, g.normaliser);
+  };
+
+  unsigned char* middle = row_at(g.centre_y);
+  for (int x = 0; x < bulk; ++x) middle[x] = float_chain(k, std::abs(x - g.centre_x), inverse);
+  fill_tail(middle, 0);
+  const int cx = g.centre_x;
+  for (int dy = 1; dy <= std::max(g.centre_y, g.rows - 1 - g.centre_y); ++dy) {
+    for (int side = -1; side <= 1; side += 2) {
+      const int y = g.centre_y + side * dy;
+      if (y < 0 || y >= g.rows) continue;
+      unsigned char* row = row_at(y);
+      const unsigned char* inner = row_at(y - side);
+      if (bulk > 0) {
+        // Left of the centre and at it: inner moved left to right; right of it: the other way.
+        const int left = std::min(cx, bulk - 1);
+        std::memcpy(row + 1, inner, static_cast<size_t>(left));
+        row[0] = float_chain(k, cx + dy, inverse);
+        if (left < bulk - 1) {
+          std::memcpy(row + left + 1, inner + left + 2, static_cast<size_t>(bulk - 2 - left));
+          row[bulk - 1] = float_chain(k, bulk - 1 - cx + dy, inverse);
+        }
+      }
+      fill_tail(row, dy);
+    }
+  }
+  return 0;
+}
+
+int pre_mask_pro(_tag_uni_image* /*src*/, _tag_uni_image* mask, int width, int height,
+                 int row_start, int row_end) {
+  const grid g(width, height);
+  for (int y = row_start; y < row_end; ++y) {
+    unsigned char* row = mask->plane[0] + static_cast<ptrdiff_t>(y) * mask->stride[0];
+    const int dy = std::abs(y - g.centre_y);
+    for (int x = 0; x < g.columns; ++x)
+      row[x] = integer_chain(kFixedStrength, std::abs(x - g.centre_x) + dy, g.normaliser);
+  }
+  return 0;
+}
+
+void* pre_mask_process(void* job) {
+  const pre_mask_job* j = static_cast<pre_mask_job*>(job);
+  const double start = getTime();
+  pre_mask_pro(nullptr, j->mask, j->width, j->height, j->row_begin, j->row_end);
+  VORN_LOGD("        pre_mask   %.3f  \n", getTime() - start);
+  one_thread_done(j->pool);
+  return nullptr;
+}
+
+int pre_mask_thread(ynr_handle_t* handle, _tag_uni_image* /*src*/, _tag_uni_image* mask, int width,
+                    int height) {
+  const pre_mask_job prototype{mask, width, height, 0, 0, handle->pool};
+  pre_mask_job jobs[vorn::kSlices];
+  vorn::cut_rows(jobs, prototype, height / 16, height / 4);
+  return vorn::run_jobs(handle->pool, pre_mask_process, jobs);
+}

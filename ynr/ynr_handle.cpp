@@ -1,0 +1,147 @@
+#include "ynr/ynr_handle.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+
+#include "api/log.h"
+#include "ynr/ynr_driver.h"
+
+namespace {
+
+using vorn::kBorder;
+using vorn::kLevels;
+
+constexpr char kName[] = "CAM_ALGO_CV_YNR2";
+constexpr char kBuildDate[] = "Aug 28 2024";
+constexpr char kBuildTime[] = "18:43:34";
+constexpr char kVersion[] = "2.0.1.2.2768825";
+
+constexpr int kBlock = 4;          // pixels per block side: the last blocks may overhang this much
+constexpr int kQuarterShift = 2;   // a quarter map has one byte per 4x4 block
+constexpr size_t kSlackBytes = 64; // behind the last buffer
+
+int64_t bordered_bytes(int width, int height) {
+  return (int64_t{width} + 2 * kBorder) * (int64_t{height} + 2 * kBorder);
+}
+
+// Bytes of the memory plan: four bordered images and a quarter map for each of the levels 1..4,
+// then the bordered level 0.
+int64_t plan_bytes(int width, int height) {
+  int64_t bytes = bordered_bytes(width, height);
+  for (int level = 1; level < kLevels; ++level) {
+    bytes += 4 * bordered_bytes(width >> level, height >> level);
+    bytes += int64_t{width >> (level + kQuarterShift)} * (height >> (level + kQuarterShift));
+  }
+  return bytes;
+}
+
+int round_up_to_block(int n) { return (n + kBlock - 1) / kBlock * kBlock; }
+
+void describe(_tag_uni_image* image, unsigned char* first, int width, int height, int stride) {
+  image->width = width;
+  image->height = height;
+  image->plane[0] = first;
+  image->stride[0] = stride;
+}
+
+// Describes a bordered image of a width x height level at `buffer`. Returns the byte behind it.
+unsigned char* lay_out_bordered(unsigned char* buffer, int width, int height,
+                                _tag_uni_image* whole, _tag_uni_image* inner) {
+  const int stride = width + 2 * kBorder;
+  describe(whole, buffer, stride, height + 2 * kBorder, stride);
+  describe(inner, buffer + static_cast<size_t>(stride) * kBorder + kBorder, width, height, stride);
+  return buffer + bordered_bytes(width, height);
+}
+
+}  // namespace
+
+ynr_handle_t* ynr_init(int width, int height, denoise_handle_t* owner) {
+  VORN_LOGD("ynr_init start\n");
+  VORN_LOGI("%s \n", "CAM_ALGO_CV_YNR2_LIBVER [2.0.1.2.2768825][Aug 28 2024][18:43:34]");
+  ynr_handle_t* handle = static_cast<ynr_handle_t*>(std::calloc(1, sizeof(ynr_handle_t)));
+  if (!handle) {
+    VORN_LOGE("ynr malloc fail\n");
+    return nullptr;
+  }
+  handle->height = height;
+  handle->width = width;
+  handle->thread_num = 4;
+  handle->pool = owner ? owner->pool : nullptr;
+  if (ynr_Allocate_slice_memory(handle) != 0) {
+    VORN_LOGE("ynr_Allocate_slice_memory fail\n");
+    std::free(handle);
+    return nullptr;
+  }
+  return handle;
+}
+
+int ynr_Allocate_slice_memory(ynr_handle_t* handle) {
+  const int width = handle->width;
+  const int height = handle->height;
+  const bool sane = width >= 1 && height >= 1;
+  const int64_t bytes = sane ? plan_bytes(width, height) : 0;
+  const bool overhangs = sane && (width % kBlock != 0 || height % kBlock != 0);
+  const int block_width = overhangs ? round_up_to_block(width) : 0;
+  const int block_height = overhangs ? round_up_to_block(height) : 0;
+  unsigned char* block = nullptr;
+  // Zeroed, so that no sample of any frame depends on what the memory held before.
+  if (sane && bytes <= INT32_MAX) {
+    block = static_cast<unsigned char*>(std::calloc(
+        static_cast<size_t>(bytes) + static_cast<size_t>(block_width) * block_height + kSlackBytes,
+        1));
+  }
+  if (!block) {
+    VORN_LOGE("malloc failed\n");
+    return -1;
+  }
+
+  unsigned char* next = block;
+  for (int level = 1; level < kLevels; ++level) {
+    const int w = width >> level;
+    const int h = height >> level;
+    next = lay_out_bordered(next, w, h, &handle->gauss_whole[level], &handle->gauss[level]);
+    next = lay_out_bordered(next, w, h, &handle->spare_whole[level], &handle->spare[level]);
+    next = lay_out_bordered(next, w, h, &handle->work_whole[level], &handle->work[level]);
+    next = lay_out_bordered(next, w, h, &handle->out_whole[level], &handle->out[level]);
+    const int map_width = width >> (level + kQuarterShift);
+    const int map_height = height >> (level + kQuarterShift);
+    describe(&handle->quarter_map[level], next, map_width, map_height, map_width);
+    next += static_cast<size_t>(map_width) * map_height;
+  }
+  next = lay_out_bordered(next, width, height, &handle->out_whole[0], &handle->out[0]);
+  if (overhangs) describe(&handle->block_dst, next, width, height, block_width);
+
+  handle->memory_mb = static_cast<int>(bytes / 1048576);
+  VORN_LOGD("ynr malloc size : %d M  \n", handle->memory_mb);
+  return 0;
+}
+
+int ynr_deinit(void* handle) {
+  if (!handle) {
+    VORN_LOGD("input handle is empty:%p\n", handle);
+    return -1;
+  }
+  ynr_handle_t* ynr = static_cast<ynr_handle_t*>(handle);
+  std::free(ynr->gauss_whole[1].plane[0]);
+  std::free(ynr);
+  return 0;
+}
+
+int ynr_capability(void* handle, __ynr_capability_param* capability) {
+  if (!handle || !capability) {
+    VORN_LOGE("Error, handle = %p, param = %p\n", handle, static_cast<void*>(capability));
+    return -1;
+  }
+  std::snprintf(capability->name, sizeof capability->name, "%s", kName);
+  std::snprintf(capability->build_date, sizeof capability->build_date, "%s", kBuildDate);
+  std::snprintf(capability->build_time, sizeof capability->build_time, "%s", kBuildTime);
+  std::snprintf(capability->version, sizeof capability->version, "%s", kVersion);
+  capability->memory_mb = static_cast<ynr_handle_t*>(handle)->memory_mb;
+  return 0;
+}
+
+int uni_luma_noise_reduce_mask_process(void* handle, _tag_uni_image* src, _tag_uni_image* dst,
+                                       _tag_uni_image* mask, _tag_ynr_param_output* param) {
+  return pyramid_denoise_mask_process(handle, src, dst, mask, param);
+}
