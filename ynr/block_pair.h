@@ -1,10 +1,11 @@
 // The vector form of the rule for two horizontally adjacent blocks: 8 pixels x 4 rows per step.
 //
 // Within one index step and one grey level of block_rules.h, since both divisions go through the
-// refined reciprocal: index = truncate(0.5 + (64 D) * r(m)), pixel = truncate(0.5 + sum * r(total)),
-// the product rounded, then the sum rounded. The index comes out the same for every distance 0..784
-// and mask value 1..255; a pixel is sometimes one lower, on exact halves only. These bytes are part
-// of the output: which blocks take this form is fixed by position and mask (window.h).
+// refined reciprocal: index = truncate(0.5 + (64 D) * r(m)), pixel = truncate(0.5 + sum *
+// r(total)), the product rounded, then the sum rounded. The index comes out the same for every
+// distance 0..784 and mask value 1..255; a pixel is sometimes one lower, on exact halves only.
+// These bytes are part of the output: which blocks take this form is fixed by position and mask
+// (window.h).
 #pragma once
 
 #include "runtime/neon.h"
@@ -22,8 +23,10 @@ static inline uint32x4_t truncate_to_u32(float32x4_t x) {
   uint32_t out[4];
   vst1q_f32(in, x);
   for (int i = 0; i < 4; ++i) {
-    if (!(in[i] > 0.0f)) out[i] = 0;
-    else out[i] = in[i] >= 4294967296.0f ? UINT32_MAX : static_cast<uint32_t>(in[i]);
+    if (!(in[i] > 0.0f))
+      out[i] = 0;
+    else
+      out[i] = in[i] >= 4294967296.0f ? UINT32_MAX : static_cast<uint32_t>(in[i]);
   }
   return vld1q_u32(out);
 #endif
@@ -37,9 +40,12 @@ static inline int32x2_t truncate_to_s32(float32x2_t x) {
   int32_t out[2];
   vst1_f32(in, x);
   for (int i = 0; i < 2; ++i) {
-    if (in[i] >= 2147483648.0f) out[i] = INT32_MAX;
-    else if (in[i] < -2147483648.0f) out[i] = INT32_MIN;
-    else out[i] = in[i] == in[i] ? static_cast<int32_t>(in[i]) : 0;
+    if (in[i] >= 2147483648.0f)
+      out[i] = INT32_MAX;
+    else if (in[i] < -2147483648.0f)
+      out[i] = INT32_MIN;
+    else
+      out[i] = in[i] == in[i] ? static_cast<int32_t>(in[i]) : 0;
   }
   return vld1_s32(out);
 #endif

@@ -137,18 +137,18 @@ void ProcessBlock4x4_7x7_neon(unsigned char* cur, unsigned char* up1, unsigned c
 
 void AddBlockSumByNei_5x5neon(unsigned char* cur, unsigned char* cur_m_d, unsigned char* cur_p_d,
                               unsigned char* up_m_d, unsigned char* up, unsigned char* up_p_d,
-                              unsigned char* down_m_d, unsigned char* down,
-                              unsigned char* down_p_d, int stride, int* map, int* acc_left,
-                              int* acc_right, int m_left, int m_right) {
+                              unsigned char* down_m_d, unsigned char* down, unsigned char* down_p_d,
+                              int stride, int* map, int* acc_left, int* acc_right, int m_left,
+                              int m_right) {
   AddBlockSumByRing_neon(cur, cur_m_d, cur_p_d, up_m_d, up, up_p_d, down_m_d, down, down_p_d,
                          stride, m_left, m_right, map, acc_left, acc_right);
 }
 
 void AddBlockSumByNei_7x7neon(unsigned char* cur, unsigned char* cur_m_d, unsigned char* cur_p_d,
                               unsigned char* up_m_d, unsigned char* up, unsigned char* up_p_d,
-                              unsigned char* down_m_d, unsigned char* down,
-                              unsigned char* down_p_d, int stride, int* map, int* acc_left,
-                              int* acc_right, int m_left, int m_right) {
+                              unsigned char* down_m_d, unsigned char* down, unsigned char* down_p_d,
+                              int stride, int* map, int* acc_left, int* acc_right, int m_left,
+                              int m_right) {
   AddBlockSumByRing_neon(cur, cur_m_d, cur_p_d, up_m_d, up, up_p_d, down_m_d, down, down_p_d,
                          stride, m_left, m_right, map, acc_left, acc_right);
 }

@@ -11,10 +11,9 @@
 //
 // Shape:   cur is the block's first pixel; up<d> and down<d> are d rows above and below it. map has
 //          800 entries. Accumulators (17 words) are scratch of the caller and are overwritten.
-// Reads:   rows -d..3 + d, columns -d..3 + d around the block (7 + d for pairs), d the largest ring.
-// Writes:  4 (pairs: 8) x 4 pixels at out.
-// Rounds:  see block_rules.h (one block) and block_pair.h (pairs).
-// Errors:  none are checked. Mask values of pairs are not 0.
+// Reads:   rows -d..3 + d, columns -d..3 + d around the block (7 + d for pairs), d the largest
+// ring. Writes:  4 (pairs: 8) x 4 pixels at out. Rounds:  see block_rules.h (one block) and
+// block_pair.h (pairs). Errors:  none are checked. Mask values of pairs are not 0.
 #pragma once
 
 #include "api/vorn_ycnr.h"
@@ -43,26 +42,22 @@ VORN_API unsigned ProcessBlock4x4_7x7_1(unsigned char* cur, unsigned char* up1,
 // guide_stride is ignored.
 VORN_API unsigned ProcessBlock4x4_5x5_Guided(unsigned char* cur, unsigned char* up1,
                                              unsigned char* down1, unsigned char* up2,
-                                             unsigned char* down2, int stride,
-                                             unsigned char* g_cur, unsigned char* g_up1,
-                                             unsigned char* g_down1, unsigned char* g_up2,
-                                             unsigned char* g_down2, int guide_stride,
-                                             unsigned char* out, int out_stride, int* map, int* acc,
-                                             int m);
+                                             unsigned char* down2, int stride, unsigned char* g_cur,
+                                             unsigned char* g_up1, unsigned char* g_down1,
+                                             unsigned char* g_up2, unsigned char* g_down2,
+                                             int guide_stride, unsigned char* out, int out_stride,
+                                             int* map, int* acc, int m);
 
 // A pair of blocks, cur and cur + 4.
-VORN_API void ProcessBlock4x4_3x3_neon(unsigned char* cur, unsigned char* up1,
-                                       unsigned char* down1, int stride, unsigned char* out,
-                                       int out_stride, int* map, int* acc_left, int* acc_right,
-                                       int m_left, int m_right);
-VORN_API void ProcessBlock4x4_5x5_neon(unsigned char* cur, unsigned char* up1,
-                                       unsigned char* down1, unsigned char* up2,
-                                       unsigned char* down2, int stride, unsigned char* out,
-                                       int out_stride, int* map, int* acc_left, int* acc_right,
-                                       int m_left, int m_right);
-VORN_API void ProcessBlock4x4_7x7_neon(unsigned char* cur, unsigned char* up1,
-                                       unsigned char* down1, unsigned char* up2,
-                                       unsigned char* down2, unsigned char* up3,
+VORN_API void ProcessBlock4x4_3x3_neon(unsigned char* cur, unsigned char* up1, unsigned char* down1,
+                                       int stride, unsigned char* out, int out_stride, int* map,
+                                       int* acc_left, int* acc_right, int m_left, int m_right);
+VORN_API void ProcessBlock4x4_5x5_neon(unsigned char* cur, unsigned char* up1, unsigned char* down1,
+                                       unsigned char* up2, unsigned char* down2, int stride,
+                                       unsigned char* out, int out_stride, int* map, int* acc_left,
+                                       int* acc_right, int m_left, int m_right);
+VORN_API void ProcessBlock4x4_7x7_neon(unsigned char* cur, unsigned char* up1, unsigned char* down1,
+                                       unsigned char* up2, unsigned char* down2, unsigned char* up3,
                                        unsigned char* down3, int stride, unsigned char* out,
                                        int out_stride, int* map, int* acc_left, int* acc_right,
                                        int m_left, int m_right);
@@ -72,11 +67,11 @@ VORN_API void AddBlockSumByNei_5x5neon(unsigned char* cur, unsigned char* cur_m_
                                        unsigned char* cur_p_d, unsigned char* up_m_d,
                                        unsigned char* up, unsigned char* up_p_d,
                                        unsigned char* down_m_d, unsigned char* down,
-                                       unsigned char* down_p_d, int stride, int* map,
-                                       int* acc_left, int* acc_right, int m_left, int m_right);
+                                       unsigned char* down_p_d, int stride, int* map, int* acc_left,
+                                       int* acc_right, int m_left, int m_right);
 VORN_API void AddBlockSumByNei_7x7neon(unsigned char* cur, unsigned char* cur_m_d,
                                        unsigned char* cur_p_d, unsigned char* up_m_d,
                                        unsigned char* up, unsigned char* up_p_d,
                                        unsigned char* down_m_d, unsigned char* down,
-                                       unsigned char* down_p_d, int stride, int* map,
-                                       int* acc_left, int* acc_right, int m_left, int m_right);
+                                       unsigned char* down_p_d, int stride, int* map, int* acc_left,
+                                       int* acc_right, int m_left, int m_right);

@@ -11,13 +11,13 @@
 
 namespace vorn {
 
-constexpr int kDistanceClip = 49;    // per pixel: one outlier cannot push a block out of the mean
-constexpr int kMaxDistance = 784;    // 16 * 49
-constexpr int kMapSize = 800;        // weight map entries; the last index is 799
+constexpr int kDistanceClip = 49;  // per pixel: one outlier cannot push a block out of the mean
+constexpr int kMaxDistance = 784;  // 16 * 49
+constexpr int kMapSize = 800;      // weight map entries; the last index is 799
 constexpr int kLastIndex = kMapSize - 1;
-constexpr int kNeutralMask = 64;     // the mask value at which the index is the distance itself
-constexpr int kCentreWeight = 256;   // weight of the block itself, map[0]
-constexpr int kAccWords = 17;        // total weight, then 16 weighted pixel sums row by row
+constexpr int kNeutralMask = 64;    // the mask value at which the index is the distance itself
+constexpr int kCentreWeight = 256;  // weight of the block itself, map[0]
+constexpr int kAccWords = 17;       // total weight, then 16 weighted pixel sums row by row
 
 // The eight displacements of a ring at distance 1, in the order in which they are visited.
 //
@@ -27,8 +27,8 @@ constexpr int kAccWords = 17;        // total weight, then 16 weighted pixel sum
 struct displacement {
   int dx, dy;
 };
-constexpr displacement kRing[8] = {{-1, 0}, {1, 0}, {-1, -1}, {0, -1},
-                                   {1, -1}, {-1, 1}, {0, 1}, {1, 1}};
+constexpr displacement kRing[8] = {{-1, 0}, {1, 0},  {-1, -1}, {0, -1},
+                                   {1, -1}, {-1, 1}, {0, 1},   {1, 1}};
 
 // Sum over the 16 pixel pairs of min(|a - b|, 49): 0..784.
 static inline unsigned block_distance(const unsigned char* a, const unsigned char* b, int stride) {
@@ -52,7 +52,8 @@ static inline int weight_index(unsigned distance, int m) {
 // One normalised pixel: (sum + total / 2) / total as signed 32-bit numbers, low 8 bits.
 static inline unsigned char normalised(int sum, int total) {
   if (total == 0) return 0;
-  const int rounded = static_cast<int>(static_cast<unsigned>(sum) + static_cast<unsigned>(total / 2));
+  const int rounded =
+      static_cast<int>(static_cast<unsigned>(sum) + static_cast<unsigned>(total / 2));
   // Divided as 64-bit numbers: the one quotient that 32 bits cannot hold then has its low bits too.
   return static_cast<unsigned char>(int64_t{rounded} / total);
 }

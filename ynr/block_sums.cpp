@@ -23,7 +23,9 @@ int64_t to_int64(double x) {
   return x == x ? static_cast<int64_t>(x) : 0;
 }
 
-unsigned wrapped(int x) { return static_cast<unsigned>(x); }
+unsigned wrapped(int x) {
+  return static_cast<unsigned>(x);
+}
 
 void add_weighted(int* acc, const unsigned char* block, int stride, unsigned w) {
   acc[0] = static_cast<int>(wrapped(acc[0]) + w);
@@ -107,10 +109,9 @@ void CumBlockWeight2_256neon(unsigned char* block, int stride, int* acc_left, in
 
 void AddBlockSumByNei_neon(unsigned char* cur, unsigned char* nei_left, unsigned char* nei_right,
                            unsigned char* up_left, unsigned char* up, unsigned char* up_right,
-                           unsigned char* down_left, unsigned char* down,
-                           unsigned char* down_right, int stride, int* map, int m_left,
-                           int m_right, unsigned char* out, int out_stride, int* acc_left,
-                           int* acc_right) {
+                           unsigned char* down_left, unsigned char* down, unsigned char* down_right,
+                           int stride, int* map, int m_left, int m_right, unsigned char* out,
+                           int out_stride, int* acc_left, int* acc_right) {
   const unsigned char* const nei[8] = {nei_left, nei_right, up_left, up,
                                        up_right, down_left, down,    down_right};
   vorn::pair_sums sums = vorn::load_sums(acc_left, acc_right);

@@ -1,6 +1,8 @@
 #include "ynr/pre_mask.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdlib>
 #include <cstring>
 
 #include "api/log.h"
@@ -68,9 +70,9 @@ unsigned char float_chain(int k, int d, float inverse) {
 int pre_mask(_tag_uni_image* /*src*/, _tag_uni_image* mask, int width, int height, int strength) {
   if (height < 4) return 0;
   const grid g(width, height);
-  const int k = strength > 63 ? wrapping_product(4, static_cast<int>(
-                                    static_cast<unsigned>(strength) - 64u))
-                              : 4 * 14;
+  const int k = strength > 63
+                    ? wrapping_product(4, static_cast<int>(static_cast<unsigned>(strength) - 64u))
+                    : 4 * 14;
   const float inverse = static_cast<float>(1.0 / g.normaliser);
   const int stride = mask->stride[0];
   const int bulk = g.columns > 0 ? g.columns / kStep * kStep : 0;

@@ -18,7 +18,9 @@ int wrapping_product(int a, int b) {
   return static_cast<int>(static_cast<unsigned>(a) * static_cast<unsigned>(b));
 }
 
-int clamped(int i, int end) { return std::max(0, std::min(i, end - 1)); }
+int clamped(int i, int end) {
+  return std::max(0, std::min(i, end - 1));
+}
 
 // Where the mask values of one block row stand. Without a mask every value is neutral.
 class mask_row {
@@ -244,10 +246,15 @@ int nlm_denoise_process(ynr_handle_t* handle, _tag_uni_image* src, _tag_uni_imag
   int weight_map[vorn::kMapSize];
   MakeWeightMap(weight_map, static_cast<float>(intensity), vorn::kMapSize);
   switch (radius) {
-    case 3: return process3x3_thread(handle, src, dst, mask, weight_map);
-    case 5: return process5x5_thread(handle, src, dst, mask, weight_map);
-    case 7: return process7x7_thread(handle, src, dst, mask, weight_map);
-    default: copy_uni_image(dst, src); return 0;
+    case 3:
+      return process3x3_thread(handle, src, dst, mask, weight_map);
+    case 5:
+      return process5x5_thread(handle, src, dst, mask, weight_map);
+    case 7:
+      return process7x7_thread(handle, src, dst, mask, weight_map);
+    default:
+      copy_uni_image(dst, src);
+      return 0;
   }
 }
 

@@ -12,9 +12,9 @@
 
 #include "ynr/ynr_handle.h"
 
-// One frame. handle is the denoise_handle_t; mask (one byte per 4x4 block) may be null: the position
-// mask of strength param->param0 is then made for the frame. Returns 0, -1 for null or unusable
-// arguments or a layer count of 1 or less, or the pyramid's failure.
+// One frame. handle is the denoise_handle_t; mask (one byte per 4x4 block) may be null: the
+// position mask of strength param->param0 is then made for the frame. Returns 0, -1 for null or
+// unusable arguments or a layer count of 1 or less, or the pyramid's failure.
 VORN_API int pyramid_denoise_mask_process(void* handle, _tag_uni_image* src, _tag_uni_image* dst,
                                           _tag_uni_image* mask, _tag_ynr_param_output* param);
 

@@ -17,9 +17,9 @@ constexpr char kBuildDate[] = "Aug 28 2024";
 constexpr char kBuildTime[] = "18:43:34";
 constexpr char kVersion[] = "2.0.1.2.2768825";
 
-constexpr int kBlock = 4;          // pixels per block side: the last blocks may overhang this much
-constexpr int kQuarterShift = 2;   // a quarter map has one byte per 4x4 block
-constexpr size_t kSlackBytes = 64; // behind the last buffer
+constexpr int kBlock = 4;           // pixels per block side: the last blocks may overhang this much
+constexpr int kQuarterShift = 2;    // a quarter map has one byte per 4x4 block
+constexpr size_t kSlackBytes = 64;  // behind the last buffer
 
 int64_t bordered_bytes(int width, int height) {
   return (int64_t{width} + 2 * kBorder) * (int64_t{height} + 2 * kBorder);
@@ -36,7 +36,9 @@ int64_t plan_bytes(int width, int height) {
   return bytes;
 }
 
-int round_up_to_block(int n) { return (n + kBlock - 1) / kBlock * kBlock; }
+int round_up_to_block(int n) {
+  return (n + kBlock - 1) / kBlock * kBlock;
+}
 
 void describe(_tag_uni_image* image, unsigned char* first, int width, int height, int stride) {
   image->width = width;
@@ -46,8 +48,8 @@ void describe(_tag_uni_image* image, unsigned char* first, int width, int height
 }
 
 // Describes a bordered image of a width x height level at `buffer`. Returns the byte behind it.
-unsigned char* lay_out_bordered(unsigned char* buffer, int width, int height,
-                                _tag_uni_image* whole, _tag_uni_image* inner) {
+unsigned char* lay_out_bordered(unsigned char* buffer, int width, int height, _tag_uni_image* whole,
+                                _tag_uni_image* inner) {
   const int stride = width + 2 * kBorder;
   describe(whole, buffer, stride, height + 2 * kBorder, stride);
   describe(inner, buffer + static_cast<size_t>(stride) * kBorder + kBorder, width, height, stride);

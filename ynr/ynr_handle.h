@@ -20,8 +20,8 @@ struct ynr_handle_t {
   int height;  // luma rows of the frame
   int width;   // luma columns of the frame
   int reserved;
-  int thread_num;     // 4
-  struct pool* pool;  // borrowed from the top-level handle
+  int thread_num;                 // 4
+  struct pool* pool;              // borrowed from the top-level handle
   _tag_uni_image gauss_whole[5];  // Gaussian pyramid, levels 1..4
   _tag_uni_image gauss[5];        // its inner part; level 0 is the source frame
   _tag_uni_image spare_whole[5];  // a second working image per level; no stage uses it
