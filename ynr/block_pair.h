@@ -8,6 +8,8 @@
 // (window.h).
 #pragma once
 
+#include <cstddef>
+
 #include "runtime/neon.h"
 #include "runtime/reciprocal.h"
 #include "ynr/block_rules.h"

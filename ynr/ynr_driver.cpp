@@ -1,5 +1,6 @@
 #include "ynr/ynr_driver.h"
 
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 

@@ -1,5 +1,6 @@
 #include "ynr/ynr_handle.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
