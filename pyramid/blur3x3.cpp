@@ -1,0 +1,106 @@
+#include "pyramid/blur3x3.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+
+#include "api/log.h"
+#include "pyramid/pyramid_kernels.h"
+#include "runtime/stage.h"
+
+namespace {
+
+// The rows around row y, mirrored about the first and the last one.
+struct mirrored_rows {
+  const uint8_t *upper, *centre, *lower;
+};
+
+mirrored_rows rows_around(const uint8_t* plane, int stride, int height, int y) {
+  const uint8_t* centre = plane + static_cast<ptrdiff_t>(y) * stride;
+  if (height < 2) return {centre, centre, centre};
+  return {y > 0 ? centre - stride : centre + stride, centre,
+          y < height - 1 ? centre + stride : centre - stride};
+}
+
+void blur_rows(const uint8_t* src, int src_stride, int src_height, uint8_t* dst, int dst_stride,
+               int width, int row_begin, int row_end) {
+  const vorn::pyramid_kernels& kernels = vorn::active_pyramid_kernels();
+  for (int y = row_begin; y < row_end; ++y) {
+    const mirrored_rows rows = rows_around(src, src_stride, src_height, y);
+    uint8_t* row = dst + static_cast<ptrdiff_t>(y) * dst_stride;
+    if (width > 1)
+      kernels.blur(rows.upper, rows.centre, rows.lower, row, width);
+    else if (width == 1)  // both neighbours are the column itself
+      row[0] =
+          static_cast<uint8_t>((4 * (rows.upper[0] + 2 * rows.centre[0] + rows.lower[0]) + 8) >> 4);
+  }
+}
+
+}  // namespace
+
+int GaussianBlur3x3(_tag_uni_image* src, _tag_uni_image* dst) {
+  if (!src || !dst) return -1;
+  VORN_LOG_AT(vorn::kLogDebug, 19, "%s++", __func__);
+  if (src->width == 1) {
+    // The mirrored neighbours of a single column lie outside the plane and count as zero.
+    for (int y = 0; y < src->height; ++y) {
+      const mirrored_rows rows = rows_around(src->plane[0], src->stride[0], src->height, y);
+      dst->plane[0][static_cast<ptrdiff_t>(y) * dst->stride[0]] =
+          static_cast<uint8_t>((2 * (rows.upper[0] + 2 * rows.centre[0] + rows.lower[0]) + 8) >> 4);
+    }
+  } else {
+    blur_rows(src->plane[0], src->stride[0], src->height, dst->plane[0], dst->stride[0], src->width,
+              0, src->height);
+  }
+  VORN_LOG_AT(vorn::kLogDebug, 83, "%s--", __func__);
+  return 0;
+}
+
+int gaussin3x3_uv_pro(int src_width, int src_height, int dst_width, int /*dst_height*/,
+                      unsigned char* src_u, unsigned char* src_v, unsigned char* dst_u,
+                      unsigned char* dst_v, int row_begin, int row_end) {
+  const int width = std::min(src_width, dst_width);
+  blur_rows(src_u, src_width, src_height, dst_u, dst_width, width, row_begin, row_end);
+  blur_rows(src_v, src_width, src_height, dst_v, dst_width, width, row_begin, row_end);
+  return 0;
+}
+
+void* gaussin3x3_uv_process(void* argument) {
+  const auto* job = static_cast<const blur_uv_job*>(argument);
+  gaussin3x3_uv_pro(job->src_width, job->src_height, job->dst_width, job->dst_height, job->src_u,
+                    job->src_v, job->dst_u, job->dst_v, job->row_begin, job->row_end);
+  one_thread_done(job->pool);
+  return nullptr;
+}
+
+namespace {
+
+int blur_stage(cnr_handle_t* handle, const blur_uv_job& prototype, int height) {
+  blur_uv_job jobs[vorn::kSlices];
+  vorn::cut_rows(jobs, prototype, height / vorn::kSlices, height);
+  return vorn::run_jobs(handle->pool, gaussin3x3_uv_process, jobs);
+}
+
+}  // namespace
+
+int gaussin3x3_uv_thread(cnr_handle_t* handle, int src_width, int src_height, int dst_width,
+                         int dst_height, unsigned char* src_u, unsigned char* src_v,
+                         unsigned char* dst_u, unsigned char* dst_v) {
+  return blur_stage(handle,
+                    {src_u, src_v, dst_u, dst_v, src_width, src_height, dst_width, dst_height, 0, 0,
+                     handle->pool},
+                    dst_height);
+}
+
+int gaussin3x3_uv(cnr_handle_t* handle, _tag_uni_image* src_u, _tag_uni_image* src_v,
+                  _tag_uni_image* dst_u, _tag_uni_image* dst_v) {
+  return blur_stage(handle,
+                    {src_u->plane[0], src_v->plane[0], dst_u->plane[0], dst_v->plane[0],
+                     src_u->width, src_u->height, dst_u->width, dst_u->height, 0, 0, handle->pool},
+                    src_u->height);
+}
+
+int pyramid_uv(cnr_handle_t* handle, _tag_uni_image* src_u, _tag_uni_image* src_v,
+               _tag_uni_image* dst_u, _tag_uni_image* dst_v) {
+  return gaussin3x3_uv(handle, src_u, src_v, dst_u, dst_v);
+}
