@@ -1,0 +1,215 @@
+// Whole frames through the entry points: the library's bytes against the slow model's, over random
+// sizes, tunings and contents in every kernel form of this machine, and what must hold for any
+// frame whatever its values.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+
+#include "runtime/kernels.h"
+#include "tests/frame/frame_util.h"
+#include "tests/model/model.h"
+
+using frame_util::content;
+using frame_util::denoiser;
+using frame_util::frame;
+using frame_util::random_source;
+using frame_util::tuning;
+
+namespace {
+
+// Multiplies the number of random trials; a long run sets it to 100.
+int effort() {
+  const char* value = std::getenv("VORN_TEST_EFFORT");
+  return value ? std::max(1, std::atoi(value)) : 1;
+}
+
+std::vector<vorn::kernel_form> forms() {
+  std::vector<vorn::kernel_form> list;
+  for (int i = 0; i < vorn::kKernelForms; ++i)
+    if (vorn::kernel_form_available(static_cast<vorn::kernel_form>(i)))
+      list.push_back(static_cast<vorn::kernel_form>(i));
+  return list;
+}
+
+class form_restorer {
+ public:
+  form_restorer() : form_(vorn::active_kernel_form()) {}
+  ~form_restorer() { vorn::use_kernel_form(form_); }
+
+ private:
+  vorn::kernel_form form_;
+};
+
+int random_size(random_source& random, bool large) {
+  return large ? random.between(60, 400) : random.between(4, 80);
+}
+
+// One trial, everything in it decided by the seed.
+void compare_with_model(uint64_t seed, bool large, vorn::kernel_form form) {
+  random_source random(seed);
+  int width = random_size(random, large), height = random_size(random, large);
+  if (!random.one_in(5)) width &= ~1;  // odd ones are for luma alone
+  tuning t = frame_util::random_tuning(random);
+  if (large) t.cnr.smooth_radius = std::min(t.cnr.smooth_radius, 60);
+  const auto picture = static_cast<content>(random.between(0, frame_util::kContents - 1));
+
+  frame src(width, height), dst(width, height), model_src(width, height), model_dst(width, height);
+  src.paint(picture, random);
+  std::copy_n(src.data(), src.size(), model_src.data());
+  ASSERT_TRUE(vorn::use_kernel_form(form));
+  denoiser d(width, height);
+  ASSERT_NE(d.handle, nullptr);
+
+  const int result = d.run(src, dst, t);
+  const int expected =
+      model::process(width, height, model_src.data(), model_dst.data(), t.ynr, t.cnr);
+  const std::string where = "seed " + std::to_string(seed) + ", form " +
+                            vorn::kernel_form_name(form) + ", " + std::to_string(width) + "x" +
+                            std::to_string(height) + " " + frame_util::content_name(picture) +
+                            ", " + frame_util::text(t);
+  ASSERT_EQ(result, expected) << where;
+  ASSERT_EQ(frame_util::first_difference(dst, model_dst), "") << where;
+  ASSERT_EQ(frame_util::first_difference(src, model_src), "") << "src, " << where;
+  ASSERT_TRUE(src.guards_intact() && dst.guards_intact()) << where;
+}
+
+void compare_many(uint64_t first_seed, int trials, bool large) {
+  const form_restorer restore;
+  const auto all = forms();
+  for (int i = 0; i < trials * effort(); ++i) {
+    compare_with_model(first_seed + i, large, all[i % all.size()]);
+    if (testing::Test::HasFatalFailure()) return;
+  }
+}
+
+TEST(model, small_frames) {
+  compare_many(1000, 300, false);
+}
+
+TEST(model, medium_frames) {
+  compare_many(9000000, 40, true);
+}
+
+// Sizes at which something ends: steps of 8, 16 and 32, odd levels, levels of a few samples.
+TEST(model, size_sweep) {
+  const form_restorer restore;
+  const auto all = forms();
+  int trial = 0;
+  for (int size = 4; size <= 132; size += size < 72 ? 1 : 5)
+    for (int flip = 0; flip < 2; ++flip, ++trial) {
+      const int width = flip ? 46 : size, height = flip ? size : 38;
+      random_source random(trial);
+      tuning t = frame_util::everyday();
+      t.ynr.layer = random.between(2, 3);
+      t.ynr.pRadius[0] = random.pick({3, 5, 7});
+      t.cnr.scale = trial / 2 % 3;
+      t.cnr.saturation = random.pick({0, 0, 6});
+      if (width % 2 != 0) t.cnr.enable = 0;
+      frame src(width, height), dst(width, height), want(width, height), from(width, height);
+      src.paint(trial % 3 ? content::texture : content::noise, random);
+      std::copy_n(src.data(), src.size(), from.data());
+      vorn::use_kernel_form(all[trial % all.size()]);
+      const denoiser d(width, height);
+      const int expected = model::process(width, height, from.data(), want.data(), t.ynr, t.cnr);
+      ASSERT_EQ(d.run(src, dst, t), expected) << width << "x" << height;
+      ASSERT_EQ(frame_util::first_difference(dst, want), "")
+          << width << "x" << height << ", form "
+          << vorn::kernel_form_name(vorn::active_kernel_form()) << ", " << frame_util::text(t);
+      ASSERT_TRUE(dst.guards_intact());
+    }
+}
+
+TEST(properties, flat_colours_keep_their_value) {
+  for (int scale = 0; scale < 3; ++scale)
+    for (int value : {0, 1, 77, 128, 254, 255}) {
+      frame src(96, 72), dst(96, 72);
+      std::fill_n(src.data(), src.size(), static_cast<uint8_t>(value));
+      tuning t = frame_util::everyday();
+      t.cnr.scale = scale;
+      const denoiser d(96, 72);
+      ASSERT_EQ(d.run(src, dst, t), 0);
+      EXPECT_EQ(std::count(dst.data(), dst.data() + dst.size(), value),
+                static_cast<long>(dst.size()))
+          << "value " << value << ", scale " << scale;
+    }
+}
+
+TEST(properties, what_is_off_is_copied) {
+  random_source random(5);
+  frame src(102, 78), before(102, 78), dst(102, 78);
+  src.paint(content::texture, random);
+  std::copy_n(src.data(), src.size(), before.data());
+  const denoiser d(102, 78);
+  const size_t luma = 102 * 78;
+  for (int pair : {0, 1, 2, 3, 4}) {
+    tuning t = frame_util::everyday();
+    const int ynr[] = {0, 2, 1, 1, 0}, cnr[] = {0, 1, -1, 0, 1};
+    t.ynr.enable = ynr[pair];
+    t.cnr.enable = cnr[pair];
+    std::fill_n(dst.data(), dst.size(), static_cast<uint8_t>(1));
+    ASSERT_EQ(d.run(src, dst, t), 0);
+    EXPECT_EQ(frame_util::first_difference(src, before), "") << "src changed, pair " << pair;
+    const bool luma_same = std::equal(src.data(), src.data() + luma, dst.data());
+    const bool chroma_same =
+        std::equal(src.data() + luma, src.data() + src.size(), dst.data() + luma);
+    EXPECT_EQ(luma_same, pair != 3);
+    EXPECT_EQ(chroma_same, pair != 4);
+    EXPECT_TRUE(src.guards_intact() && dst.guards_intact());
+  }
+}
+
+// Both algorithms in one call: luma first, into src as well, then chroma on that.
+TEST(properties, both_is_luma_then_chroma) {
+  random_source random(6);
+  frame src(150, 110), dst(150, 110), between(150, 110), twice(150, 110);
+  src.paint(content::texture, random);
+  const denoiser d(150, 110);
+  tuning luma = frame_util::everyday(), chroma = luma, both = luma;
+  luma.cnr.enable = 0;
+  chroma.ynr.enable = 0;
+  ASSERT_EQ(d.run(src, between, luma), 0);
+  ASSERT_EQ(d.run(between, twice, chroma), 0);
+  ASSERT_EQ(d.run(src, dst, both), 0);
+  EXPECT_EQ(frame_util::first_difference(src, between), "");
+  EXPECT_EQ(frame_util::first_difference(dst, twice), "");
+}
+
+// A frame depends on its own pixels and tuning alone: not on earlier frames of the handle, nor on
+// another handle of another size in between.
+TEST(properties, frames_and_handles_are_independent) {
+  const denoiser used(142, 94), fresh(142, 94), other(60, 130);
+  random_source random(7);
+  frame other_src(60, 130), other_dst(60, 130);
+  other_src.paint(content::noise, random);
+  for (int i = 0; i < 12; ++i) {
+    tuning t = frame_util::random_tuning(random), everyday = frame_util::everyday();
+    frame src(142, 94), dst(142, 94), again_src(142, 94), again(142, 94);
+    src.paint(static_cast<content>(i % frame_util::kContents), random);
+    std::copy_n(src.data(), src.size(), again_src.data());
+    const int result = used.run(src, dst, t);  // a tuning that leaves other things behind
+    ASSERT_EQ(other.run(other_src, other_dst, everyday), 0);
+    const denoiser first_frame(142, 94);
+    ASSERT_EQ(first_frame.run(again_src, again, t), result) << frame_util::text(t);
+    ASSERT_EQ(frame_util::first_difference(dst, again), "") << frame_util::text(t);
+  }
+}
+
+// Without any intensity only the rounding of down- and up-sampling remains, which the differences
+// take out again: the frame comes back, odd sizes included.
+TEST(properties, no_intensity_keeps_the_frame) {
+  for (int size : {64, 61, 75, 102, 119}) {
+    random_source random(size);
+    frame src(size, size + 3), dst(size, size + 3);
+    src.paint(content::texture, random);
+    tuning t = frame_util::everyday();
+    t.cnr.enable = 0;
+    std::fill_n(t.ynr.pIntensity, 5, 0);
+    const denoiser d(size, size + 3);
+    ASSERT_EQ(d.run(src, dst, t), 0);
+    EXPECT_EQ(frame_util::first_difference(dst, src), "") << size;
+  }
+}
+
+}  // namespace
