@@ -66,8 +66,10 @@ void block(plane src, plane guide, int y, int x, int rings, const int* map, int 
 void window(plane src, plane dst, const plane* mask, int intensity, int radius);
 void window_guided(plane src, plane guide, plane dst, const plane* mask, int intensity);
 
-// src luma to dst luma, planes of the frame's size. Returns 0 or -1 (nothing written).
-int luma(plane src, plane dst, const ycnr_ynr_tuning_param& tuning);
+// src luma to dst luma, planes of the frame's size, on a fresh handle. The mask is made from the
+// tuning when none is given. Returns 0 or -1 (nothing written).
+int luma(plane src, plane dst, const ycnr_ynr_tuning_param& tuning,
+         const plane* given_mask = nullptr);
 
 // --- Chroma ---
 

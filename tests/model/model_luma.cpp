@@ -222,14 +222,15 @@ void copy(plane from, plane to) {
 
 }  // namespace
 
-int luma(plane src, plane dst, const ycnr_ynr_tuning_param& tuning) {
+int luma(plane src, plane dst, const ycnr_ynr_tuning_param& tuning, const plane* given_mask) {
   const int w = src.width, h = src.height, layers = tuning.layer;
   if (layers <= 1 || layers > 5 || w < 4 || h < 4) return -1;
   if ((w >> (layers - 1)) < 1 || (h >> (layers - 1)) < 1) return -1;
 
   std::vector<uint8_t> mask_memory(static_cast<size_t>(w / 4) * (h / 4));
-  const plane mask = {mask_memory.data(), w / 4, h / 4, w / 4};
+  plane mask = {mask_memory.data(), w / 4, h / 4, w / 4};
   pre_mask(mask, w, h, tuning.param0);
+  if (given_mask) mask = *given_mask;
 
   // Per level: the Gaussian level, the level to be denoised (then its detail), the denoised one.
   std::vector<bordered> gauss, work, out;
@@ -239,7 +240,7 @@ int luma(plane src, plane dst, const ycnr_ynr_tuning_param& tuning) {
     out.emplace_back(w >> l, h >> l);
   }
   copy(src, gauss[0].inner);
-  for (int l = 1; l < layers; ++l) down2(gauss[l - 1].inner, gauss[l].inner);
+  for (int l = 1; l < layers; ++l) down2(l == 1 ? src : gauss[l - 1].inner, gauss[l].inner);
   copy(gauss[layers - 1].inner, work[layers - 1].inner);
 
   for (int l = layers - 1; l >= 0; --l) {
@@ -259,6 +260,9 @@ int luma(plane src, plane dst, const ycnr_ynr_tuning_param& tuning) {
       for (int y = 0; y < level.height; ++y)
         level.at(y, level.width) = level.at(y, level.width - 1);
     up2(level, work[l - 1].inner);
+    // At full size the detail is enlarged in the destination: a block that the mask leaves
+    // unwritten shows it.
+    if (l == 1) copy(work[0].inner, out[0].inner);
     add_sub128(gauss[l - 1].inner, work[l - 1].inner, work[l - 1].inner);
   }
   copy(out[0].inner, dst);

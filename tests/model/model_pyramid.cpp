@@ -20,12 +20,13 @@ int wrap_add(int a, int b) {
 
 namespace {
 
-// 1 2 1 / 2 4 2 / 1 2 1 around a centre, over 16, half up.
-int binomial(plane s, int up, int centre, int low, int left, int x, int right) {
-  const int sum = s.at(up, left) + 2 * s.at(up, x) + s.at(up, right) + 2 * s.at(centre, left) +
-                  4 * s.at(centre, x) + 2 * s.at(centre, right) + s.at(low, left) +
-                  2 * s.at(low, x) + s.at(low, right);
-  return (sum + 8) / 16;
+// 1 2 1 over four, first down the three rows of one column, then across three such sums.
+int column(int up, int centre, int low) {
+  return up + 2 * centre + low;
+}
+
+uint8_t binomial(int left, int centre, int right) {
+  return static_cast<uint8_t>((left + 2 * centre + right + 8) / 16);
 }
 
 int mirrored(int i, int size) {
@@ -38,22 +39,31 @@ int average(int a, int b) {
 
 }  // namespace
 
-// Columns: only the left edge is closed; 2x + 1 lies inside for a width of half the source's. The
-// level that is narrower than eight samples closes its left edge like every other.
+// Columns: 2x + 1 lies inside for a width of half the source's. Left of column 0 stands column 0
+// again, but in a plane of less than eight outputs per row the byte before the row, whatever it is
+// (in the very first row, which has none, column 0).
 void down2(plane src, plane dst) {
-  for (int y = 0; y < dst.height; ++y)
+  const auto at = [&](int row, int x) -> int {
+    if (x >= 0) return src.at(row, x);
+    return src.at(row, dst.width >= 8 || row == 0 ? 0 : -1);
+  };
+  for (int y = 0; y < dst.height; ++y) {
+    const int up = y == 0 ? 0 : 2 * y - 1, low = 2 * y == src.height - 1 ? 2 * y : 2 * y + 1;
+    const auto sum = [&](int x) { return column(at(up, x), at(2 * y, x), at(low, x)); };
     for (int x = 0; x < dst.width; ++x)
-      dst.at(y, x) = static_cast<uint8_t>(binomial(src, y == 0 ? 0 : 2 * y - 1, 2 * y,
-                                                   2 * y == src.height - 1 ? 2 * y : 2 * y + 1,
-                                                   x == 0 ? 0 : 2 * x - 1, 2 * x, 2 * x + 1));
+      dst.at(y, x) = binomial(sum(2 * x - 1), sum(2 * x), sum(2 * x + 1));
+  }
 }
 
 void blur(plane src, plane dst) {
-  for (int y = 0; y < src.height; ++y)
-    for (int x = 0; x < src.width; ++x)
-      dst.at(y, x) = static_cast<uint8_t>(
-          binomial(src, mirrored(y - 1, src.height), y, mirrored(y + 1, src.height),
-                   mirrored(x - 1, src.width), x, mirrored(x + 1, src.width)));
+  for (int y = 0; y < src.height; ++y) {
+    const int up = mirrored(y - 1, src.height), low = mirrored(y + 1, src.height);
+    const auto sum = [&](int i) {
+      const int x = mirrored(i, src.width);
+      return column(src.at(up, x), src.at(y, x), src.at(low, x));
+    };
+    for (int x = 0; x < src.width; ++x) dst.at(y, x) = binomial(sum(x - 1), sum(x), sum(x + 1));
+  }
 }
 
 int merge(int up, int detail) {
@@ -178,14 +188,18 @@ void up_interleaved(plane small_u, plane small_v, int width, int height, uint8_t
 }
 
 void split_and_down(const uint8_t* uv, plane u, plane v, plane luma, plane dst) {
-  for (int y = 0; y < dst.height; ++y)
+  for (int y = 0; y < dst.height; ++y) {
+    const int up = y == 0 ? 0 : 2 * y - 1, low = 2 * y == luma.height - 1 ? 2 * y : 2 * y + 1;
+    const auto sum = [&](int i) {
+      const int x = std::clamp(i, 0, luma.width - 1);
+      return column(luma.at(up, x), luma.at(2 * y, x), luma.at(low, x));
+    };
     for (int x = 0; x < dst.width; ++x) {
       u.data[y * dst.width + x] = uv[y * luma.width + 2 * x];
       v.data[y * dst.width + x] = uv[y * luma.width + 2 * x + 1];
-      dst.at(y, x) = static_cast<uint8_t>(binomial(
-          luma, y == 0 ? 0 : 2 * y - 1, 2 * y, 2 * y == luma.height - 1 ? 2 * y : 2 * y + 1,
-          std::max(2 * x - 1, 0), 2 * x, std::min(2 * x + 1, luma.width - 1)));
+      dst.at(y, x) = binomial(sum(2 * x - 1), sum(2 * x), sum(2 * x + 1));
     }
+  }
 }
 
 }  // namespace model
