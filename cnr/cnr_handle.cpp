@@ -13,9 +13,10 @@ constexpr const char* kBuildBanner =
     "CAM_ALGO_CV_CNR4_LIBVER [4.0.1.2.2768825][Aug 28 2024][18:43:31]";
 
 constexpr int kLevels = 7;  // images per pyramid level
-// Behind the last plane: up-sampling reads one sample past a coarse row or plane, and narrow
-// planes are written eight samples at a time.
+// Behind the last plane. Up-sampling to an odd width reads one sample past a coarse row; past the
+// last row of the last plane, a difference, it finds "no difference" in the first spare byte.
 constexpr size_t kSpareBytes = 128;
+constexpr unsigned char kNoDifference = 128;
 
 int wrapping_square(int a) {
   return static_cast<int>(static_cast<unsigned>(a) * static_cast<unsigned>(a));
@@ -73,6 +74,7 @@ int cnr_Allocate_slice_memory(cnr_handle_t* handle) {
     return -1;
   }
   std::memset(block, 0, static_cast<size_t>(size) + kSpareBytes);
+  block[size] = kNoDifference;
   for (int k = 0; k < kLevels; ++k) {
     _tag_uni_image& fine = handle->images[2 * k];
     fine.width = fine.stride[0] = width >> 1;
