@@ -1,0 +1,112 @@
+#include "cnr/hor_ver_mask.h"
+
+#include "tests/cnr/level.h"
+
+namespace {
+
+using vorn_test::level;
+
+struct masked_level : level {
+  std::vector<uint8_t> mask_bytes;
+  _tag_uni_image mask{};
+  std::vector<uint8_t> uv;
+
+  masked_level(int w, int h, int mask_width, std::vector<uint8_t> bytes)
+      : level(w, h), mask_bytes(std::move(bytes)), uv(static_cast<size_t>(w) * h * 2, 0xEE) {
+    mask.width = mask.stride[0] = mask_width;
+    mask.height = mask_width ? static_cast<int>(mask_bytes.size()) / mask_width : 0;
+    mask.plane[0] = mask_bytes.data();
+  }
+
+  static _tag_cnr_param param(float range_factor, int radius, int step) {
+    _tag_cnr_param p = vorn_test::tuning(range_factor, radius, step, 0);
+    p.range_coef[0] /= 2;
+    return p;
+  }
+
+  void run(bool along_row, _tag_cnr_param p) {
+    static vorn_test::pool_handle workers;
+    auto* stage =
+        along_row ? reduce_color_noise_mask_hor_thread : reduce_color_noise_mask_ver_thread;
+    EXPECT_EQ(stage(&workers.handle, &images[0], &images[1], &images[2], &images[3], &images[4], &p,
+                    &mask),
+              0);
+  }
+  void run_merge(_tag_cnr_param p) {
+    static vorn_test::pool_handle workers;
+    EXPECT_EQ(
+        reduce_color_noise_mask_vermerge_thread(&workers.handle, &images[0], &images[1], &images[2],
+                                                &images[3], &images[4], &p, uv.data(), &mask),
+        0);
+  }
+};
+
+TEST(HorVerMask, ZeroPassesThrough) {
+  masked_level image(24, 10, 24, std::vector<uint8_t>(240, 0));
+  image.fill(3, 128);
+  image.run(true, masked_level::param(200, 6, 2));
+  EXPECT_EQ(image.dst_u, image.src_u);
+  image.run(false, masked_level::param(200, 6, 2));
+  EXPECT_EQ(image.dst_v, image.src_v);
+  image.run_merge(masked_level::param(200, 6, 2));
+  for (size_t i = 0; i < 240; ++i) {
+    ASSERT_EQ(image.uv[2 * i], image.src_u[i]);
+    ASSERT_EQ(image.uv[2 * i + 1], image.src_v[i]);
+  }
+}
+
+// Kept on purpose: one neighbour of weight 255 beside a centre of 32768. Sum 33023 keeps the
+// reciprocal of 16; (32768 * 100 + 255 * 200 + 1024) >> 11 = 1625, over 16 rounds to 102.
+TEST(HorVerMask, CentreDominates) {
+  for (bool along_row : {true, false}) {
+    masked_level image(along_row ? 2 : 1, along_row ? 1 : 2, 1, {255});
+    image.src_u = {100, 200};
+    image.images[1].plane[0] = image.src_u.data();
+    image.run(along_row, masked_level::param(1000, 1, 1));
+    EXPECT_EQ(image.dst_u[0], 102);
+    EXPECT_EQ(image.dst_v[0], 129);  // (32768 + 255) * 128 loses the weight's low bits too
+    image.run_merge(masked_level::param(1000, 1, 1));
+    if (!along_row) {
+      EXPECT_EQ(image.uv[0], 102);
+      EXPECT_EQ(image.uv[1], 129);
+    }
+  }
+}
+
+// A distance of 100, mask 64 leaves it, 255 quarters it: with a factor of 30 (weights end near 85)
+// only the quartered one is smoothed.
+TEST(HorVerMask, LargerMaskSmoothsHarder) {
+  for (int mask : {64, 255}) {
+    masked_level image(2, 1, 2, {static_cast<uint8_t>(mask), static_cast<uint8_t>(mask)});
+    image.src_u = {128, 228};
+    image.images[1].plane[0] = image.src_u.data();
+    image.guide = {10, 70};
+    image.images[0].plane[0] = image.guide.data();
+    image.run(true, masked_level::param(30, 1, 1));
+    EXPECT_EQ(image.dst_u[0] != 128, mask == 255);
+  }
+}
+
+// A mask of half the level's size covers 2x2 pixels per byte; a mask wider than the level has a
+// ratio of 0 and only its first byte counts; positions past the mask's end stay inside it.
+TEST(HorVerMask, MaskSampling) {
+  masked_level image(4, 2, 2, {255, 0});
+  image.src_u = {100, 200, 100, 200, 100, 200, 100, 200};
+  image.images[1].plane[0] = image.src_u.data();
+  image.run(true, masked_level::param(1000, 1, 1));
+  EXPECT_NE(image.dst_u[0], 100);
+  EXPECT_EQ(image.dst_u[2], 100);
+  EXPECT_EQ(image.dst_u[3], 200);
+
+  masked_level wide(2, 1, 4, {0, 255, 255, 255});
+  wide.src_u = {100, 200};
+  wide.images[1].plane[0] = wide.src_u.data();
+  wide.run(true, masked_level::param(1000, 1, 1));
+  EXPECT_EQ(wide.dst_u, wide.src_u);
+
+  masked_level ragged(5, 9, 2, {255, 255});
+  ragged.fill(4, 100);
+  ragged.run(false, masked_level::param(50, 18, 3));  // under the address sanitizer
+}
+
+}  // namespace

@@ -1,0 +1,95 @@
+#include "cnr/uv_split.h"
+
+#include <climits>
+
+#include "tests/cnr/level.h"
+
+namespace {
+
+using vorn_test::with_every_form;
+
+// Splits pairs of x, x and returns U.
+std::vector<uint8_t> split_value(uint8_t x, int gain, size_t pairs) {
+  const std::vector<uint8_t> uv(2 * pairs, x);
+  std::vector<uint8_t> u(pairs), v(pairs);
+  vorn::split_with_gain(uv.data(), u.data(), v.data(), pairs, gain);
+  EXPECT_EQ(u, v);
+  return u;
+}
+
+TEST(UvSplit, GainByHand) {
+  with_every_form([] {
+    const struct {
+      int x, gain, expected;
+    } cases[] = {{128, 16, 128}, {128, -128, 128}, {255, 16, 255}, {0, 16, 0},    {200, 4, 218},
+                 {100, -8, 114}, {200, 0, 200},    {129, 8, 130},  {127, 8, 127}, {0, -128, 255},
+                 {255, -128, 0}, {0, -16, 128},    {200, -32, 56}};
+    for (const auto& c : cases)
+      for (uint8_t sample : split_value(static_cast<uint8_t>(c.x), c.gain, 40))
+        EXPECT_EQ(sample, c.expected) << c.x << " gain " << c.gain;
+  });
+}
+
+// Kept on purpose: whole steps of 16 pairs see the low 8 bits of the gain, the rest all of it.
+TEST(UvSplit, GainBeyondEightBits) {
+  with_every_form([] {
+    const std::vector<uint8_t> u = split_value(130, 256 + 16, 20);
+    for (int i = 0; i < 16; ++i) EXPECT_EQ(u[i], 132);
+    for (int i = 16; i < 20; ++i) EXPECT_EQ(u[i], 130 + 34);
+    // 127 * INT_MIN wraps to INT_MIN, -128 * INT_MIN to 0.
+    EXPECT_EQ(split_value(255, INT_MIN, 1)[0], 0);
+    EXPECT_EQ(split_value(0, INT_MIN, 1)[0], 0);
+  });
+}
+
+TEST(UvSplit, AllFormsAllBytesAllGains) {
+  std::vector<uint8_t> uv(512), u(256), v(256), plain_u, plain_v;
+  for (int i = 0; i < 512; ++i) uv[i] = static_cast<uint8_t>(i % 2 ? 255 - i / 2 : i / 2);
+  const vorn::kernel_form before = vorn::active_kernel_form();
+  for (int gain = -128; gain < 128; ++gain) {
+    vorn::use_kernel_form(vorn::kernel_form::scalar);
+    vorn::split_with_gain(uv.data(), u.data(), v.data(), 256, gain);
+    plain_u = u;
+    plain_v = v;
+    vorn::use_kernel_form(before);
+    with_every_form([&] {
+      vorn::split_with_gain(uv.data(), u.data(), v.data(), 256, gain);
+      ASSERT_EQ(u, plain_u) << gain;
+      ASSERT_EQ(v, plain_v) << gain;
+    });
+  }
+}
+
+// Rows that four slices do not divide, widths with and without a tail: there and back again, and
+// nothing beyond the planes is written.
+TEST(UvSplit, ThreadsCoverEveryRow) {
+  vorn_test::pool_handle workers;
+  with_every_form([&] {
+    for (int width : {2, 30, 32, 66, 258}) {
+      for (int rows : {1, 3, 4, 7, 33}) {
+        const size_t size = static_cast<size_t>(width) * rows;
+        std::vector<uint8_t> uv(size), back(size + 64, 0xEE);
+        std::vector<uint8_t> u(size / 2 + 64, 0xEE), v(size / 2 + 64, 0xEE);
+        for (size_t i = 0; i < size; ++i) uv[i] = static_cast<uint8_t>(i * 7 + i / 256);
+        EXPECT_EQ(split_UV_thread(&workers.handle, uv.data(), u.data(), v.data(), width, rows), 0);
+        for (size_t i = 0; i < size / 2; ++i) {
+          ASSERT_EQ(u[i], uv[2 * i]) << width << "x" << rows;
+          ASSERT_EQ(v[i], uv[2 * i + 1]) << width << "x" << rows;
+        }
+        EXPECT_EQ(mergeUV_thread(&workers.handle, back.data(), u.data(), v.data(), width, rows), 0);
+        EXPECT_TRUE(std::equal(uv.begin(), uv.end(), back.begin()));
+        EXPECT_EQ(split_UV_saturation_thread(&workers.handle, uv.data(), u.data(), v.data(), -16,
+                                             width, rows),
+                  0);
+        for (size_t i = 0; i < size / 2; ++i) ASSERT_EQ(u[i], 128);
+        for (size_t i = 0; i < 64; ++i) {
+          ASSERT_EQ(u[size / 2 + i], 0xEE);
+          ASSERT_EQ(v[size / 2 + i], 0xEE);
+          ASSERT_EQ(back[size + i], 0xEE);
+        }
+      }
+    }
+  });
+}
+
+}  // namespace
