@@ -1,0 +1,178 @@
+// The luma filter's exported pair members against two blocks of the scalar rule.
+#include "tests/kernels/kernel_check.h"
+#include "ynr/block_processors.h"
+#include "ynr/block_sums.h"
+
+namespace kernel_check {
+
+using vorn::kernel_form;
+
+namespace {
+
+constexpr int kMapEntries = 800;
+constexpr int kAccumulator = 17;
+
+// A weight map as MakeWeightMap builds them, from sharp to wide.
+view<int> weight_map(trial& t) {
+  int map[kMapEntries];
+  MakeWeightMap(map, static_cast<float>(t.parameter("sigma", 1, 400)), kMapEntries);
+  return t.input<int>("map", {kMapEntries}, [&map](int, int i) { return map[i]; });
+}
+
+// A pair of blocks with `ring` pixels around it.
+view<uint8_t> pair_with_ring(trial& t, int ring) {
+  return t.input<uint8_t>("src", {8 + ring, 4 + ring, ring, ring});
+}
+
+// What the centre block alone leaves in an accumulator.
+view<int> started(trial& t, const char* name) {
+  return t.in_out<int>(name, {kAccumulator},
+                       [&t](int, int i) { return i ? 256 * t.random(0, 255) : 256; });
+}
+
+using pair_member = void (*)(const view<uint8_t>&, int stride, unsigned char* out, int out_stride,
+                             int* map, int* left, int* right, int m_left, int m_right);
+using block_member = void (*)(unsigned char* cur, int stride, unsigned char* out, int out_stride,
+                              int* map, int* acc, int m);
+
+void processor(trial& t, int ring, pair_member pair, block_member block) {
+  const auto src = pair_with_ring(t, ring);
+  const auto out = t.output<uint8_t>("out", {8, 4});
+  const auto map = weight_map(t);
+  const auto left = t.scratch<int>("acc_left", {kAccumulator});
+  const auto right = t.scratch<int>("acc_right", {kAccumulator});
+  const int m_left = t.parameter("m_left", 1, 255), m_right = t.parameter("m_right", 1, 255);
+  t.run([&](kernel_form form) {
+    if (form != kernel_form::scalar)
+      return pair(src, src.stride(), out.row(), out.stride(), map.row(), left.row(), right.row(),
+                  m_left, m_right);
+    block(src.row(), src.stride(), out.row(), out.stride(), map.row(), left.row(), m_left);
+    block(src.row() + 4, src.stride(), out.row() + 4, out.stride(), map.row(), right.row(),
+          m_right);
+  });
+}
+
+void ring_sum(trial& t, int ring, decltype(&AddBlockSumByNei_5x5neon) pair) {
+  const auto src = pair_with_ring(t, ring);
+  const auto map = weight_map(t);
+  const auto left = started(t, "acc_left"), right = started(t, "acc_right");
+  const int m_left = t.parameter("m_left", 1, 255), m_right = t.parameter("m_right", 1, 255);
+  t.run([&](kernel_form form) {
+    unsigned char *cur = src.row(), *up = src.row(-ring), *down = src.row(ring);
+    unsigned char* nei[8] = {cur - ring, cur + ring,  up - ring, up,
+                             up + ring,  down - ring, down,      down + ring};
+    const int stride = src.stride();
+    if (form != kernel_form::scalar)
+      return pair(cur, nei[0], nei[1], nei[2], nei[3], nei[4], nei[5], nei[6], nei[7], stride,
+                  map.row(), left.row(), right.row(), m_left, m_right);
+    for (unsigned char* n : nei) {
+      AddBlockSumByNei(cur, n, stride, left.row(), map.row(), m_left);
+      AddBlockSumByNei(cur + 4, n + 4, stride, right.row(), map.row(), m_right);
+    }
+  });
+}
+
+void ring_and_result(trial& t) {
+  const auto src = pair_with_ring(t, 1);
+  const auto map = weight_map(t);
+  const auto left = started(t, "acc_left"), right = started(t, "acc_right");
+  const auto out = t.output<uint8_t>("out", {8, 4});
+  const int m_left = t.parameter("m_left", 1, 255), m_right = t.parameter("m_right", 1, 255);
+  t.run([&](kernel_form form) {
+    unsigned char *cur = src.row(), *up = src.row(-1), *down = src.row(1);
+    unsigned char* nei[8] = {cur - 1, cur + 1, up - 1, up, up + 1, down - 1, down, down + 1};
+    const int stride = src.stride();
+    if (form != kernel_form::scalar)
+      return AddBlockSumByNei_neon(cur, nei[0], nei[1], nei[2], nei[3], nei[4], nei[5], nei[6],
+                                   nei[7], stride, map.row(), m_left, m_right, out.row(),
+                                   out.stride(), left.row(), right.row());
+    for (unsigned char* n : nei) {
+      AddBlockSumByNei(cur, n, stride, left.row(), map.row(), m_left);
+      AddBlockSumByNei(cur + 4, n + 4, stride, right.row(), map.row(), m_right);
+    }
+    GetBlockResult(out.row(), out.stride(), left.row());
+    GetBlockResult(out.row() + 4, out.stride(), right.row());
+  });
+}
+
+void centre(trial& t) {
+  const auto src = t.input<uint8_t>("block", {8, 4});
+  const auto left = t.output<int>("acc_left", {kAccumulator});
+  const auto right = t.output<int>("acc_right", {kAccumulator});
+  t.run([&](kernel_form form) {
+    if (form != kernel_form::scalar)
+      return CumBlockWeight2_256neon(src.row(), src.stride(), left.row(), right.row(), 256);
+    CumBlockWeight_new(src.row(), src.stride(), left.row(), 256);
+    CumBlockWeight_new(src.row() + 4, src.stride(), right.row(), 256);
+  });
+}
+
+void result(trial& t) {
+  const auto accumulator = [&t](const char* name) {
+    const int weight = t.parameter("weight", 256, 6376);
+    return t.input<int>(name, {kAccumulator}, [&t, weight](int, int i) {
+      return i ? t.random(0, 1) * t.random(0, 255) * weight + t.random(0, 255L * weight) / 2
+               : weight;
+    });
+  };
+  const auto left = accumulator("acc_left"), right = accumulator("acc_right");
+  const auto out = t.output<uint8_t>("out", {8, 4});
+  t.run([&](kernel_form form) {
+    if (form != kernel_form::scalar)
+      return GetBlockResult_2neon(out.row(), out.stride(), left.row(), right.row());
+    GetBlockResult(out.row(), out.stride(), left.row());
+    GetBlockResult(out.row() + 4, out.stride(), right.row());
+  });
+}
+
+void pair3(const view<uint8_t>& s, int stride, unsigned char* out, int out_stride, int* map,
+           int* left, int* right, int m_left, int m_right) {
+  ProcessBlock4x4_3x3_neon(s.row(), s.row(-1), s.row(1), stride, out, out_stride, map, left, right,
+                           m_left, m_right);
+}
+void pair5(const view<uint8_t>& s, int stride, unsigned char* out, int out_stride, int* map,
+           int* left, int* right, int m_left, int m_right) {
+  ProcessBlock4x4_5x5_neon(s.row(), s.row(-1), s.row(1), s.row(-2), s.row(2), stride, out,
+                           out_stride, map, left, right, m_left, m_right);
+}
+void pair7(const view<uint8_t>& s, int stride, unsigned char* out, int out_stride, int* map,
+           int* left, int* right, int m_left, int m_right) {
+  ProcessBlock4x4_7x7_neon(s.row(), s.row(-1), s.row(1), s.row(-2), s.row(2), s.row(-3), s.row(3),
+                           stride, out, out_stride, map, left, right, m_left, m_right);
+}
+void block3(unsigned char* c, int s, unsigned char* out, int out_stride, int* map, int* acc,
+            int m) {
+  ProcessBlock4x4_3x3(c, c - s, c + s, s, out, out_stride, map, acc, m);
+}
+void block5(unsigned char* c, int s, unsigned char* out, int out_stride, int* map, int* acc,
+            int m) {
+  ProcessBlock4x4_5x5(c, c - s, c + s, c - 2 * s, c + 2 * s, s, out, out_stride, map, acc, m);
+}
+void block7(unsigned char* c, int s, unsigned char* out, int out_stride, int* map, int* acc,
+            int m) {
+  ProcessBlock4x4_7x7(c, c - s, c + s, c - 2 * s, c + 2 * s, c - 3 * s, c + 3 * s, s, out,
+                      out_stride, map, acc, m);
+}
+
+}  // namespace
+
+void add_luma_rows() {
+  // A pair of blocks has one size; the widths only count trials.
+  const sizes pair = {1, 1, 80, 1, false, 8, 4};
+  // The vector rule divides by a refined reciprocal: exact halves may come out one lower.
+  add({"ProcessBlock4x4_3x3_neon", pair, [](trial& t) { processor(t, 1, pair3, block3); }, 1,
+       true});
+  add({"ProcessBlock4x4_5x5_neon", pair, [](trial& t) { processor(t, 2, pair5, block5); }, 1,
+       true});
+  add({"ProcessBlock4x4_7x7_neon", pair, [](trial& t) { processor(t, 3, pair7, block7); }, 1,
+       true});
+  add({"AddBlockSumByNei_5x5neon", pair, [](trial& t) { ring_sum(t, 2, AddBlockSumByNei_5x5neon); },
+       0, true});
+  add({"AddBlockSumByNei_7x7neon", pair, [](trial& t) { ring_sum(t, 3, AddBlockSumByNei_7x7neon); },
+       0, true});
+  add({"AddBlockSumByNei_neon", pair, ring_and_result, 1, true});
+  add({"CumBlockWeight2_256neon", pair, centre, 0, true});
+  add({"GetBlockResult_2neon", pair, result, 1, true});
+}
+
+}  // namespace kernel_check
