@@ -110,9 +110,10 @@ void centre(trial& t) {
 void result(trial& t) {
   const auto accumulator = [&t](const char* name) {
     const int weight = t.parameter("weight", 256, 6376);
-    return t.input<int>(name, {kAccumulator}, [&t, weight](int, int i) {
-      return i ? t.random(0, 1) * t.random(0, 255) * weight + t.random(0, 255L * weight) / 2
-               : weight;
+    // Any sum of weighted samples, every other time one that ends on an exact half.
+    return t.input<int>(name, {kAccumulator}, [&t, weight](int, int i) -> long {
+      if (i == 0) return weight;
+      return t.random(0, 1) ? t.random(0, 254) * weight + weight / 2 : t.random(0, 255L * weight);
     });
   };
   const auto left = accumulator("acc_left"), right = accumulator("acc_right");
