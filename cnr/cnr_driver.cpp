@@ -41,13 +41,10 @@ int vorn::cnr_check_frame(const cnr_handle_t* handle, int width, int height, int
   return check_size(handle, width, height, two_levels(scale));
 }
 
-// Fails the frame when a stage could not be queued.
-#define RUN_STAGE(call)                                   \
-  do {                                                    \
-    if ((call) != 0) {                                    \
-      VORN_LOGE("a stage of the chroma filter failed\n"); \
-      return -1;                                          \
-    }                                                     \
+// Fails the frame when a stage could not be queued; the pool has logged why.
+#define RUN_STAGE(call)         \
+  do {                          \
+    if ((call) != 0) return -1; \
   } while (0)
 
 int color_noise_reduce_process(void* handle, _tag_uni_image* src, _tag_uni_image* dst,
