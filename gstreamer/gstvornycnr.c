@@ -9,10 +9,6 @@
  *     videoconvert ! autovideosink
  * ]|
  */
-#ifdef HAVE_CONFIG_H
-#include "config.h"
-#endif
-
 #include <gst/video/gstvideofilter.h>
 #include <gst/video/video.h>
 
@@ -26,12 +22,17 @@ GST_DEBUG_CATEGORY_STATIC(vornycnr_debug);
 #define GST_TYPE_VORN_YCNR (gst_vorn_ycnr_get_type())
 G_DECLARE_FINAL_TYPE(GstVornYcnr, gst_vorn_ycnr, GST, VORN_YCNR, GstVideoFilter)
 
-#define DEFAULT_GAIN 4.0
+#define DEFAULT_GAIN 8.0
 #define DEFAULT_LUMA TRUE
 #define DEFAULT_CHROMA TRUE
 
-/* The library takes frames whose width * height * 3 stays below 2^31; both even, padded here. */
-#define MAX_SIDE 16384
+/* Below the smaller side a pyramid of five levels has empty ones; the larger one keeps
+ * width * height * 3 below 2^31. Odd sizes are padded here. */
+#define SIDES "[ 16, 16384 ]"
+
+/* How much the library logs to standard error: 1 errors, 4 every stage. Exported by it, though not
+ * declared in its header; a property file (VORN_PROPERTIES) has the last word. */
+extern gint nr_log_Level;
 
 struct _GstVornYcnr {
   GstVideoFilter parent;
@@ -308,7 +309,7 @@ static void gst_vorn_ycnr_class_init(GstVornYcnrClass* klass) {
       object, PROP_GAIN,
       g_param_spec_double("gain", "Gain",
                           "Sensor gain of the frames; the set's entry nearest in stops is used",
-                          0.01, 65536.0, DEFAULT_GAIN, at_any_time | GST_PARAM_CONTROLLABLE));
+                          1e-3, 1e6, DEFAULT_GAIN, at_any_time | GST_PARAM_CONTROLLABLE));
   g_object_class_install_property(
       object, PROP_LUMA,
       g_param_spec_boolean("luma", "Luma", "Remove luma noise", DEFAULT_LUMA,
@@ -326,8 +327,7 @@ static void gst_vorn_ycnr_class_init(GstVornYcnrClass* klass) {
 
   GstCaps* caps = gst_caps_from_string(
       "video/x-raw, format = (string) { NV12, I420, NV21 }, "
-      "width = (int) [ 1, " G_STRINGIFY(MAX_SIDE) " ], "
-      "height = (int) [ 1, " G_STRINGIFY(MAX_SIDE) " ], framerate = " GST_VIDEO_FPS_RANGE);
+      "width = (int) " SIDES ", height = (int) " SIDES ", framerate = " GST_VIDEO_FPS_RANGE);
   gst_element_class_add_pad_template(
       element, gst_pad_template_new("sink", GST_PAD_SINK, GST_PAD_ALWAYS, caps));
   gst_element_class_add_pad_template(
@@ -349,6 +349,7 @@ static void gst_vorn_ycnr_class_init(GstVornYcnrClass* klass) {
 }
 
 static gboolean plugin_init(GstPlugin* plugin) {
+  nr_log_Level = 1; /* the element itself reports through GStreamer's debug log */
   return gst_element_register(plugin, "vornycnr", GST_RANK_NONE, GST_TYPE_VORN_YCNR);
 }
 

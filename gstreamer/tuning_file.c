@@ -44,6 +44,18 @@ static gboolean read_integer(JsonNode* node, gint32* value) {
   return *value == wide;
 }
 
+/* Refuses keys of object that are not among the known ones; prefix is for the message. */
+static gboolean allow_only(JsonObject* object, const gchar* const* known, const gchar* prefix,
+                           const gchar* path, GError** error) {
+  gboolean good = TRUE;
+  GList* keys = json_object_get_members(object);
+  for (GList* key = keys; key && good; key = key->next)
+    if (!g_strv_contains(known, key->data))
+      good = fail(error, path, "unknown field %s%s", prefix, (const gchar*)key->data);
+  g_list_free(keys);
+  return good;
+}
+
 static gboolean read_record(JsonObject* entry, const gchar* name, const Field* fields, guint count,
                             void* record, const gchar* path, GError** error) {
   JsonNode* node = json_object_get_member(entry, name);
@@ -66,57 +78,66 @@ static gboolean read_record(JsonObject* entry, const gchar* name, const Field* f
       return fail(error, path, "%s.%s must be %s 32-bit integer%s", name, fields[i].key,
                   fields[i].count == 1 ? "a" : "an array of five", fields[i].count == 1 ? "" : "s");
   }
-  if (json_object_get_size(object) > count) {
-    GList* names = json_object_get_members(object);
-    const gchar* unknown = NULL;
-    for (GList* n = names; n && !unknown; n = n->next) {
-      unknown = n->data;
-      for (guint i = 0; i < count && unknown; ++i)
-        if (g_str_equal(unknown, fields[i].key)) unknown = NULL;
-    }
-    fail(error, path, "unknown field %s.%s", name, unknown);
-    g_list_free(names);
-    return FALSE;
-  }
-  return TRUE;
+  const gchar* known[G_N_ELEMENTS(chroma_fields) + 1] = {NULL};
+  for (guint i = 0; i < count; ++i) known[i] = fields[i].key;
+  gchar* prefix = g_strconcat(name, ".", NULL);
+  const gboolean good = allow_only(object, known, prefix, path, error);
+  g_free(prefix);
+  return good;
 }
 
 static gboolean read_entry(JsonNode* node, TuningEntry* entry, const gchar* path, GError** error) {
   if (!JSON_NODE_HOLDS_OBJECT(node)) return fail(error, path, "an entry is not an object");
   JsonObject* object = json_node_get_object(node);
   JsonNode* gain = json_object_get_member(object, "gain");
-  if (!gain || !JSON_NODE_HOLDS_VALUE(gain) || !(json_node_get_double(gain) > 0))
-    return fail(error, path, "an entry has no positive gain");
-  entry->gain = json_node_get_double(gain);
-  return read_record(object, "luma", luma_fields, G_N_ELEMENTS(luma_fields), &entry->luma, path,
+  entry->gain = gain && JSON_NODE_HOLDS_VALUE(gain) ? json_node_get_double(gain) : 0;
+  if (!(entry->gain > 0 && entry->gain <= 1e6))
+    return fail(error, path, "an entry has no gain above 0, up to 1e6");
+  static const gchar* const known[] = {"gain", "luma", "chroma", NULL};
+  return allow_only(object, known, "", path, error) &&
+         read_record(object, "luma", luma_fields, G_N_ELEMENTS(luma_fields), &entry->luma, path,
                      error) &&
          read_record(object, "chroma", chroma_fields, G_N_ELEMENTS(chroma_fields), &entry->chroma,
                      path, error);
 }
 
+static gboolean read_set(JsonNode* root, GArray* set, const gchar* path, GError** error) {
+  if (!root || !JSON_NODE_HOLDS_OBJECT(root)) return fail(error, path, "not an object");
+  JsonObject* object = json_node_get_object(root);
+  static const gchar* const known[] = {"$schema",     "format",  "version", "name",
+                                       "description", "entries", NULL};
+  if (!allow_only(object, known, "", path, error)) return FALSE;
+  if (g_strcmp0(json_object_get_string_member_with_default(object, "format", NULL),
+                "vorn-ycnr tuning set") != 0)
+    return fail(error, path, "\"format\" must be \"vorn-ycnr tuning set\"");
+  gint32 version = 0;
+  if (!read_integer(json_object_get_member(object, "version"), &version) || version != 1)
+    return fail(error, path, "\"version\" must be 1");
+
+  JsonNode* node = json_object_get_member(object, "entries");
+  JsonArray* entries = node && JSON_NODE_HOLDS_ARRAY(node) ? json_node_get_array(node) : NULL;
+  if (!entries || json_array_get_length(entries) == 0)
+    return fail(error, path, "no \"entries\", an array of at least one");
+  for (guint i = 0; i < json_array_get_length(entries); ++i) {
+    TuningEntry entry = {0};
+    if (!read_entry(json_array_get_element(entries, i), &entry, path, error)) return FALSE;
+    if (i > 0 && entry.gain <= g_array_index(set, TuningEntry, i - 1).gain)
+      return fail(error, path, "\"gain\" must rise from entry to entry");
+    g_array_append_val(set, entry);
+  }
+  return TRUE;
+}
+
 GArray* tuning_file_read(const gchar* path, GError** error) {
   JsonParser* parser = json_parser_new_immutable();
   GArray* set = g_array_new(FALSE, TRUE, sizeof(TuningEntry));
-  gboolean good = FALSE;
-
   GError* cause = NULL;
-  if (!json_parser_load_from_file(parser, path, &cause)) {
+  gboolean good = json_parser_load_from_file(parser, path, &cause);
+  if (!good)
     fail(error, path, "%s", cause->message);
-    g_error_free(cause);
-  } else {
-    JsonNode* root = json_parser_get_root(parser);
-    JsonNode* entries = root && JSON_NODE_HOLDS_OBJECT(root)
-                            ? json_object_get_member(json_node_get_object(root), "entries")
-                            : NULL;
-    good = entries && JSON_NODE_HOLDS_ARRAY(entries) &&
-           json_array_get_length(json_node_get_array(entries)) > 0;
-    if (!good) fail(error, path, "no \"entries\", an array of at least one");
-    for (guint i = 0; good && i < json_array_get_length(json_node_get_array(entries)); ++i) {
-      TuningEntry entry = {0};
-      good = read_entry(json_array_get_element(json_node_get_array(entries), i), &entry, path, error);
-      g_array_append_val(set, entry);
-    }
-  }
+  else
+    good = read_set(json_parser_get_root(parser), set, path, error);
+  g_clear_error(&cause);
   g_object_unref(parser);
   if (good) return set;
   g_array_unref(set);
@@ -125,10 +146,10 @@ GArray* tuning_file_read(const gchar* path, GError** error) {
 
 GArray* tuning_fallback(void) {
   const TuningEntry entry = {
-      .gain = 4,
+      .gain = 8,
       .luma = {.enable = 1,
                .layer = 4,
-               .pIntensity = {6, 6, 5, 4, 0},
+               .pIntensity = {8, 5, 3, 2, 0},
                .pRadius = {5, 7, 7, 7, 0},
                .param0 = 64},
       .chroma = {.enable = 1,

@@ -12,6 +12,7 @@ The work is done by the shared library libvornynr2cnr4; the environment variable
 another file to load instead of the installed one.
 """
 
+from ._native import set_log_level
 from .denoiser import Denoiser, DenoiseError, denoise_nv12, denoise_planes, denoise_rgb
 from .tuning import (
     ChromaTuning,
@@ -36,4 +37,5 @@ __all__ = [
     "denoise_nv12",
     "denoise_planes",
     "denoise_rgb",
+    "set_log_level",
 ]

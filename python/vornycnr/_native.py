@@ -101,6 +101,16 @@ lib.vorn_ycnr_capability.argtypes = [c_void_p, POINTER(Capability)]
 lib.vorn_ycnr_capability.restype = c_int32
 
 
+def set_log_level(level):
+    """Which of the library's lines reach standard error: 0 none, 1 errors (the module's default), 3
+    also what happened to each frame, 4 also the time of every stage. A property file that the
+    environment variable VORN_PROPERTIES names has the last word."""
+    c_int32.in_dll(lib, "nr_log_Level").value = level
+
+
+set_log_level(1)
+
+
 def image_over(array, width, height):
     """An image record over a contiguous frame; the array must outlive it."""
     image = Image(type=IMAGE_YUV420SP, width=width, height=height)

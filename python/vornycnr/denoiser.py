@@ -8,7 +8,7 @@ import numpy as np
 from . import _native
 from .tuning import Tuning, default_tuning_set
 
-DEFAULT_GAIN = 4
+DEFAULT_GAIN = 8
 
 
 class DenoiseError(RuntimeError):

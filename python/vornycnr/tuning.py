@@ -11,6 +11,8 @@ from typing import List
 from . import _native
 
 LEVELS = 5
+FORMAT = "vorn-ycnr tuning set"
+_PER_LEVEL = ("pIntensity", "pRadius")
 
 
 class TuningError(ValueError):
@@ -23,7 +25,7 @@ class LumaTuning:
 
     enable: int = 1
     layer: int = 4
-    pIntensity: List[int] = field(default_factory=lambda: [6, 6, 5, 4, 0])
+    pIntensity: List[int] = field(default_factory=lambda: [8, 5, 3, 2, 0])
     pRadius: List[int] = field(default_factory=lambda: [5, 7, 7, 7, 0])
     param0: int = 64
     param1: int = 0
@@ -74,24 +76,28 @@ def _is_int32(value):
     return type(value) is int and -(2**31) <= value < 2**31
 
 
+def _allow(values, known, where, prefix=""):
+    for key in values:
+        if key not in known:
+            raise TuningError(f"{where}: unknown field {prefix}{key}")
+
+
 def _read_record(record_type, name, entry, where):
     values = entry.get(name)
     if not isinstance(values, dict):
         raise TuningError(f'{where}: "{name}" is missing')
     known = [f.name for f in fields(record_type)]
-    for key in values:
-        if key not in known:
-            raise TuningError(f"{where}: unknown field {name}.{key}")
+    _allow(values, known, where, name + ".")
     for key in known:
         if key not in values:
             raise TuningError(f"{where}: field {name}.{key} is missing")
         value = values[key]
-        if key in ("pIntensity", "pRadius"):
+        if key in _PER_LEVEL:
             good = isinstance(value, list) and len(value) == LEVELS and all(map(_is_int32, value))
         else:
             good = _is_int32(value)
         if not good:
-            kind = "five 32-bit integers" if key.startswith("pI") or key.startswith("pR") else "a 32-bit integer"
+            kind = "five 32-bit integers" if key in _PER_LEVEL else "a 32-bit integer"
             raise TuningError(f"{where}: {name}.{key} must be {kind}")
     return record_type(**values)
 
@@ -112,14 +118,20 @@ class TuningSet:
             root = json.loads(text)
         except ValueError as error:
             raise TuningError(f"{path}: {error}") from error
-        if not isinstance(root, dict) or not isinstance(root.get("entries"), list) or not root["entries"]:
+        if not isinstance(root, dict) or root.get("format") != FORMAT:
+            raise TuningError(f'{path}: "format" must be "{FORMAT}"')
+        if root.get("version") != 1:
+            raise TuningError(f'{path}: "version" must be 1')
+        _allow(root, ("$schema", "format", "version", "name", "description", "entries"), str(path))
+        if not isinstance(root.get("entries"), list) or not root["entries"]:
             raise TuningError(f'{path}: no "entries", an array of at least one')
         entries = []
         for index, entry in enumerate(root["entries"]):
             where = f"{path}: entry {index}"
             gain = entry.get("gain") if isinstance(entry, dict) else None
-            if not isinstance(gain, (int, float)) or isinstance(gain, bool) or not 0 < gain < math.inf:
-                raise TuningError(f"{where}: no positive gain")
+            if not isinstance(gain, (int, float)) or isinstance(gain, bool) or not 0 < gain <= 1e6:
+                raise TuningError(f"{where}: no gain above 0, up to 1e6")
+            _allow(entry, ("gain", "luma", "chroma"), where)
             if entries and gain <= entries[-1].gain:
                 raise TuningError(f"{where}: gains must rise")
             entries.append(
@@ -133,17 +145,19 @@ class TuningSet:
 
     def save(self, path):
         """Writes the set, whole or not at all."""
-        root = {
-            "name": self.name,
-            "description": self.description,
-            "entries": [
-                {"gain": e.gain, "luma": asdict(e.luma), "chroma": asdict(e.chroma)} for e in self.entries
-            ],
-        }
+        head = {"format": FORMAT, "version": 1, "name": self.name, "description": self.description}
+        lines = ",\n".join(f"  {json.dumps(key)}: {json.dumps(value)}" for key, value in head.items())
+        entries = ",\n".join(
+            f'    {{ "gain": {json.dumps(e.gain)},\n'
+            f'      "luma": {json.dumps(asdict(e.luma))},\n'
+            f'      "chroma": {json.dumps(asdict(e.chroma))} }}'
+            for e in self.entries
+        )
+        text = f'{{\n{lines},\n  "entries": [\n{entries}\n  ]\n}}\n'
         path = Path(path)
         beside = path.with_name(path.name + ".part")
         try:
-            beside.write_text(json.dumps(root, indent=2) + "\n", encoding="utf-8")
+            beside.write_text(text, encoding="utf-8")
             beside.replace(path)
         finally:
             beside.unlink(missing_ok=True)

@@ -5,6 +5,7 @@
 #include <gst/check/gstharness.h>
 #include <gst/video/video.h>
 #include <string.h>
+#include <unistd.h>
 
 #include "vorn_ycnr.h"
 
@@ -14,6 +15,8 @@ static const ycnr_ynr_tuning_param kLuma[2] = {{1, 2, {3, 3, 3}, {5, 5, 5}, 64, 
 static const ycnr_cnr_tuning_param kChroma[2] = {{1, 8, 4, 0, 1, 8, 8, 0, 0, 0, 0},
                                                  {1, 24, 8, 2, 2, 8, 6, 3, 0, 0, 0}};
 static const gdouble kGains[2] = {2, 16};
+
+#define HEAD "{\"format\": \"vorn-ycnr tuning set\", \"version\": 1, "
 
 static gchar* tuning_path;
 
@@ -44,7 +47,7 @@ static gchar* write_file(const gchar* name, const gchar* text) {
 }
 
 static void setup(void) {
-  GString* json = g_string_new("{\"name\": \"test\", \"description\": \"\", \"entries\": [");
+  GString* json = g_string_new(HEAD "\"entries\": [");
   for (int i = 0; i < 2; ++i) {
     g_string_append_printf(json, "%s{\"gain\": %g, ", i ? ", " : "", kGains[i]);
     append_luma(json, &kLuma[i]);
@@ -318,12 +321,17 @@ GST_START_TEST(test_bad_tuning_files) {
   const struct {
     const gchar *text, *cause;
   } cases[] = {{"{", "Parse error"},
-               {"[]", "entries"},
-               {"{\"entries\": []}", "entries"},
-               {"{\"entries\": [{\"gain\": 0}]}", "positive gain"},
-               {"{\"entries\": [{\"gain\": 1}]}", "luma"},
-               {"{\"entries\": [{\"gain\": 1, \"luma\": {\"enable\": 1.5}}]}", "luma.enable"},
-               {"{\"entries\": [{\"gain\": 1, \"luma\": {\"enable\": 99999999999}}]}", "luma.enable"}};
+               {"[]", "not an object"},
+               {"{}", "format"},
+               {"{\"format\": \"vorn-ycnr tuning set\", \"version\": 2}", "version"},
+               {HEAD "\"entries\": []}", "entries"},
+               {HEAD "\"entrys\": []}", "entrys"},
+               {HEAD "\"entries\": [{\"gain\": 0}]}", "gain"},
+               {HEAD "\"entries\": [{\"gain\": 1}]}", "luma"},
+               {HEAD "\"entries\": [{\"gain\": 1, \"gane\": 1}]}", "gane"},
+               {HEAD "\"entries\": [{\"gain\": 1, \"luma\": {\"enable\": 1.5}}]}", "luma.enable"},
+               {HEAD "\"entries\": [{\"gain\": 1, \"luma\": {\"enable\": 9999999999}}]}",
+                "luma.enable"}};
   for (guint i = 0; i < G_N_ELEMENTS(cases); ++i) {
     gchar* path = write_file("vornycnr-bad.json", cases[i].text);
     GstElement* pipeline = gst_pipeline_new(NULL);

@@ -5,7 +5,7 @@
 #include <memory>
 
 int main() {
-  ycnr_init_param size{640, 480};
+  ycnr_init_param size{1920, 1080};
   std::unique_ptr<denoise_handle_t, decltype(&vorn_ycnr_deinit)> denoiser{vorn_ycnr_init(&size),
                                                                           vorn_ycnr_deinit};
   ycnr_capability_param capability{};

@@ -7,7 +7,7 @@ int main(void) {
   for (int i = 0; i < N; ++i) noisy[i] = 128 + (i * 7919 % 31 + i * 104729 % 17) % 13 - 6;
   ycnr_init_param size = {W, H};
   denoise_handle_t* denoiser = vorn_ycnr_init(&size);
-  ycnr_ynr_tuning_param luma = {1, 3, {8, 8, 8}, {7, 7, 7}, 64, 0, 0};
+  ycnr_ynr_tuning_param luma = {1, 3, {40, 40, 40}, {7, 7, 7}, 64, 0, 0};
   ycnr_cnr_tuning_param chroma = {1, 16, 8, 0, 1, 8, 8, 0, 0, 0, 0};
   Denoise_Parameters_t tuning = {0, &luma, &chroma};
   long before = 0, after = 0;
