@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <memory>
 
 #include "runtime/kernels.h"
@@ -18,12 +17,6 @@ using frame_util::random_source;
 using frame_util::tuning;
 
 namespace {
-
-// Multiplies the number of random trials; a long run sets it to 100.
-int effort() {
-  const char* value = std::getenv("VORN_TEST_EFFORT");
-  return value ? std::max(1, std::atoi(value)) : 1;
-}
 
 std::vector<vorn::kernel_form> forms() {
   std::vector<vorn::kernel_form> list;
@@ -78,7 +71,7 @@ void compare_with_model(uint64_t seed, bool large, vorn::kernel_form form) {
 void compare_many(uint64_t first_seed, int trials, bool large) {
   const form_restorer restore;
   const auto all = forms();
-  for (int i = 0; i < trials * effort(); ++i) {
+  for (int i = 0; i < trials * frame_util::effort(); ++i) {
     compare_with_model(first_seed + i, large, all[i % all.size()]);
     if (testing::Test::HasFatalFailure()) return;
   }

@@ -9,6 +9,11 @@
 
 namespace frame_util {
 
+int effort() {
+  const char* value = std::getenv("VORN_TEST_EFFORT");
+  return value ? std::max(1, std::atoi(value)) : 1;
+}
+
 uint64_t random_source::next() {
   uint64_t z = state += 0x9e3779b97f4a7c15u;
   z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9u;

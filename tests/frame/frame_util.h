@@ -11,6 +11,9 @@
 
 namespace frame_util {
 
+// Multiplies the number of random trials: the environment variable VORN_TEST_EFFORT, or 1.
+int effort();
+
 // SplitMix64: a counter through a mixing function.
 struct random_source {
   uint64_t state;

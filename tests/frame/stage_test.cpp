@@ -21,6 +21,7 @@
 #include "pyramid/up_chroma.h"
 #include "runtime/image.h"
 #include "runtime/kernels.h"
+#include "runtime/reciprocal.h"
 #include "tests/frame/frame_util.h"
 #include "tests/model/model.h"
 #include "ynr/block_sums.h"
@@ -87,8 +88,8 @@ template <typename Trial>
 void trials(uint64_t seed, int count, Trial trial) {
   const vorn::kernel_form restore = vorn::active_kernel_form();
   const denoiser d(64, 64);
-  for (int i = 0; i < count && !testing::Test::HasFailure(); ++i) {
-    random_source random(seed + i);
+  for (int i = 0; i < count * frame_util::effort() && !testing::Test::HasFailure(); ++i) {
+    random_source random(seed * 1000000 + i);
     while (!vorn::use_kernel_form(
         static_cast<vorn::kernel_form>(random.between(0, vorn::kKernelForms - 1)))) {
     }
@@ -292,6 +293,20 @@ TEST(stages, weight_map) {
     model::weight_map(want, static_cast<float>(sigma), 800);
     ASSERT_TRUE(std::equal(want, want + 800, got)) << sigma;
   }
+}
+
+// The index of the vector rule is the integer one for every distance and mask value, and its
+// reciprocals follow from rounding the estimate on paper.
+TEST(stages, reciprocals) {
+  const float* table = vorn::reciprocal_table();
+  for (int n = 1; n < vorn::kReciprocals; ++n)
+    ASSERT_EQ(table[n], model::refined_reciprocal(static_cast<float>(n))) << n;
+  for (int m = 1; m <= 255; ++m)
+    for (int distance = 0; distance <= 784; ++distance) {
+      const float product = static_cast<float>(distance * 64) * table[m];
+      ASSERT_EQ(static_cast<int>(0.5f + product), (distance * 64 + m / 2) / m)
+          << distance << " " << m;
+    }
 }
 
 // A mask of the caller's, with zeros: blocks and pairs that are left as they were.

@@ -58,8 +58,8 @@ void split(const uint8_t* uv, uint8_t* u, uint8_t* v, int begin, int end, int s)
   for (int i = begin; i < end; ++i) {
     const int gain = i < whole ? static_cast<int8_t>(static_cast<uint8_t>(s & 255)) : s;
     const int scaled = wrap_add(wrap_mul(uv[i] - 128, gain), 8) >> 4;
-    (i % 2 == 0 ? u : v)[i / 2] =
-        static_cast<uint8_t>(std::min(255, std::max(0, uv[i] + (s == 0 ? 0 : scaled))));
+    uint8_t* to = i % 2 == 0 ? u : v;
+    to[i / 2] = static_cast<uint8_t>(std::min(255, std::max(0, uv[i] + (s == 0 ? 0 : scaled))));
   }
 }
 
