@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# The corpus of whole frames with every compiler, build type, processor and kernel form at hand:
+# g++ release and debug, clang, the sanitizers, and AArch64 under emulation with several processors.
+# corpus_everywhere.sh [PRESET...] runs the named presets only. Ends with one line per preset.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/../.."
+[ $# -gt 0 ] || set -- host debug clang asan tsan aarch64
+
+summary=""
+failed=0
+for preset in "$@"; do
+  cmake --preset "$preset" >/dev/null
+  cmake --build --preset "$preset" --target corpus
+  log=build/$preset/corpus.log
+  ctest --preset "$preset" -R '^corpus\.' --verbose >"$log" || failed=1
+  cases=$(grep -Eo '[0-9]+ of [0-9]+ cases agree' "$log" |
+    awk '{ good += $1; all += $3 } END { printf "%d of %d frames agree", good, all }')
+  tests=$(grep -E 'tests? (passed|failed).* out of' "$log")
+  summary+="$preset: $cases; $tests"$'\n'
+done
+printf '\n%s' "$summary"
+exit $failed
