@@ -4,6 +4,11 @@ namespace vorn {
 
 // Filled in pyramid_kernels_<form>.cpp.
 extern const pyramid_kernels kPyramidNeon;
+#if defined(__x86_64__)
+extern const pyramid_kernels kPyramidSse2;
+extern const pyramid_kernels kPyramidAvx2;
+extern const pyramid_kernels kPyramidAvx512;
+#endif
 
 namespace {
 
@@ -82,6 +87,14 @@ const pyramid_kernels& pyramid_kernels_of(kernel_form form) {
     case kernel_form::neon:
     case kernel_form::neon_dot:  // no dot products in these filters
       return kPyramidNeon;
+#if defined(__x86_64__)
+    case kernel_form::sse2:
+      return kPyramidSse2;
+    case kernel_form::avx2:
+      return kPyramidAvx2;
+    case kernel_form::avx512:
+      return kPyramidAvx512;
+#endif
     default:
       return kPyramidScalar;
   }

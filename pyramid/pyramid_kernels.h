@@ -55,7 +55,7 @@ struct pyramid_kernels {
 const pyramid_kernels& pyramid_kernels_of(kernel_form form);
 
 // Those of the form in force.
-inline const pyramid_kernels& active_pyramid_kernels() {
+static inline const pyramid_kernels& active_pyramid_kernels() {
   return pyramid_kernels_of(active_kernel_form());
 }
 

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "api/log.h"
 #include "api/vorn_ycnr.h"
 #include "runtime/kernels.h"
 #include "runtime/pool.h"
@@ -79,7 +80,10 @@ inline std::vector<vorn::kernel_form> available_forms() {
 // A test that runs once with every kernel form of this machine.
 class every_form : public testing::TestWithParam<vorn::kernel_form> {
  protected:
-  void SetUp() override { ASSERT_TRUE(vorn::use_kernel_form(GetParam())); }
+  void SetUp() override {
+    nr_log_Level = 0;
+    ASSERT_TRUE(vorn::use_kernel_form(GetParam()));
+  }
   void TearDown() override { vorn::use_kernel_form(before_); }
 
  private:

@@ -1,0 +1,30 @@
+// Shared by the x86-64 forms: what a wider form takes over from the narrower one.
+#pragma once
+
+#include "pyramid/pyramid_kernels.h"
+
+namespace vorn {
+
+// Off the hot path; every x86-64 form uses it.
+void blur_row_sse2(const uint8_t* upper, const uint8_t* centre, const uint8_t* lower, uint8_t* dst,
+                   int width);
+
+// Remainders of rows.
+static inline const pyramid_kernels& plain() {
+  return pyramid_kernels_of(kernel_form::scalar);
+}
+
+// Vertical 1 2 1 of one column.
+static inline int column_sum(const uint8_t* upper, const uint8_t* centre, const uint8_t* lower,
+                             int x) {
+  return upper[x] + 2 * centre[x] + lower[x];
+}
+
+// Last columns of an enlarged pair of odd width: the even column that no step reaches.
+static inline void up_last_column(const uint8_t* a, const uint8_t* b, uint8_t* even, uint8_t* odd,
+                                  int x) {
+  even[x] = up_even_row(a, x);
+  odd[x] = up_odd_row(a, b, x);
+}
+
+}  // namespace vorn
