@@ -9,10 +9,11 @@ cd "$(dirname "${BASH_SOURCE[0]}")/../.."
 summary=""
 failed=0
 for preset in "$@"; do
-  cmake --preset "$preset" >/dev/null
-  cmake --build --preset "$preset" --target corpus
-  log=build/$preset/corpus.log
-  ctest --preset "$preset" -R '^corpus\.' --verbose >"$log" || failed=1
+  dir=build/corpus-$preset
+  cmake --preset "$preset" -B "$dir" -DVORN_BUILD_TOOLS=OFF -DVORN_BUILD_BENCH=OFF >/dev/null
+  cmake --build "$dir" --target corpus
+  log=$dir/corpus.log
+  ctest --test-dir "$dir" -R '^corpus\.' --verbose -j2 >"$log" || failed=1
   cases=$(grep -Eo '[0-9]+ of [0-9]+ cases agree' "$log" |
     awk '{ good += $1; all += $3 } END { printf "%d of %d frames agree", good, all }')
   tests=$(grep -E 'tests? (passed|failed).* out of' "$log")
