@@ -1,6 +1,7 @@
 #include "api/dump.h"
 
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 
@@ -18,6 +19,14 @@ int dump_switch(const char* enable_property, const char* expected, const char* p
   getProperty_NR(enable_property, "no", enable);
   getProperty_NR(path_property, kDefaultPath, path);
   return std::strcmp(enable, expected);
+}
+
+// Writes a file name; one that is longer than the buffer is cut.
+__attribute__((format(printf, 2, 3))) void make_name(char name[kTextMax], const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  std::vsnprintf(name, kTextMax, format, arguments);
+  va_end(arguments);
 }
 
 struct field {
@@ -43,7 +52,7 @@ int DUMP_ynr_config_file(const char* enable_property, const char* expected,
   char path[kTextMax] = {};
   if (const int off = dump_switch(enable_property, expected, path_property, path)) return off;
   char name[kTextMax];
-  std::snprintf(name, sizeof name, "%s_%s_ynr2_turning_param.txt", path, timestamp);
+  make_name(name, "%s_%s_ynr2_turning_param.txt", path, timestamp);
   FILE* file = std::fopen(name, "wb");
   if (!file) {
     VORN_LOGE("fopen %s fail! errno=%d\n", name, errno);
@@ -78,7 +87,7 @@ int DUMP_cnr_config_file(const char* enable_property, const char* expected,
   char path[kTextMax] = {};
   if (const int off = dump_switch(enable_property, expected, path_property, path)) return off;
   char name[kTextMax];
-  std::snprintf(name, sizeof name, "%s_%s_cnr4_turning_param.txt", path, timestamp);
+  make_name(name, "%s_%s_cnr4_turning_param.txt", path, timestamp);
   FILE* file = std::fopen(name, "wb");
   if (!file) {
     VORN_LOGE("fopen %s fail! errno=%d\n", name, errno);
@@ -109,7 +118,7 @@ int DUMP_IMAGE_CONDITION(const char* enable_property, const char* expected,
   char path[kTextMax] = {};
   if (const int off = dump_switch(enable_property, expected, path_property, path)) return off;
   char name[kTextMax];
-  std::snprintf(name, sizeof name, "%s%s_%dx%d_%s.yuv", path, label, width, height, timestamp);
+  make_name(name, "%s%s_%dx%d_%s.yuv", path, label, width, height, timestamp);
   FILE* file = std::fopen(name, "wb");
   if (!file) {
     VORN_LOGE("fopen %s fail! errno=%d\n", name, errno);
