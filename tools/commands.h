@@ -13,11 +13,17 @@ namespace vorn::tool {
 // The job that the parsed command line asks for.
 using job = std::function<int()>;
 
+// All of them, and the program's own options; what main() and the manual page are made from.
+void add_all_commands(CLI::App& program, job& chosen);
+
 void add_denoise(CLI::App& program, job& chosen);
 void add_demo(CLI::App& program, job& chosen);
 
 // Adds --size, --stride and the other options that say how files are read and written.
 void add_picture_options(CLI::App& command, picture_options& options, bool writes);
+
+// "1920x1080" into width and height.
+void parse_size(const std::string& text, picture_options& options);
 
 // --tuning, --gain, --luma-only, --chroma-only and an option for every field.
 struct tuning_options {

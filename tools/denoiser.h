@@ -1,5 +1,5 @@
-// The library's four calls for one frame size, with an `error` instead of a result code. The only unit
-// of the tool that calls the library.
+// The library's four calls for one frame size, with an `error` instead of a result code. The only
+// unit of the tool that calls the library.
 #pragma once
 
 #include <string>
@@ -31,7 +31,8 @@ class denoiser {
   void run(frame& f, const tuning& t);
 
   // The same, and the time of every stage in the order they ran, taken from the library's log; the
-  // last entry is "whole frame". Not while another thread uses a denoiser: the log is the process's.
+  // last entry is "whole frame". Not while another thread uses a denoiser: the log is the
+  // process's.
   std::vector<stage_time> run_timed(frame& f, const tuning& t);
 
   ycnr_capability_param capability();
@@ -49,8 +50,8 @@ class denoiser {
 // Call once, before the first denoiser.
 void quiet_library_log();
 
-// Switches the stage times on for denoisers created from now on (they need the verbose log). Run them
-// with run_timed() alone: run() would print their log.
+// Switches the stage times on for denoisers created from now on (they need the verbose log). Run
+// them with run_timed() alone: run() would print their log.
 void verbose_library_log();
 
 }  // namespace vorn::tool

@@ -1,5 +1,5 @@
-// How the tool says that its input is bad: one line that names the file and the cause. main() prints
-// it after "vorn-ycnr: " and ends with exit code 2.
+// How the tool says that its input is bad: one line that names the file and the cause. main()
+// prints it after "vorn-ycnr: " and ends with exit code 2.
 #pragma once
 
 #include <stdexcept>

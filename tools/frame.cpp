@@ -3,12 +3,20 @@
 #include <cstring>
 
 namespace vorn::tool {
+namespace {
+
+int64_t largest_frame = (int64_t(1) << 31) / 3;  // padded pixels
+
+}  // namespace
+
+void limit_frame_size(int64_t pixels) {
+  largest_frame = pixels;
+}
 
 bool frame_size_ok(int64_t width, int64_t height) {
   constexpr int64_t kSide = 1 << 20;  // keeps the product below within 64 bits
   if (width < 1 || height < 1 || width > kSide || height > kSide) return false;
-  const int64_t padded = (width + width % 2) * (height + height % 2);
-  return padded * 3 < (int64_t(1) << 31);
+  return (width + width % 2) * (height + height % 2) <= largest_frame;
 }
 
 frame make_frame(int width, int height) {
@@ -31,23 +39,6 @@ void pad_edges(frame& f) {
   if (f.padded_height > f.height) {
     std::memcpy(luma + f.height * stride, luma + (f.height - 1) * stride, stride);
   }
-}
-
-plane extract_plane(const frame& f, int index) {
-  plane p;
-  p.width = index == 0 ? f.width : f.chroma_width();
-  p.height = index == 0 ? f.height : f.chroma_height();
-  p.data.resize(size_t(p.width) * p.height);
-  for (int y = 0; y < p.height; y++) {
-    uint8_t* const out = p.data.data() + size_t(y) * p.width;
-    if (index == 0) {
-      std::memcpy(out, f.luma() + size_t(y) * f.padded_width, p.width);
-    } else {
-      const uint8_t* const in = f.chroma() + size_t(y) * f.padded_width + (index - 1);
-      for (int x = 0; x < p.width; x++) out[x] = in[2 * x];
-    }
-  }
-  return p;
 }
 
 }  // namespace vorn::tool

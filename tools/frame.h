@@ -10,11 +10,12 @@
 namespace vorn::tool {
 
 struct frame {
-  int width = 0;   // of the picture
+  int width = 0;  // of the picture
   int height = 0;
   int padded_width = 0;  // of the buffer: the next even numbers
   int padded_height = 0;
   bool gray = false;          // the picture has no colour: chroma is 128 everywhere
+  bool full_range = true;     // samples span 0..255; false: luma 16..235, chroma 16..240
   std::vector<uint8_t> data;  // padded_width * padded_height * 3 / 2 bytes, Y rows, then U V pairs
 
   uint8_t* luma() { return data.data(); }
@@ -30,19 +31,13 @@ struct frame {
 
 // Whether the library can take a frame of this size: width * height * 3 < 2^31, both at least 1.
 bool frame_size_ok(int64_t width, int64_t height);
+// Lowers that bound, for fuzzing in little memory.
+void limit_frame_size(int64_t pixels);
 
 // A frame of black luma and neutral chroma. The size must be ok.
 frame make_frame(int width, int height);
 
 // Repeats the last luma column and row of the picture into the padding.
 void pad_edges(frame& f);
-
-// One plane's samples of the picture without padding or interleaving: 0 = Y, 1 = U, 2 = V.
-struct plane {
-  int width = 0;
-  int height = 0;
-  std::vector<uint8_t> data;  // width * height
-};
-plane extract_plane(const frame& f, int index);
 
 }  // namespace vorn::tool

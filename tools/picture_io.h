@@ -1,8 +1,9 @@
-// Reading and writing pictures and streams of pictures: PNG, JPEG, y4m, and raw NV12, NV21 and I420.
+// Reading and writing pictures and streams of pictures: PNG, JPEG, y4m, and raw NV12, NV21 and
+// I420.
 //
-// Colour. RGB pictures are converted with the full-range BT.601 matrix (that of JPEG), chroma averaged
-// over 2x2 pixels. JPEG files that are YCbCr 4:2:0 keep their own samples, both ways. y4m and raw
-// samples are taken as they are, whatever their range.
+// Colour. RGB pictures are converted with the full-range BT.601 matrix (that of JPEG), chroma
+// averaged over 2x2 pixels. JPEG files that are YCbCr 4:2:0 keep their own samples, both ways. y4m
+// and raw samples are taken as they are, whatever their range.
 #pragma once
 
 #include <cstdint>
@@ -24,7 +25,7 @@ bool is_raw(file_kind kind);
 
 // How to read and write what a name does not say. Shared by the options of all subcommands.
 struct picture_options {
-  file_kind read_as = file_kind::unknown;   // overrides the name's ending
+  file_kind read_as = file_kind::unknown;  // overrides the name's ending
   file_kind write_as = file_kind::unknown;
   int width = 0;  // of raw files; 0: from a "_WxH" in the name
   int height = 0;
@@ -35,7 +36,7 @@ struct picture_options {
 
 // What a stream carries beside its frames, so that a rewritten file keeps it.
 struct stream_info {
-  std::string y4m_header;  // first line of a y4m stream, without the line feed
+  std::string y4m_header;             // first line of a y4m stream, without the line feed
   std::vector<uint8_t> jpeg_markers;  // APP1, APP2 and COM segments (EXIF, colour profile, text)
 };
 

@@ -1,5 +1,5 @@
-// A progress line on standard error: bar, count, rate, time left. Shows nothing when standard error is
-// not a terminal, so that logs and pipes stay clean.
+// A progress line on standard error: bar, count, rate, time left. Shows nothing when standard error
+// is not a terminal, so that logs and pipes stay clean.
 #pragma once
 
 #include <chrono>

@@ -1,5 +1,5 @@
-// Tuning on disk and on the command line: the fields of the two tuning records, tuning sets (one JSON
-// file with an entry per sensor gain) and the text form of the library's debug dumps.
+// Tuning on disk and on the command line: the fields of the two tuning records, tuning sets (one
+// JSON file with an entry per sensor gain) and the text form of the library's debug dumps.
 #pragma once
 
 #include <cstdint>
@@ -46,8 +46,8 @@ int32_t get_field(const tuning& t, int index);
 void set_field(tuning& t, int index, int32_t value);
 
 // Reads a set from JSON text. file_name is for messages; every fault is an `error` that names the
-// file, the line and the field: text that is not JSON, an unknown, missing or repeated field, a value
-// of the wrong kind or outside 32 bits, gains that do not rise.
+// file, the line and the field: text that is not JSON, an unknown, missing or repeated field, a
+// value of the wrong kind or outside 32 bits, gains that do not rise.
 tuning_set parse_tuning_set(const std::string& text, const std::string& file_name);
 tuning_set read_tuning_set(const std::string& path);
 std::string tuning_set_to_json(const tuning_set& set);

@@ -1,0 +1,16 @@
+#include "tools/commands.h"
+
+#include "vorn_ycnr.h"
+
+namespace vorn::tool {
+
+void add_all_commands(CLI::App& program, job& chosen) {
+  program.require_subcommand(1);
+  program.set_help_all_flag("--help-all", "Help of every subcommand");
+  program.set_version_flag("--version", "vorn-ycnr " VORN_TOOL_VERSION);
+  program.footer("vorn-ycnr COMMAND --help tells a command's options. First steps: vorn-ycnr demo");
+  add_denoise(program, chosen);
+  add_demo(program, chosen);
+}
+
+}  // namespace vorn::tool
