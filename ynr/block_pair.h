@@ -83,7 +83,7 @@ static inline void store_sums(const pair_sums& sums, int* acc_left, int* acc_rig
 static inline pair_sums centre_sums(const unsigned char* cur, int stride) {
   pair_sums sums;
   for (int r = 0; r < 4; ++r, cur += stride) {
-    const uint16x8_t row = vshll_n_u8(vld1_u8(cur), 8);
+    const uint16x8_t row = vshlq_n_u16(vmovl_u8(vld1_u8(cur)), 8);
     sums.left[r] = vmovl_u16(vget_low_u16(row));
     sums.right[r] = vmovl_u16(vget_high_u16(row));
   }

@@ -17,8 +17,6 @@ class Log : public ::testing::Test {
   ~Log() override { nr_log_Level = 4; }
 };
 
-constexpr char kLevel[] = "persist.vendor.cam.nr_api.log=";
-
 TEST_F(Log, LevelFollowsTheProperties) {
   struct row {
     const char* text;
