@@ -11,7 +11,11 @@ failed=0
 for preset in "$@"; do
   dir=build/corpus-$preset
   cmake --preset "$preset" -B "$dir" -DVORN_BUILD_TOOLS=OFF -DVORN_BUILD_BENCH=OFF >/dev/null
-  cmake --build "$dir" --target corpus
+  if ! cmake --build "$dir" --target corpus; then
+    summary+="$preset: the build failed"$'\n'
+    failed=1
+    continue
+  fi
   log=$dir/corpus.log
   ctest --test-dir "$dir" -R '^corpus\.' --verbose -j2 >"$log" || failed=1
   cases=$(grep -Eo '[0-9]+ of [0-9]+ cases agree' "$log" |
