@@ -24,6 +24,7 @@
 #include "runtime/reciprocal.h"
 #include "tests/frame/frame_util.h"
 #include "tests/model/model.h"
+#include "ynr/block_processors.h"
 #include "ynr/block_sums.h"
 #include "ynr/pre_mask.h"
 #include "ynr/window.h"
@@ -105,7 +106,12 @@ TEST(stages, down_sampling) {
     const int stride = w + random.between(0, 20), dst_stride = dw + random.between(0, 20);
     canvas src = painted(w, h, stride, random), dst(dw, dh, dst_stride, random), want(dst);
     model::down2(src.plane(), want.plane());
-    canvas by_image(dst), by_thread(dst);
+    canvas by_image(dst), by_thread(dst), rows(dst), want_rows(dst);
+    const int begin = random.between(0, dh), end = random.between(begin, dh);
+    for (int y = begin; y < end; ++y)
+      std::copy_n(&want.plane().at(y, 0), dw, &want_rows.plane().at(y, 0));
+    gaussin3x3_down2_ynr_pro(src.data(), w, h, stride, rows.data(), dw, dh, dst_stride, begin, end);
+    EXPECT_TRUE(rows.same(want_rows)) << "rows " << sizes({w, h, begin, end});
     gaussin3x3_down2(src.data(), w, h, stride, dst.data(), dw, dh, dst_stride);
     gaussin3x3_down2_ynr(handle->ynr, src.image(), by_image.image());
     gaussin3x3_down2_ynr_thread(handle->ynr, src.data(), w, h, stride, by_thread.data(), dw, dh,
@@ -349,6 +355,59 @@ TEST(stages, windows_with_any_mask) {
     auto* whole_layer = radius == 3 ? Process3x3 : radius == 5 ? Process5x5 : Process7x7;
     whole_layer(src.image(), alone.image(), masked ? mask.image() : nullptr, map);
     EXPECT_TRUE(alone.same(want)) << "one thread " << sizes({w, h, radius, intensity, masked});
+  });
+}
+
+// The exported processors of one block and of a pair, which the walks may or may not go through.
+TEST(stages, block_processors) {
+  trials(950, 300, [](random_source& random, denoise_handle_t*) {
+    const int stride = random.between(24, 60), rings = random.between(1, 3);
+    canvas src = painted(24, 16, stride, random), guide = painted(24, 16, stride, random);
+    canvas out(24, 16, stride, random), want(out), scalar(out), want_scalar(out), guided(out),
+        want_guided(out);
+    const int left = random.between(1, 255), right = random.between(1, 255), y = 6, x = 8;
+    int map[800], acc[17], acc2[17];
+    model::weight_map(map, static_cast<float>(random.between(1, 120)), 800);
+
+    const auto expect = [&](canvas& to, const canvas& on, int at, int m, int n, model::rule how) {
+      canvas distances(on);
+      uint8_t block[16];
+      model::block(src.plane(), distances.plane(), y, at, n, map, m, how, block);
+      for (int k = 0; k < 16; ++k) to.plane().at(y + k / 4, at + k % 4) = block[k];
+    };
+    expect(want, src, x, left, rings, model::rule::vector);
+    expect(want, src, x + 4, right, rings, model::rule::vector);
+    expect(want_scalar, src, x, left, rings, model::rule::scalar);
+    expect(want_guided, guide, x, left, 2, model::rule::scalar);
+
+    const auto row = [&](canvas& c, int d) { return &c.plane().at(y + d, x); };
+    uint8_t* to = row(out, 0);
+    uint8_t* one = row(scalar, 0);
+    uint8_t* r[7];
+    for (int d = -3; d <= 3; ++d) r[d + 3] = row(src, d);
+    if (rings == 1) {
+      ProcessBlock4x4_3x3_neon(r[3], r[2], r[4], stride, to, stride, map, acc, acc2, left, right);
+      ProcessBlock4x4_3x3(r[3], r[2], r[4], stride, one, stride, map, acc, left);
+    } else if (rings == 2) {
+      ProcessBlock4x4_5x5_neon(r[3], r[2], r[4], r[1], r[5], stride, to, stride, map, acc, acc2,
+                               left, right);
+      auto* second = random.one_in(2) ? ProcessBlock4x4_7x7_1 : nullptr;
+      if (second)
+        second(r[3], r[2], r[4], r[1], r[5], r[0], r[6], stride, one, stride, map, acc, left);
+      else
+        ProcessBlock4x4_5x5(r[3], r[2], r[4], r[1], r[5], stride, one, stride, map, acc, left);
+    } else {
+      ProcessBlock4x4_7x7_neon(r[3], r[2], r[4], r[1], r[5], r[0], r[6], stride, to, stride, map,
+                               acc, acc2, left, right);
+      ProcessBlock4x4_7x7(r[3], r[2], r[4], r[1], r[5], r[0], r[6], stride, one, stride, map, acc,
+                          left);
+    }
+    ProcessBlock4x4_5x5_Guided(r[3], r[2], r[4], r[1], r[5], stride, row(guide, 0), row(guide, -1),
+                               row(guide, 1), row(guide, -2), row(guide, 2), 0, row(guided, 0),
+                               stride, map, acc, left);
+    EXPECT_TRUE(out.same(want)) << "pair " << sizes({rings, left, right});
+    EXPECT_TRUE(scalar.same(want_scalar)) << "one " << sizes({rings, left});
+    EXPECT_TRUE(guided.same(want_guided)) << "guided " << sizes({left});
   });
 }
 
