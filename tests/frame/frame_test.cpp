@@ -48,7 +48,8 @@ void compare_with_model(uint64_t seed, bool large, vorn::kernel_form form) {
   if (large) t.cnr.smooth_radius = std::min(t.cnr.smooth_radius, 60);
   const auto picture = static_cast<content>(random.between(0, frame_util::kContents - 1));
 
-  frame src(width, height), dst(width, height), model_src(width, height), model_dst(width, height);
+  frame src(width, height, random.between(0, 15)), dst(width, height, random.between(0, 15));
+  frame model_src(width, height), model_dst(width, height);
   src.paint(picture, random);
   std::copy_n(src.data(), src.size(), model_src.data());
   ASSERT_TRUE(vorn::use_kernel_form(form));

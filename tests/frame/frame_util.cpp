@@ -94,10 +94,11 @@ void paint(uint8_t* data, int width, int height, int stride, int channels, conte
       }
 }
 
-frame::frame(int width, int height)
-    : width_(width),
+frame::frame(int width, int height, int shift)
+    : begin_(kGuard + shift),
+      width_(width),
       height_(height),
-      memory_(static_cast<size_t>(width) * height * 3 / 2 + 2 * kGuard) {
+      memory_(static_cast<size_t>(width) * height * 3 / 2 + 2 * kGuard + 16) {
   for (size_t i = 0; i < memory_.size(); ++i) memory_[i] = static_cast<uint8_t>(i * 37 + 11);
 }
 
@@ -111,7 +112,7 @@ void frame::paint(content c, random_source& random) {
 
 bool frame::guards_intact() const {
   for (size_t i = 0; i < memory_.size(); ++i) {
-    if (i == kGuard) i = memory_.size() - kGuard;
+    if (i == begin_) i += size();
     if (memory_[i] != static_cast<uint8_t>(i * 37 + 11)) return false;
   }
   return true;

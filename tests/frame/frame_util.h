@@ -32,14 +32,15 @@ const char* content_name(content c);
 void paint(uint8_t* data, int width, int height, int stride, int channels, content c,
            random_source& random);
 
-// One frame of width * height * 3 / 2 bytes with guard bytes on both sides.
+// One frame of width * height * 3 / 2 bytes with guard bytes on both sides, `shift` bytes past an
+// aligned address.
 class frame {
  public:
-  frame(int width, int height);
+  frame(int width, int height, int shift = 0);
   void paint(content c, random_source& random);
-  uint8_t* data() { return memory_.data() + kGuard; }
-  const uint8_t* data() const { return memory_.data() + kGuard; }
-  size_t size() const { return memory_.size() - 2 * kGuard; }
+  uint8_t* data() { return memory_.data() + begin_; }
+  const uint8_t* data() const { return memory_.data() + begin_; }
+  size_t size() const { return memory_.size() - 2 * kGuard - 16; }
   bool guards_intact() const;
   _tag_uni_image image();  // first plane pointer and size, as a caller would fill it
   int width() const { return width_; }
@@ -47,6 +48,7 @@ class frame {
 
  private:
   static constexpr size_t kGuard = 256;
+  size_t begin_;
   int width_;
   int height_;
   std::vector<uint8_t> memory_;
