@@ -108,32 +108,33 @@ typedef struct Denoise_Parameters_t {
   ycnr_cnr_tuning_param* cnr; /* chroma tuning of this frame, not null */
 } Denoise_Parameters_t;
 
-/* Name, build and scratch size of one algorithm. All texts are NUL-terminated. */
+/* Name, build and scratch size of the luma algorithm. All texts are NUL-terminated. */
 typedef struct __ynr_capability_param {
-  char name[256];
+  char name[256];      /* of the algorithm */
   char build_date[32]; /* like "Aug 28 2024" */
   char build_time[32]; /* like "18:43:29" */
   char version[256];   /* like "1.0.1.2.2768825" */
   int32_t memory_mb;   /* scratch memory in MiB, rounded down */
 } __ynr_capability_param;
 
+/* The same of the chroma algorithm. */
 typedef struct __cnr_capability_param {
-  char name[256];
-  char build_date[32];
-  char build_time[32];
-  char version[256];
-  int32_t memory_mb;
+  char name[256];      /* of the algorithm */
+  char build_date[32]; /* like "Aug 28 2024" */
+  char build_time[32]; /* like "18:43:29" */
+  char version[256];   /* like "1.0.1.2.2768825" */
+  int32_t memory_mb;   /* scratch memory in MiB, rounded down */
 } __cnr_capability_param;
 
 /* The library's own record, then one for each algorithm. */
 typedef struct ycnr_capability_param {
-  char name[256];
-  char build_date[32];
-  char build_time[32];
-  char version[256];
-  int32_t memory_mb;
-  __ynr_capability_param ynr;
-  __cnr_capability_param cnr;
+  char name[256];             /* of the library */
+  char build_date[32];        /* like "Aug 28 2024" */
+  char build_time[32];        /* like "18:43:29" */
+  char version[256];          /* like "1.0.1.2.2768825" */
+  int32_t memory_mb;          /* always 1 */
+  __ynr_capability_param ynr; /* of the luma algorithm */
+  __cnr_capability_param cnr; /* of the chroma algorithm */
 } ycnr_capability_param;
 
 /* One denoiser for one frame size. Opaque. */

@@ -21,6 +21,7 @@ set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "Shared library of four C calls and its default tuning.")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libvornynr2cnr4-${PROJECT_VERSION_MAJOR})
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/cmake/debian/triggers)
 
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "C header, CMake package and pkg-config file.")
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
@@ -50,11 +51,12 @@ if(VORN_INSTALL_PYTHON)
   set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
   set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3, python3-numpy")
   set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS OFF)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/cmake/debian/prerm)
 endif()
 
 foreach(component ${CPACK_COMPONENTS_ALL})
   string(TOUPPER ${component} upper)
-  install(FILES cmake/debian-copyright RENAME copyright COMPONENT ${component} EXCLUDE_FROM_ALL
+  install(FILES cmake/debian/copyright COMPONENT ${component} EXCLUDE_FROM_ALL
     DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
 endforeach()
 include(CPack)

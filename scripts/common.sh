@@ -2,12 +2,12 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-# install_packages GROUP... : installs the missing packages of these groups of .ci/packages.txt
-# (a group begins with a line "# name: ..."). Does nothing, and needs no network, when all are there.
+# install_packages GROUP... : installs the missing packages of these groups of .ci/packages.txt, or
+# of the file that packages_file names (a group begins with a line "# name: ..."). Does nothing, and needs no network, when all are there.
 install_packages() {
   local wanted="" group missing=""
   for group in "$@"; do
-    wanted+=" $(awk -v g="$group" '/^#/ { on = index($0, "# " g ":") == 1; next } on && NF' .ci/packages.txt)"
+    wanted+=" $(awk -v g="$group" '/^#/ { on = index($0, "# " g ":") == 1; next } on && NF' "${packages_file:-.ci/packages.txt}")"
   done
   for package in $wanted; do
     [ "$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null)" = installed ] || missing+=" $package"
