@@ -2,13 +2,16 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstring>
 
 #include "api/log.h"
 #include "runtime/image.h"
+#include "runtime/reciprocal.h"
 #include "runtime/stage.h"
 #include "ynr/block_processors.h"
 #include "ynr/block_rules.h"
 #include "ynr/block_sums.h"
+#include "ynr/luma_kernels.h"
 
 namespace {
 
@@ -94,27 +97,187 @@ void filter_pair(unsigned char* cur, ptrdiff_t stride, unsigned char* out, int o
 // value the left block is filtered with that value, whichever it is, and the right block is left
 // alone: kept on purpose (WindowWalk.HalfMaskedPairFiltersTheLeftBlock).
 template <int Rings>
+void walk_blocks(_tag_uni_image* src, _tag_uni_image* dst, _tag_uni_image* mask, int* map, int y,
+                 int x_begin, int x_end) {
+  const int width = src->width;
+  const int paired = std::min(width & ~7, x_end);
+  const mask_row values = mask_row_for<Rings>(mask, width, y);
+  unsigned char* in = src->plane[0] + static_cast<ptrdiff_t>(y) * src->stride[0];
+  unsigned char* out = dst->plane[0] + static_cast<ptrdiff_t>(y) * dst->stride[0];
+  int x = x_begin;
+  for (; x < paired; x += 8) {
+    const int left = values.at(x);
+    const int right = values.at(x + 4);
+    if (left && right)
+      filter_pair<Rings>(in + x, src->stride[0], out + x, dst->stride[0], map, left, right);
+    else if (left || right)
+      filter_block<Rings>(in + x, src->stride[0], out + x, dst->stride[0], map, left | right);
+  }
+  for (; x < std::min(width, x_end); x += 4)
+    if (const int m = values.at(x))
+      filter_block<Rings>(in + x, src->stride[0], out + x, dst->stride[0], map, m);
+}
+
+// The same over runs of 16 blocks. What a block does is decided once per mask row: the rule's
+// constants per block, and three bit sets over the run's blocks.
+struct run_plan {
+  unsigned char values[vorn::kRunBlocks];  // mask value that each block is filtered with
+  vorn::index_rule rule;
+  uint32_t written;  // blocks that are filtered at all
+  uint32_t scalar;   // blocks under the scalar rule
+  bool by_blocks;    // a mask value that the rule's constants do not cover: never in a made mask
+};
+
+constexpr uint32_t kWholeRun = 0xFFFF;
+
+// Fills the plan of a run whose blocks 0..blocks-1 have the given mask values, pairs up to block
+// `paired`.
+void plan_run(run_plan* plan, const unsigned char* values, int blocks, int paired) {
+  plan->written = plan->scalar = 0;
+  plan->by_blocks = false;
+  for (int i = 0; i < vorn::kRunBlocks; ++i) {
+    unsigned char m = i < blocks ? values[i] : 0;
+    bool scalar = i >= paired;
+    if (i < paired) {
+      const unsigned char other = values[i ^ 1];
+      if (m == 0 || other == 0) {
+        scalar = true;
+        m = i & 1 ? 0 : m | other;
+      }
+    }
+    plan->by_blocks |= m == 1;
+    plan->values[i] = m;
+    plan->written |= static_cast<uint32_t>(m != 0) << i;
+    plan->scalar |= static_cast<uint32_t>(scalar) << i;
+  }
+  const vorn::index_rules& rules = vorn::index_rule_table();
+  for (int i = 0; i < vorn::kRunBlocks; ++i) {
+    const unsigned m = plan->values[i];
+    plan->rule.bias[i] = rules.bias[m];
+    plan->rule.factor[i] = rules.factor[m];
+    plan->rule.shift[i] = rules.shift[m];
+    plan->rule.shift_factor[i] = rules.shift_factor[m];
+  }
+}
+
+// The weight map as bytes. Returns false for a map that no intensity gives (an entry beyond 255).
+bool make_weight_table(vorn::weight_table* table, const int* map) {
+  table->support = 0;
+  for (int i = 1; i < vorn::kMapSize; ++i) {
+    if (map[i] < 0 || map[i] > 255) return false;
+    table->of[i] = static_cast<unsigned char>(map[i]);
+    if (map[i]) table->support = i + 1;
+  }
+  table->of[0] = table->of[1];
+  std::memset(table->of + vorn::kMapSize, 0, sizeof table->of - vorn::kMapSize);
+  return true;
+}
+
+// Runs go down the rows of a band of columns, so that the plans of a mask that is the same for all
+// rows are made once per band; wide enough to read whole cache lines and pages in order.
+constexpr int kBandRuns = 8;
+
+template <int Rings>
+class run_walk {
+ public:
+  run_walk(_tag_uni_image* src, _tag_uni_image* dst, _tag_uni_image* mask, int* map)
+      : src_(src),
+        dst_(dst),
+        mask_(mask),
+        map_(map),
+        kernels_(vorn::luma_kernels_of(vorn::active_kernel_form())),
+        refined_(vorn::reciprocal_table()),
+        exact_(vorn::exact_reciprocals()) {
+    std::memset(scratch_.tile, 0, sizeof scratch_.tile);
+  }
+
+  void walk(int row_begin, int row_end) {
+    if (!make_weight_table(&table_, map_)) {
+      for (int y = row_begin; y < row_end; y += 4)
+        walk_blocks<Rings>(src_, dst_, mask_, map_, y, 0, src_->width);
+      return;
+    }
+    for (int x = 0; x < src_->width; x += kBandRuns * vorn::kRunPixels)
+      walk_band(x, row_begin, row_end);
+  }
+
+ private:
+  void walk_band(int band_x, int row_begin, int row_end) {
+    const int runs =
+        std::min(kBandRuns, (src_->width - band_x + vorn::kRunPixels - 1) / vorn::kRunPixels);
+    run_plan plans[kBandRuns];
+    for (int i = 0; i < runs; ++i) plans[i].written = ~0u;  // no plan yet
+    for (int y = row_begin; y < row_end; y += 4) {
+      const mask_row values = mask_row_for<Rings>(mask_, src_->width, y);
+      for (int i = 0; i < runs; ++i) {
+        const int x = band_x + i * vorn::kRunPixels;
+        if (y == row_begin || (Rings == 2 && mask_)) make_plan(&plans[i], values, x);
+        if (plans[i].by_blocks)
+          walk_blocks<Rings>(src_, dst_, mask_, map_, y, x, x + vorn::kRunPixels);
+        else if (plans[i].written)
+          filter_run(plans[i], x, y);
+      }
+    }
+  }
+
+  void make_plan(run_plan* plan, const mask_row& row, int x) {
+    const int blocks = std::min(vorn::kRunBlocks, (src_->width - x + 3) / 4);
+    const int paired = std::min(vorn::kRunBlocks, ((src_->width & ~7) - x) / 4);
+    unsigned char values[vorn::kRunBlocks] = {};
+    for (int i = 0; i < blocks; ++i) values[i] = static_cast<unsigned char>(row.at(x + 4 * i));
+    plan_run(plan, values, blocks, paired);
+  }
+
+  // Copies the run's rows and as many around them as the window reaches, and nothing beyond that.
+  unsigned char* fetch_tile(int x, int y) {
+    unsigned char* tile = scratch_.tile + vorn::kMaxRings * vorn::kTilePitch + vorn::kTileMargin;
+    const int reach = std::min(vorn::kRunPixels, (src_->width - x + 3) / 4 * 4) + Rings;
+    const unsigned char* from =
+        src_->plane[0] + static_cast<ptrdiff_t>(y - Rings) * src_->stride[0] + x;
+    unsigned char* to = tile - Rings * vorn::kTilePitch;
+    for (int r = 0; r < 4 + 2 * Rings; ++r, from += src_->stride[0], to += vorn::kTilePitch)
+      std::memcpy(to - Rings, from - Rings, static_cast<size_t>(reach + Rings));
+    return tile;
+  }
+
+  void filter_run(const run_plan& plan, int x, int y) {
+    const unsigned char* tile = fetch_tile(x, y);
+    kernels_.distances(tile, Rings, scratch_.distance);
+    kernels_.look_up(scratch_.distance, Rings, &plan.rule, &table_, scratch_.weight,
+                     scratch_.total);
+    for (int i = 0; i < vorn::kRunBlocks; ++i) scratch_.reciprocal[i] = refined_[scratch_.total[i]];
+    unsigned char* out = dst_->plane[0] + static_cast<ptrdiff_t>(y) * dst_->stride[0] + x;
+    if (plan.written == kWholeRun && plan.scalar == 0) {
+      kernels_.blend(tile, Rings, scratch_.weight, scratch_.reciprocal, out, dst_->stride[0]);
+      return;
+    }
+    for (int i = 0; i < vorn::kRunBlocks; ++i)
+      if (plan.scalar >> i & 1) scratch_.reciprocal[i] = exact_[scratch_.total[i]];
+    unsigned char pixels[4 * vorn::kRunPixels];
+    kernels_.blend(tile, Rings, scratch_.weight, scratch_.reciprocal, pixels, vorn::kRunPixels);
+    for (int i = 0; i < vorn::kRunBlocks; ++i) {
+      if (!(plan.written >> i & 1)) continue;
+      for (int r = 0; r < 4; ++r)
+        std::memcpy(out + static_cast<ptrdiff_t>(r) * dst_->stride[0] + 4 * i,
+                    pixels + r * vorn::kRunPixels + 4 * i, 4);
+    }
+  }
+
+  _tag_uni_image* src_;
+  _tag_uni_image* dst_;
+  _tag_uni_image* mask_;
+  int* map_;
+  const vorn::luma_kernels& kernels_;
+  const float* refined_;
+  const float* exact_;
+  vorn::weight_table table_;
+  vorn::run_scratch scratch_;
+};
+
+template <int Rings>
 int walk(_tag_uni_image* src, _tag_uni_image* dst, _tag_uni_image* mask, int* map, int row_begin,
          int row_end) {
-  const int width = src->width;
-  const int paired = width & ~7;
-  for (int y = row_begin; y < row_end; y += 4) {
-    const mask_row values = mask_row_for<Rings>(mask, width, y);
-    unsigned char* in = src->plane[0] + static_cast<ptrdiff_t>(y) * src->stride[0];
-    unsigned char* out = dst->plane[0] + static_cast<ptrdiff_t>(y) * dst->stride[0];
-    int x = 0;
-    for (; x < paired; x += 8) {
-      const int left = values.at(x);
-      const int right = values.at(x + 4);
-      if (left && right)
-        filter_pair<Rings>(in + x, src->stride[0], out + x, dst->stride[0], map, left, right);
-      else if (left || right)
-        filter_block<Rings>(in + x, src->stride[0], out + x, dst->stride[0], map, left | right);
-    }
-    for (; x < width; x += 4)
-      if (const int m = values.at(x))
-        filter_block<Rings>(in + x, src->stride[0], out + x, dst->stride[0], map, m);
-  }
+  if (row_begin < row_end) run_walk<Rings>(src, dst, mask, map).walk(row_begin, row_end);
   return 0;
 }
 
