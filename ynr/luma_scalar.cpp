@@ -1,6 +1,7 @@
 // The plain form of the leaf kernels, which is their definition, and the tables around them.
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 
 #include "runtime/reciprocal.h"
 #include "ynr/block_rules.h"

@@ -1,0 +1,148 @@
+// Leaf kernels for Arm v8.0; on x86-64 the same source through SIMDe, for checks.
+#include "ynr/luma_neon.h"
+
+namespace vorn {
+namespace {
+
+using namespace luma_neon;
+
+// Weights of a pair of blocks as 16-bit lanes, eight neighbours of one ring per vector.
+struct pair_weights {
+  uint16x8_t left[kMaxRings], right[kMaxRings];
+};
+
+// Adds eight widened source pixels to one output row of both blocks, with the weights of one
+// neighbour.
+template <int N>
+static inline void add_pixels(uint16x8_t pixels, uint16x8_t left, uint16x8_t right,
+                              uint32x4_t (&sum)[2]) {
+  sum[0] = vmlal_laneq_u16(sum[0], vget_low_u16(pixels), left, N);
+#if defined(__aarch64__)
+  sum[1] = vmlal_high_laneq_u16(sum[1], pixels, right, N);
+#else
+  sum[1] = vmlal_laneq_u16(sum[1], vget_high_u16(pixels), right, N);
+#endif
+}
+
+// A source row's pixels at columns -d, 0 and d go to the output rows d below it (as their row
+// above), at it, and d above it.
+template <int Ring, int Row>
+static inline void add_ring_row(const unsigned char* row, uint16x8_t centre, const pair_weights& w,
+                                uint32x4_t (&sums)[4][2]) {
+  constexpr int d = Ring + 1;
+  if (Row < -d || Row > 3 + d) return;
+  constexpr bool above = Row + d >= 0 && Row + d < 4;
+  constexpr bool own = Row >= 0 && Row < 4;
+  constexpr bool below = Row - d >= 0 && Row - d < 4;
+  const uint16x8_t left = vmovl_u8(vld1_u8(row - d));
+  const uint16x8_t right = vmovl_u8(vld1_u8(row + d));
+  if (above) {
+    uint32x4_t(&sum)[2] = sums[(Row + d) & 3];
+    add_pixels<2>(left, w.left[Ring], w.right[Ring], sum);
+    add_pixels<3>(centre, w.left[Ring], w.right[Ring], sum);
+    add_pixels<4>(right, w.left[Ring], w.right[Ring], sum);
+  }
+  if (own) {
+    uint32x4_t(&sum)[2] = sums[Row & 3];
+    add_pixels<0>(left, w.left[Ring], w.right[Ring], sum);
+    add_pixels<1>(right, w.left[Ring], w.right[Ring], sum);
+  }
+  if (below) {
+    uint32x4_t(&sum)[2] = sums[(Row - d) & 3];
+    add_pixels<5>(left, w.left[Ring], w.right[Ring], sum);
+    add_pixels<6>(centre, w.left[Ring], w.right[Ring], sum);
+    add_pixels<7>(right, w.left[Ring], w.right[Ring], sum);
+  }
+}
+
+template <int Rings, int Row>
+static inline void add_row(const unsigned char* tile, const pair_weights& w,
+                           uint32x4_t (&sums)[4][2]) {
+  if (Row < -Rings || Row > 3 + Rings) return;
+  const unsigned char* row = tile + Row * kTilePitch;
+  const uint16x8_t centre = vmovl_u8(vld1_u8(row));
+  add_ring_row<0, Row>(row, centre, w, sums);
+  if (Rings >= 2) add_ring_row<1, Row>(row, centre, w, sums);
+  if (Rings >= 3) add_ring_row<2, Row>(row, centre, w, sums);
+}
+
+template <int Rings>
+static inline void blend_pair(const unsigned char* tile, const pair_weights& w,
+                              uint32x4_t (&sums)[4][2]) {
+  for (int r = 0; r < 4; ++r) {  // the block itself, weight 256
+    const uint16x8_t centre = vshll_n_u8(vld1_u8(tile + r * kTilePitch), 8);
+    sums[r][0] = vmovl_u16(vget_low_u16(centre));
+    sums[r][1] = vmovl_u16(vget_high_u16(centre));
+  }
+  add_row<Rings, -3>(tile, w, sums);
+  add_row<Rings, -2>(tile, w, sums);
+  add_row<Rings, -1>(tile, w, sums);
+  add_row<Rings, 0>(tile, w, sums);
+  add_row<Rings, 1>(tile, w, sums);
+  add_row<Rings, 2>(tile, w, sums);
+  add_row<Rings, 3>(tile, w, sums);
+  add_row<Rings, 4>(tile, w, sums);
+  add_row<Rings, 5>(tile, w, sums);
+  add_row<Rings, 6>(tile, w, sums);
+}
+
+// Weights by neighbour (16 blocks each) to weights by block (8 neighbours each): three rounds of
+// pairwise interleaving, neighbour n ending in byte n of its block.
+static inline void transpose_ring(const unsigned char (*weight)[kRunBlocks],
+                                  uint8_t (*by_block)[kNeighbours]) {
+  uint8x16_t a[8], b[8];
+  for (int n = 0; n < 8; ++n) a[n] = vld1q_u8(weight[n]);
+  for (int n = 0; n < 4; ++n) {
+    b[2 * n] = vzip1q_u8(a[n], a[n + 4]);
+    b[2 * n + 1] = vzip2q_u8(a[n], a[n + 4]);
+  }
+  // b[2n + h]: neighbours n and n + 4 of blocks 8h..8h + 7.
+  for (int h = 0; h < 2; ++h) {
+    const uint8x16_t even_low = vzip1q_u8(b[h], b[4 + h]);  // neighbours 0 2 4 6
+    const uint8x16_t even_high = vzip2q_u8(b[h], b[4 + h]);
+    const uint8x16_t odd_low = vzip1q_u8(b[2 + h], b[6 + h]);  // neighbours 1 3 5 7
+    const uint8x16_t odd_high = vzip2q_u8(b[2 + h], b[6 + h]);
+    vst1q_u8(by_block[8 * h], vzip1q_u8(even_low, odd_low));
+    vst1q_u8(by_block[8 * h + 2], vzip2q_u8(even_low, odd_low));
+    vst1q_u8(by_block[8 * h + 4], vzip1q_u8(even_high, odd_high));
+    vst1q_u8(by_block[8 * h + 6], vzip2q_u8(even_high, odd_high));
+  }
+}
+
+template <int Rings>
+void blend_rings(const unsigned char* tile, const unsigned char (*weight)[kRunBlocks],
+                 const float* reciprocal, unsigned char* out, int out_stride) {
+  alignas(16) uint8_t by_block[Rings][kRunBlocks][kNeighbours];
+  for (int ring = 0; ring < Rings; ++ring)
+    transpose_ring(weight + ring * kNeighbours, by_block[ring]);
+  for (int block = 0; block < kRunBlocks; block += 4, tile += 16, out += 16) {
+    uint32x4_t sums[2][4][2];
+    for (int pair = 0; pair < 2; ++pair) {
+      pair_weights w;
+      for (int ring = 0; ring < Rings; ++ring) {
+        w.left[ring] = vmovl_u8(vld1_u8(by_block[ring][block + 2 * pair]));
+        w.right[ring] = vmovl_u8(vld1_u8(by_block[ring][block + 2 * pair + 1]));
+      }
+      blend_pair<Rings>(tile + 8 * pair, w, sums[pair]);
+    }
+    const float32x4_t r = vld1q_f32(reciprocal + block);
+    for (int row = 0; row < 4; ++row) {
+      const uint32x4_t four[4] = {sums[0][row][0], sums[0][row][1], sums[1][row][0],
+                                  sums[1][row][1]};
+      vst1q_u8(out + row * static_cast<ptrdiff_t>(out_stride), normalise(four, r));
+    }
+  }
+}
+
+void blend(const unsigned char* tile, int rings, const unsigned char (*weight)[kRunBlocks],
+           const float* reciprocal, unsigned char* out, int out_stride) {
+  if (rings == 1) blend_rings<1>(tile, weight, reciprocal, out, out_stride);
+  if (rings == 2) blend_rings<2>(tile, weight, reciprocal, out, out_stride);
+  if (rings == 3) blend_rings<3>(tile, weight, reciprocal, out, out_stride);
+}
+
+}  // namespace
+
+const luma_kernels kLumaNeon = {distances, look_up, blend};
+
+}  // namespace vorn
