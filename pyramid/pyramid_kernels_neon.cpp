@@ -1,3 +1,5 @@
+#include <cstddef>
+
 #include "pyramid/pyramid_kernels.h"
 #include "runtime/neon.h"
 
@@ -17,78 +19,80 @@ struct sums16 {
 };
 
 inline sums16 vertical_sums(uint8x16_t upper, uint8x16_t centre, uint8x16_t lower) {
-  const uint8x8_t two = vdup_n_u8(2);
-  return {vmlal_u8(vaddl_u8(vget_low_u8(upper), vget_low_u8(lower)), vget_low_u8(centre), two),
-          vmlal_u8(vaddl_u8(vget_high_u8(upper), vget_high_u8(lower)), vget_high_u8(centre), two)};
+  const uint8x16_t two = vdupq_n_u8(2);
+  return {vmlal_u8(vaddl_u8(vget_low_u8(upper), vget_low_u8(lower)), vget_low_u8(centre),
+                   vget_low_u8(two)),
+          vmlal_high_u8(vaddl_high_u8(upper, lower), centre, two)};
 }
 
-// Sixteen outputs per step from 32 source columns, de-interleaved on load; the last odd column sum
-// of a step is the left neighbour of the next. Widest intermediate 16 * 255 = 4080.
+// Sixteen outputs from 32 source columns, de-interleaved on load. `before` holds the odd column sum
+// to the left in its last lane and receives this step's. Widest intermediate 16 * 255 = 4080.
+inline uint8x16_t down16(const uint8_t* upper, const uint8_t* centre, const uint8_t* lower,
+                         uint16x8_t& before) {
+  const uint16x8_t two = vdupq_n_u16(2);
+  const uint8x16x2_t u = vld2q_u8(upper), c = vld2q_u8(centre), l = vld2q_u8(lower);
+  const sums16 even = vertical_sums(u.val[0], c.val[0], l.val[0]);
+  const sums16 odd = vertical_sums(u.val[1], c.val[1], l.val[1]);
+  const uint16x8_t low = vaddq_u16(odd.low, vextq_u16(before, odd.low, 7));
+  const uint16x8_t high = vaddq_u16(odd.high, vextq_u16(odd.low, odd.high, 7));
+  before = odd.high;
+  return vcombine_u8(vrshrn_n_u16(vmlaq_u16(low, even.low, two), 4),
+                     vrshrn_n_u16(vmlaq_u16(high, even.high, two), 4));
+}
+
+inline uint16x8_t column_sum(const uint8_t* upper, const uint8_t* centre, const uint8_t* lower,
+                             int x) {
+  return vdupq_n_u16(static_cast<uint16_t>(upper[x] + 2 * centre[x] + lower[x]));
+}
+
 void down_neon(const uint8_t* upper, const uint8_t* centre, const uint8_t* lower, uint8_t* dst,
                int width) {
   if (width < 16) return plain().down(upper, centre, lower, dst, width);
-  const uint16x8_t two = vdupq_n_u16(2);
-  uint16x8_t before =
-      vdupq_n_u16(static_cast<uint16_t>(upper[0] + 2 * centre[0] + lower[0]));  // column 0
-  for (int x = 0;;) {
-    const uint8x16x2_t u = vld2q_u8(upper + 2 * x);
-    const uint8x16x2_t c = vld2q_u8(centre + 2 * x);
-    const uint8x16x2_t l = vld2q_u8(lower + 2 * x);
-    const sums16 even = vertical_sums(u.val[0], c.val[0], l.val[0]);
-    const sums16 odd = vertical_sums(u.val[1], c.val[1], l.val[1]);
-    const uint16x8_t low = vaddq_u16(odd.low, vextq_u16(before, odd.low, 7));
-    const uint16x8_t high = vaddq_u16(odd.high, vextq_u16(odd.low, odd.high, 7));
-    vst1q_u8(dst + x, vcombine_u8(vrshrn_n_u16(vmlaq_u16(low, even.low, two), 4),
-                                  vrshrn_n_u16(vmlaq_u16(high, even.high, two), 4)));
-    before = odd.high;
-    x += 16;
-    if (x + 16 <= width) continue;
-    if (x >= width) return;
-    x = width - 16;
-    before = vdupq_n_u16(
-        static_cast<uint16_t>(upper[2 * x - 1] + 2 * centre[2 * x - 1] + lower[2 * x - 1]));
-  }
+  uint16x8_t before = column_sum(upper, centre, lower, 0);
+  const ptrdiff_t outputs = width;
+  ptrdiff_t x = 0;
+  for (; x + 16 <= outputs; x += 16)
+    vst1q_u8(dst + x, down16(upper + 2 * x, centre + 2 * x, lower + 2 * x, before));
+  if (x == outputs) return;
+  x = outputs - 16;
+  before = column_sum(upper, centre, lower, static_cast<int>(2 * x - 1));
+  vst1q_u8(dst + x, down16(upper + 2 * x, centre + 2 * x, lower + 2 * x, before));
 }
 
-// A block of 2 x 32 enlarged samples, de-interleaved: even and odd columns of both rows.
+// A block of 2 x 32 enlarged samples. Bytes all through, each averaging step rounds half-up by
+// itself. Zips rather than interleaving stores: compilers keep those in registers.
 struct up_block {
-  uint8x16x2_t even, odd;
+  uint8x16_t even[2], odd[2];
 };
 
 inline up_block enlarge(const uint8_t* a, const uint8_t* b) {
   const uint8x16_t a0 = vld1q_u8(a), b0 = vld1q_u8(b);
   const uint8x16_t ha = vrhaddq_u8(a0, vld1q_u8(a + 1)), hb = vrhaddq_u8(b0, vld1q_u8(b + 1));
-  up_block block;
-  block.even.val[0] = a0;
-  block.even.val[1] = ha;
-  block.odd.val[0] = vrhaddq_u8(a0, b0);
-  block.odd.val[1] = vrhaddq_u8(ha, hb);
-  return block;
+  const uint8x16_t v = vrhaddq_u8(a0, b0), hv = vrhaddq_u8(ha, hb);
+  return {{vzip1q_u8(a0, ha), vzip2q_u8(a0, ha)}, {vzip1q_u8(v, hv), vzip2q_u8(v, hv)}};
 }
 
-// 32 columns of two rows per step from 17 coarse samples of two rows; bytes all through, each
-// averaging step rounds half-up by itself.
+inline void store_block(const up_block& block, uint8_t* even, uint8_t* odd) {
+  vst1q_u8(even, block.even[0]);
+  vst1q_u8(even + 16, block.even[1]);
+  vst1q_u8(odd, block.odd[0]);
+  vst1q_u8(odd + 16, block.odd[1]);
+}
+
+// 32 columns of two rows per step from 17 coarse samples of two rows.
 void up_neon(const uint8_t* a, const uint8_t* b, uint8_t* even, uint8_t* odd, int width) {
   if (width < 32) return plain().up(a, b, even, odd, width);
-  for (int i = 0;;) {
-    const up_block block = enlarge(a + i, b + i);
-    vst2q_u8(even + 2 * i, block.even);
-    vst2q_u8(odd + 2 * i, block.odd);
-    i += 16;
-    if (2 * i + 32 <= width) continue;
-    if (2 * i >= width) return;
-    if (2 * i == width - 1) {  // one more even column
-      even[2 * i] = up_even_row(a, 2 * i);
-      odd[2 * i] = up_odd_row(a, b, 2 * i);
-      return;
-    }
-    i = width / 2 - 16;
-    if (width % 2) {
-      even[width - 1] = up_even_row(a, width - 1);
-      odd[width - 1] = up_odd_row(a, b, width - 1);
-      width -= 1;
-    }
+  if (width % 2) {  // an even column that no step reaches
+    --width;
+    even[width] = up_even_row(a, width);
+    odd[width] = up_odd_row(a, b, width);
   }
+  const ptrdiff_t coarse = width / 2;
+  ptrdiff_t i = 0;
+  for (; i + 16 <= coarse; i += 16) store_block(enlarge(a + i, b + i), even + 2 * i, odd + 2 * i);
+  if (i == coarse) return;
+  i = coarse - 16;
+  store_block(enlarge(a + i, b + i), even + 2 * i, odd + 2 * i);
 }
 
 // Sixteen samples of min(|value + detail - 128|, 255) in bytes: the saturated sum where it is
@@ -110,20 +114,17 @@ inline uint8x16_t detail16(uint8x16_t value, uint8x16_t reference) {
 // As up_neon, but each row may overwrite the detail it is merged with: no step is repeated.
 void up_merge_neon(const uint8_t* a, const uint8_t* b, const uint8_t* detail_even,
                    const uint8_t* detail_odd, uint8_t* out_even, uint8_t* out_odd, int width) {
-  int x = 0;
+  ptrdiff_t x = 0;
   for (; x + 32 <= width; x += 32) {
-    const up_block up = enlarge(a + x / 2, b + x / 2);
-    uint8x16x2_t even = vld2q_u8(detail_even + x);
-    uint8x16x2_t odd = vld2q_u8(detail_odd + x);
-    even.val[0] = merge16(up.even.val[0], even.val[0]);
-    even.val[1] = merge16(up.even.val[1], even.val[1]);
-    odd.val[0] = merge16(up.odd.val[0], odd.val[0]);
-    odd.val[1] = merge16(up.odd.val[1], odd.val[1]);
-    vst2q_u8(out_even + x, even);
-    vst2q_u8(out_odd + x, odd);
+    up_block up = enlarge(a + x / 2, b + x / 2);
+    up.even[0] = merge16(up.even[0], vld1q_u8(detail_even + x));
+    up.even[1] = merge16(up.even[1], vld1q_u8(detail_even + x + 16));
+    up.odd[0] = merge16(up.odd[0], vld1q_u8(detail_odd + x));
+    up.odd[1] = merge16(up.odd[1], vld1q_u8(detail_odd + x + 16));
+    store_block(up, out_even + x, out_odd + x);
   }
   plain().up_merge(a + x / 2, b + x / 2, detail_even + x, detail_odd + x, out_even + x, out_odd + x,
-                   width - x);
+                   width - static_cast<int>(x));
 }
 
 inline void store64(uint8_t* out, const uint8x16x4_t& p) {

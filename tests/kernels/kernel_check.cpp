@@ -209,13 +209,13 @@ template class view<uint32_t>;
 template class view<int32_t>;
 template class view<float>;
 
-trial::trial(const geometry& g, kernel_form form, int tolerance, bool timed)
+trial::trial(const geometry& g, kernel_form form, int tolerance, int calls)
     : width(g.width),
       height(g.height),
       geometry_(g),
       form_(form),
       tolerance_(tolerance),
-      timed_(timed),
+      calls_(calls),
       random_(g.seed) {}
 trial::~trial() = default;
 
@@ -281,10 +281,15 @@ double now() {
 
 void trial::run(const std::function<void(kernel_form)>& call) {
   under_way.current = this;
+  if (calls_ > 0) {
+    run_ = 1;
+    for (int i = 0; i < calls_; ++i) call(form_);
+    return;
+  }
   for (run_ = 0; run_ < 2; ++run_) {
     under_way.form = run_ ? form_ : kernel_form::scalar;
     call(under_way.form);
-    if (!timed_) continue;
+    if (!timed()) continue;
     std::vector<double> times;
     for (int i = 0; i < 7; ++i) {
       const double start = now();
@@ -300,7 +305,7 @@ void trial::run(const std::function<void(kernel_form)>& call) {
   }
   under_way.current = nullptr;
   for (const auto& p : planes_) {
-    if (timed_) break;  // planes that are changed in place have been changed many times
+    if (timed()) break;  // planes that are changed in place have been changed many times
     const std::string fault = p->judge(tolerance_, result_.largest);
     if (!fault.empty() && result_.report.empty()) result_.report = fault;
   }
@@ -321,6 +326,7 @@ std::map<std::string, size_t>& tables() {
 struct options {
   unsigned seed = 1;
   long trial = -1;
+  int count = 0;
   std::string only, form;
   bool bench = false, list = false, thorough = false;
 };
@@ -387,7 +393,7 @@ bool check(const row& r, kernel_form form, const options& o) {
     g.seed = o.seed * 2654435761u + static_cast<unsigned>(i) * 40503u;
     under_way.name = r.name.c_str();
     under_way.repeat = repeat_command(r, form, o, i);
-    trial t(g, form, r.tolerance, false);
+    trial t(g, form, r.tolerance);
     r.body(t);
     ++run;
     largest = std::max(largest, t.result().largest);
@@ -413,11 +419,15 @@ bool emulated() {
 #endif
 }
 
-void bench(const row& r, kernel_form form) {
+geometry bench_geometry(const row& r) {
   geometry g{r.size.bench_width, r.size.bench_height, 0, 0, fill::noise, placement::guarded, 1};
   g.width -= (g.width - r.size.min_width) % r.size.step;
-  g.height = std::min(g.height, r.size.max_height > 1 ? g.height : 1);
-  trial t(g, form, r.tolerance, true);
+  return g;
+}
+
+void bench(const row& r, kernel_form form) {
+  const geometry g = bench_geometry(r);
+  trial t(g, form, r.tolerance, -1);
   under_way.name = r.name.c_str();
   r.body(t);
   const double pixels = static_cast<double>(g.width) * g.height / 1e6;
@@ -425,6 +435,14 @@ void bench(const row& r, kernel_form form) {
   printf("%-28s %-9s plain %9.1f MP/s, vector %9.1f MP/s, %6.2fx%s\n", r.name.c_str(),
          vorn::kernel_form_name(form), plain, vector, vector / plain,
          emulated() ? " (emulated)" : "");
+}
+
+// Calls one kernel a number of times and nothing else, for programs that count instructions.
+void count(const row& r, kernel_form form, int calls) {
+  const geometry g = bench_geometry(r);
+  trial t(g, form, r.tolerance, calls);
+  r.body(t);
+  printf("%d pixels per call\n", g.width * g.height);
 }
 
 // Exported names that hold "neon", from the reviewed list (demangled signatures).
@@ -477,7 +495,8 @@ int usage(int code) {
       "  --seed N      another series of random values\n"
       "  --trial N     only that trial of each row, as a failure prints it\n"
       "  --thorough    every width with every alignment, stride and fill\n"
-      "  --bench       speeds instead of checks\n");
+      "  --bench       speeds instead of checks\n"
+      "  --count N     only call the kernel N times (for counting instructions)\n");
   return code;
 }
 
@@ -507,6 +526,8 @@ int main(int argc, char** argv) {
       o.seed = static_cast<unsigned>(std::strtoul(argv[++i], nullptr, 0));
     else if (name == "--trial" && more)
       o.trial = std::strtol(argv[++i], nullptr, 0);
+    else if (name == "--count" && more)
+      o.count = std::atoi(argv[++i]);
     else if (name == "--only" && more)
       o.only = argv[++i];
     else if (name == "--form" && more)
@@ -520,22 +541,27 @@ int main(int argc, char** argv) {
 
   signal(SIGSEGV, on_fault);
   signal(SIGBUS, on_fault);
+  // A full name means that row alone: pyramid.up is not pyramid.up_merge.
+  bool exact = false;
+  for (const row& r : rows()) exact |= r.name == o.only;
   bool ok = true;
   int checked = 0;
   for (const row& r : rows()) {
-    if (r.name.find(o.only) == std::string::npos) continue;
+    if (r.name.find(o.only) == std::string::npos || (exact && r.name != o.only)) continue;
     for (kernel_form form : forms_of(r, o)) {
       ++checked;
       vorn::use_kernel_form(form);
       if (o.list)
         printf("%s %s\n", r.name.c_str(), vorn::kernel_form_name(form));
+      else if (o.count > 0)
+        count(r, form, o.count);
       else if (o.bench)
         bench(r, form);
       else
         ok &= check(r, form, o);
     }
   }
-  if (o.list || o.bench) return 0;
+  if (o.list || o.bench || o.count) return 0;
   if (o.only.empty() && o.form.empty()) ok &= complete();
   printf("%d kernels checked: %s\n", checked, ok && checked ? "all agree" : "FAILED");
   return ok && checked ? 0 : 1;

@@ -107,7 +107,7 @@ class trial {
   long random(long low, long high) {
     return std::uniform_int_distribution<long>(low, high)(random_);
   }
-  bool timed() const { return timed_; }
+  bool timed() const { return calls_ != 0; }
 
   // Calls the function twice: with kernel_form::scalar for the plain rule, then with the form under
   // test. The last statement of every row.
@@ -123,7 +123,8 @@ class trial {
     double largest = 0;
     std::string report;  // empty: as it should be
   };
-  trial(const geometry& g, vorn::kernel_form form, int tolerance, bool timed);
+  // calls: 0 compares the two runs, -1 times both, n calls the vector form n times and no more.
+  trial(const geometry& g, vorn::kernel_form form, int tolerance, int calls = 0);
   ~trial();
   const difference& result() const { return result_; }
   double seconds(bool vector) const { return seconds_[vector]; }
@@ -151,7 +152,7 @@ class trial {
   geometry geometry_;
   vorn::kernel_form form_;
   int tolerance_;
-  bool timed_;
+  int calls_;
   int run_ = 0;  // 0 plain, 1 vector
   std::mt19937 random_;
   std::vector<std::unique_ptr<plane>> planes_;
