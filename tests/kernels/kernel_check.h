@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <random>
 #include <string>
@@ -36,7 +37,7 @@ constexpr int kAlignments = 16;
 // Where the planes of a trial lie.
 enum class placement { guarded, page_after, page_before };
 
-class plane;  // kernel_check.cpp
+class plane;  // trial.cpp
 
 // Everything that tells one trial from another. The same numbers give the same trial.
 struct geometry {
@@ -48,6 +49,11 @@ struct geometry {
 };
 
 class trial;
+
+// Calls a row's function with a form.
+using call_function = std::function<void(vorn::kernel_form)>;
+// What to do with it instead of comparing (timing, counting).
+using driver_function = std::function<void(const call_function&)>;
 
 // A plane as the function under test sees it: in turn that of the plain and of the vector run.
 template <typename T>
@@ -107,11 +113,11 @@ class trial {
   long random(long low, long high) {
     return std::uniform_int_distribution<long>(low, high)(random_);
   }
-  bool timed() const { return calls_ != 0; }
+  bool timed() const { return driver_ != nullptr; }
 
   // Calls the function twice: with kernel_form::scalar for the plain rule, then with the form under
   // test. The last statement of every row.
-  void run(const std::function<void(vorn::kernel_form)>& call);
+  void run(const call_function& call);
 
   // ---- for the program ----
   struct element {
@@ -123,12 +129,11 @@ class trial {
     double largest = 0;
     std::string report;  // empty: as it should be
   };
-  // calls: 0 compares the two runs, -1 times both, n calls the vector form n times and no more.
-  trial(const geometry& g, vorn::kernel_form form, int tolerance, int calls = 0);
+  trial(const geometry& g, vorn::kernel_form form, int tolerance, driver_function driver = nullptr);
   ~trial();
   const difference& result() const { return result_; }
-  double seconds(bool vector) const { return seconds_[vector]; }
   std::string describe() const;
+  static const trial* under_way() { return under_way_; }  // null: no call in progress
 
  private:
   template <typename T>
@@ -152,13 +157,13 @@ class trial {
   geometry geometry_;
   vorn::kernel_form form_;
   int tolerance_;
-  int calls_;
+  driver_function driver_;
   int run_ = 0;  // 0 plain, 1 vector
   std::mt19937 random_;
   std::vector<std::unique_ptr<plane>> planes_;
   std::string parameters_;
   difference result_;
-  double seconds_[2] = {0, 0};
+  static const trial* under_way_;
 };
 
 template <typename T>
@@ -191,12 +196,19 @@ inline void add(row r) {
   rows().push_back(std::move(r));
 }
 
+// Where speed is measured: a few rows that stay in cache.
+geometry speed_geometry(const row& r);
+
 // Announces a kernel table: `entries` rows must be named "<name>.<entry>".
-void add_table(const char* name, size_t entries);
+std::map<std::string, size_t>& tables();
+inline void add_table(const char* name, size_t entries) {
+  tables()[name] = entries;
+}
 
 // Each folder's rows, in rows_<folder>.cpp.
 void add_pyramid_rows();
 void add_luma_rows();
 void add_chroma_rows();
+void add_all_rows();
 
 }  // namespace kernel_check
