@@ -46,10 +46,11 @@ struct options {
 
 std::vector<kernel_form> forms_of(const row& r, const options& o) {
   std::vector<kernel_form> forms;
-  for (int i = 1; i < vorn::kKernelForms; ++i) {
+  // The plain form is what the others are held against; it can be counted, not checked.
+  for (int i = o.count > 0 ? 0 : 1; i < vorn::kKernelForms; ++i) {
     const auto form = static_cast<kernel_form>(i);
     if (!vorn::kernel_form_available(form)) continue;
-    if (r.exported && form != kernel_form::neon) continue;
+    if (r.exported && form != kernel_form::neon && form != kernel_form::scalar) continue;
     if (o.form.empty() || o.form == vorn::kernel_form_name(form)) forms.push_back(form);
   }
   return forms;
