@@ -62,7 +62,8 @@ void frame_unpack(const guint8* packed, GstVideoFrame* frame) {
   const gint packed_width = padded_size(width);
   const gint packed_height = padded_size(height);
 
-  for (gint y = 0; y < height; ++y) memcpy(row_of(frame, 0, y), packed + (gssize)y * packed_width, width);
+  for (gint y = 0; y < height; ++y)
+    memcpy(row_of(frame, 0, y), packed + (gssize)y * packed_width, width);
   packed += (gssize)packed_height * packed_width;
   for (gint y = 0; y < packed_height / 2; ++y, packed += packed_width) {
     switch (GST_VIDEO_FRAME_FORMAT(frame)) {
@@ -83,7 +84,8 @@ guint8* frame_as_packed(const GstVideoFrame* frame) {
   const gint height = GST_VIDEO_FRAME_HEIGHT(frame);
   if (GST_VIDEO_FRAME_FORMAT(frame) != GST_VIDEO_FORMAT_NV12 || width % 2 || height % 2 ||
       GST_VIDEO_FRAME_PLANE_STRIDE(frame, 0) != width ||
-      GST_VIDEO_FRAME_PLANE_STRIDE(frame, 1) != width || row_of(frame, 0, height) != row_of(frame, 1, 0))
+      GST_VIDEO_FRAME_PLANE_STRIDE(frame, 1) != width ||
+      row_of(frame, 0, height) != row_of(frame, 1, 0))
     return NULL;
   return row_of(frame, 0, 0);
 }

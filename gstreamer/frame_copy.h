@@ -10,7 +10,9 @@
 #include <gst/video/video.h>
 
 /* Even size of the buffer for frames of this size. */
-static inline gint padded_size(gint size) { return (size + 1) & ~1; }
+static inline gint padded_size(gint size) {
+  return (size + 1) & ~1;
+}
 
 /* Copies an NV12, NV21 or I420 frame of any stride into packed, which is padded_size() of the frame
  * on either axis; an odd last column or row of luma is repeated once to fill it. */

@@ -50,7 +50,7 @@ struct _GstVornYcnr {
 
   /* Streaming thread only. */
   denoise_handle_t* handle;
-  gint width, height;  /* of the handle, even */
+  gint width, height;      /* of the handle, even */
   guint8 *source, *result; /* packed frames for buffers of any other layout */
 };
 
@@ -121,8 +121,7 @@ static void gst_vorn_ycnr_set_property(GObject* object, guint id, const GValue* 
   update_passthrough(self);
 }
 
-static void gst_vorn_ycnr_get_property(GObject* object, guint id, GValue* value,
-                                       GParamSpec* spec) {
+static void gst_vorn_ycnr_get_property(GObject* object, guint id, GValue* value, GParamSpec* spec) {
   GstVornYcnr* self = GST_VORN_YCNR(object);
   GST_OBJECT_LOCK(self);
   switch (id) {
@@ -139,13 +138,13 @@ static void gst_vorn_ycnr_get_property(GObject* object, guint id, GValue* value,
       g_value_set_boolean(value, self->chroma);
       break;
     case PROP_STATS:
-      g_value_take_boxed(
-          value, gst_structure_new("application/x-vornycnr-stats",  //
-                                   "frames", G_TYPE_UINT64, self->frames,  //
-                                   "last-time", G_TYPE_UINT64, self->last_time,  //
-                                   "average-time", G_TYPE_UINT64,
-                                   self->frames ? self->total_time / self->frames : 0,  //
-                                   "max-time", G_TYPE_UINT64, self->max_time, NULL));
+      g_value_take_boxed(value,
+                         gst_structure_new("application/x-vornycnr-stats",               //
+                                           "frames", G_TYPE_UINT64, self->frames,        //
+                                           "last-time", G_TYPE_UINT64, self->last_time,  //
+                                           "average-time", G_TYPE_UINT64,
+                                           self->frames ? self->total_time / self->frames : 0,  //
+                                           "max-time", G_TYPE_UINT64, self->max_time, NULL));
       break;
     default:
       G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
@@ -213,8 +212,8 @@ static gboolean gst_vorn_ycnr_set_info(GstVideoFilter* filter, GstCaps* in_caps,
   self->result = g_try_malloc(bytes);
   if (!self->handle || !self->source || !self->result) {
     release_denoiser(self);
-    GST_ELEMENT_ERROR(self, LIBRARY, INIT, ("No denoiser for frames of %dx%d", size.width, size.height),
-                      (NULL));
+    GST_ELEMENT_ERROR(self, LIBRARY, INIT,
+                      ("No denoiser for frames of %dx%d", size.width, size.height), (NULL));
     return FALSE;
   }
   GST_DEBUG_OBJECT(self, "denoiser for %dx%d", size.width, size.height);
@@ -222,8 +221,8 @@ static gboolean gst_vorn_ycnr_set_info(GstVideoFilter* filter, GstCaps* in_caps,
 }
 
 static void gst_vorn_ycnr_before_transform(GstBaseTransform* base, GstBuffer* buffer) {
-  const GstClockTime time = gst_segment_to_stream_time(&base->segment, GST_FORMAT_TIME,
-                                                       GST_BUFFER_TIMESTAMP(buffer));
+  const GstClockTime time =
+      gst_segment_to_stream_time(&base->segment, GST_FORMAT_TIME, GST_BUFFER_TIMESTAMP(buffer));
   if (GST_CLOCK_TIME_IS_VALID(time)) gst_object_sync_values(GST_OBJECT(base), time);
 }
 
@@ -294,8 +293,8 @@ static void gst_vorn_ycnr_class_init(GstVornYcnrClass* klass) {
   GstElementClass* element = GST_ELEMENT_CLASS(klass);
   GstBaseTransformClass* transform = GST_BASE_TRANSFORM_CLASS(klass);
   GstVideoFilterClass* filter = GST_VIDEO_FILTER_CLASS(klass);
-  const GParamFlags at_any_time = G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS |
-                                  GST_PARAM_MUTABLE_PLAYING;
+  const GParamFlags at_any_time =
+      G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS | GST_PARAM_MUTABLE_PLAYING;
 
   object->set_property = gst_vorn_ycnr_set_property;
   object->get_property = gst_vorn_ycnr_get_property;

@@ -4,28 +4,32 @@
 #include <math.h>
 #include <stddef.h>
 
-/* Where a record keeps the field of a key; count > 1 is an array of one number per pyramid level. */
+/* Where a record keeps the field of a key; count > 1 is an array of one number per pyramid level.
+ */
 typedef struct {
   const gchar* key;
   gsize offset;
   guint count;
 } Field;
 
-#define LUMA(key, count) {#key, offsetof(ycnr_ynr_tuning_param, key), count}
-#define CHROMA(key) {#key, offsetof(ycnr_cnr_tuning_param, key), 1}
+#define LUMA(key, count) \
+  { #key, offsetof(ycnr_ynr_tuning_param, key), count }
+#define CHROMA(key) \
+  { #key, offsetof(ycnr_cnr_tuning_param, key), 1 }
 
 static const Field luma_fields[] = {LUMA(enable, 1),  LUMA(layer, 1),  LUMA(pIntensity, 5),
                                     LUMA(pRadius, 5), LUMA(param0, 1), LUMA(param1, 1),
                                     LUMA(param2, 1)};
 static const Field chroma_fields[] = {
-    CHROMA(enable),       CHROMA(range_factor), CHROMA(smooth_radius), CHROMA(scale),
-    CHROMA(step),         CHROMA(color_edge_u), CHROMA(color_edge_v),  CHROMA(saturation),
-    CHROMA(param0),       CHROMA(param1),       CHROMA(param2)};
+    CHROMA(enable), CHROMA(range_factor), CHROMA(smooth_radius), CHROMA(scale),
+    CHROMA(step),   CHROMA(color_edge_u), CHROMA(color_edge_v),  CHROMA(saturation),
+    CHROMA(param0), CHROMA(param1),       CHROMA(param2)};
 
-G_DEFINE_QUARK(vorn-tuning-error, tuning_error)
+G_DEFINE_QUARK(vorn - tuning - error, tuning_error)
 
 /* Every fault is told as "FILE: CAUSE". */
-static gboolean fail(GError** error, const gchar* path, const gchar* format, ...) G_GNUC_PRINTF(3, 4);
+static gboolean fail(GError** error, const gchar* path, const gchar* format, ...)
+    G_GNUC_PRINTF(3, 4);
 static gboolean fail(GError** error, const gchar* path, const gchar* format, ...) {
   va_list args;
   va_start(args, format);
@@ -69,7 +73,8 @@ static gboolean read_record(JsonObject* entry, const gchar* name, const Field* f
     if (fields[i].count == 1) {
       good = read_integer(member, values);
     } else {
-      JsonArray* array = member && JSON_NODE_HOLDS_ARRAY(member) ? json_node_get_array(member) : NULL;
+      JsonArray* array =
+          member && JSON_NODE_HOLDS_ARRAY(member) ? json_node_get_array(member) : NULL;
       good = array && json_array_get_length(array) == fields[i].count;
       for (guint k = 0; good && k < fields[i].count; ++k)
         good = read_integer(json_array_get_element(array, k), values + k);
@@ -145,20 +150,19 @@ GArray* tuning_file_read(const gchar* path, GError** error) {
 }
 
 GArray* tuning_fallback(void) {
-  const TuningEntry entry = {
-      .gain = 8,
-      .luma = {.enable = 1,
-               .layer = 4,
-               .pIntensity = {8, 5, 3, 2, 0},
-               .pRadius = {5, 7, 7, 7, 0},
-               .param0 = 64},
-      .chroma = {.enable = 1,
-                 .range_factor = 12,
-                 .smooth_radius = 12,
-                 .scale = 2,
-                 .step = 1,
-                 .color_edge_u = 8,
-                 .color_edge_v = 8}};
+  const TuningEntry entry = {.gain = 8,
+                             .luma = {.enable = 1,
+                                      .layer = 4,
+                                      .pIntensity = {8, 5, 3, 2, 0},
+                                      .pRadius = {5, 7, 7, 7, 0},
+                                      .param0 = 64},
+                             .chroma = {.enable = 1,
+                                        .range_factor = 12,
+                                        .smooth_radius = 12,
+                                        .scale = 2,
+                                        .step = 1,
+                                        .color_edge_u = 8,
+                                        .color_edge_v = 8}};
   GArray* set = g_array_new(FALSE, TRUE, sizeof(TuningEntry));
   return g_array_append_val(set, entry);
 }

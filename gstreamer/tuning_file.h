@@ -14,8 +14,8 @@ typedef struct {
   ycnr_cnr_tuning_param chroma;
 } TuningEntry;
 
-/* Entries of the set, as a GArray of TuningEntry, never empty. On failure NULL, and error says which
- * field of which entry is wrong. */
+/* Entries of the set, as a GArray of TuningEntry, never empty. On failure NULL, and error says
+ * which field of which entry is wrong. */
 GArray* tuning_file_read(const gchar* path, GError** error);
 
 /* A set of one entry of middle strength, for when there is no file at all. */

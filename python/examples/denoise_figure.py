@@ -33,7 +33,9 @@ def chart(height=240, width=320):
 def with_noise(picture, gain, seed=1):
     random = np.random.default_rng(seed)
     sigma = np.sqrt(gain * (1 + picture * 0.03))
-    return np.clip(picture + random.normal(size=picture.shape) * sigma + 0.5, 0, 255).astype(np.uint8)
+    return np.clip(picture + random.normal(size=picture.shape) * sigma + 0.5, 0, 255).astype(
+        np.uint8
+    )
 
 
 def psnr(a, b):

@@ -56,7 +56,10 @@ class Denoiser:
             raise DenoiseError("the library does not tell its capability")
 
         def head(r):
-            texts = {key: getattr(r, key).decode() for key in ("name", "build_date", "build_time", "version")}
+            texts = {
+                key: getattr(r, key).decode()
+                for key in ("name", "build_date", "build_time", "version")
+            }
             return {**texts, "memory_mb": r.memory_mb}
 
         return {"library": head(record), "luma": head(record.ynr), "chroma": head(record.cnr)}
@@ -79,7 +82,9 @@ class Denoiser:
         _check(uv, chroma_shape, "uv")
         source = np.empty((self._padded_height * 3 // 2, self._padded_width), np.uint8)
         source[: self._padded_height] = np.pad(
-            y, ((0, self._padded_height - self.height), (0, self._padded_width - self.width)), "edge"
+            y,
+            ((0, self._padded_height - self.height), (0, self._padded_width - self.width)),
+            "edge",
         )
         source[self._padded_height :] = uv.reshape(self._padded_height // 2, self._padded_width)
         result = self._run(source, tuning, luma, chroma)
@@ -99,20 +104,31 @@ class Denoiser:
         result = np.empty_like(source)
         luma_record = tuning.luma._record(luma)
         chroma_record = tuning.chroma._record(chroma)
-        parameters = _native.Parameters(0, ctypes.pointer(luma_record), ctypes.pointer(chroma_record))
-        images = [_native.image_over(a, self._padded_width, self._padded_height) for a in (source, result)]
+        parameters = _native.Parameters(
+            0, ctypes.pointer(luma_record), ctypes.pointer(chroma_record)
+        )
+        images = [
+            _native.image_over(a, self._padded_width, self._padded_height) for a in (source, result)
+        ]
         with self._lock:
             code = _native.lib.vorn_ycnr_process(
-                self._open_handle(), ctypes.byref(images[0]), ctypes.byref(images[1]), ctypes.byref(parameters)
+                self._open_handle(),
+                ctypes.byref(images[0]),
+                ctypes.byref(images[1]),
+                ctypes.byref(parameters),
             )
         if code != 0:
-            raise DenoiseError(f"the frame was refused ({code}): the tuning does not fit {self.width}x{self.height}")
+            raise DenoiseError(
+                f"the frame was refused ({code}): the tuning does not fit {self.width}x{self.height}"
+            )
         return result
 
 
 def _check(array, shape, name):
     if array.dtype != np.uint8 or array.shape != shape:
-        raise ValueError(f"{name} must be uint8 of shape {shape}, not {array.dtype} of {array.shape}")
+        raise ValueError(
+            f"{name} must be uint8 of shape {shape}, not {array.dtype} of {array.shape}"
+        )
 
 
 def _pick(tuning, gain):
@@ -125,7 +141,9 @@ def denoise_nv12(frame, tuning=None, *, gain=None, luma=True, chroma=True):
     """Denoises one NV12 frame, (height * 3 / 2, width) uint8, with a tuning or the default for a gain."""
     frame = np.asarray(frame)
     if frame.ndim != 2 or frame.shape[0] % 3:
-        raise ValueError(f"an NV12 frame has height * 3 / 2 rows of width bytes, not the shape {frame.shape}")
+        raise ValueError(
+            f"an NV12 frame has height * 3 / 2 rows of width bytes, not the shape {frame.shape}"
+        )
     with Denoiser(frame.shape[1], frame.shape[0] // 3 * 2) as denoiser:
         return denoiser.nv12(frame, _pick(tuning, gain), luma=luma, chroma=chroma)
 
@@ -145,7 +163,9 @@ def denoise_rgb(rgb, tuning=None, *, gain=None, luma=True, chroma=True):
     """
     rgb = np.asarray(rgb)
     if rgb.ndim != 3 or rgb.shape[2] != 3 or rgb.dtype != np.uint8:
-        raise ValueError(f"an RGB picture is uint8 of (height, width, 3), not {rgb.dtype} of {rgb.shape}")
+        raise ValueError(
+            f"an RGB picture is uint8 of (height, width, 3), not {rgb.dtype} of {rgb.shape}"
+        )
     height, width = rgb.shape[:2]
     ycc = rgb.astype(np.float32) @ _RGB_TO_YCC.T
     y = _to_bytes(ycc[..., 0])

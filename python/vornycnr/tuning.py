@@ -146,7 +146,9 @@ class TuningSet:
     def save(self, path):
         """Writes the set, whole or not at all."""
         head = {"format": FORMAT, "version": 1, "name": self.name, "description": self.description}
-        lines = ",\n".join(f"  {json.dumps(key)}: {json.dumps(value)}" for key, value in head.items())
+        lines = ",\n".join(
+            f"  {json.dumps(key)}: {json.dumps(value)}" for key, value in head.items()
+        )
         entries = ",\n".join(
             f'    {{ "gain": {json.dumps(e.gain)},\n'
             f'      "luma": {json.dumps(asdict(e.luma))},\n'
@@ -181,4 +183,6 @@ def default_tuning_set():
     for candidate in candidates:
         if candidate and Path(candidate).is_file():
             return TuningSet.load(candidate)
-    raise FileNotFoundError("the default tuning set (share/vornycnr/default_tuning.json) is not installed")
+    raise FileNotFoundError(
+        "the default tuning set (share/vornycnr/default_tuning.json) is not installed"
+    )

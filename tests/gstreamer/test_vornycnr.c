@@ -31,13 +31,13 @@ static void append_luma(GString* json, const ycnr_ynr_tuning_param* t) {
 }
 
 static void append_chroma(GString* json, const ycnr_cnr_tuning_param* t) {
-  g_string_append_printf(json,
-                         "\"chroma\": {\"enable\": %d, \"range_factor\": %d, \"smooth_radius\": %d, "
-                         "\"scale\": %d, \"step\": %d, \"color_edge_u\": %d, \"color_edge_v\": %d, "
-                         "\"saturation\": %d, \"param0\": %d, \"param1\": %d, \"param2\": %d}",
-                         t->enable, t->range_factor, t->smooth_radius, t->scale, t->step,
-                         t->color_edge_u, t->color_edge_v, t->saturation, t->param0, t->param1,
-                         t->param2);
+  g_string_append_printf(
+      json,
+      "\"chroma\": {\"enable\": %d, \"range_factor\": %d, \"smooth_radius\": %d, "
+      "\"scale\": %d, \"step\": %d, \"color_edge_u\": %d, \"color_edge_v\": %d, "
+      "\"saturation\": %d, \"param0\": %d, \"param1\": %d, \"param2\": %d}",
+      t->enable, t->range_factor, t->smooth_radius, t->scale, t->step, t->color_edge_u,
+      t->color_edge_v, t->saturation, t->param0, t->param1, t->param2);
 }
 
 static gchar* write_file(const gchar* name, const gchar* text) {
@@ -133,9 +133,9 @@ static Picture* denoised(const Picture* in, gint entry, gboolean luma_on, gboole
 }
 
 static GstCaps* caps_for(GstVideoFormat format, gint width, gint height) {
-  return gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING,
-                             gst_video_format_to_string(format), "width", G_TYPE_INT, width, "height",
-                             G_TYPE_INT, height, "framerate", GST_TYPE_FRACTION, 30, 1, NULL);
+  return gst_caps_new_simple(
+      "video/x-raw", "format", G_TYPE_STRING, gst_video_format_to_string(format), "width",
+      G_TYPE_INT, width, "height", G_TYPE_INT, height, "framerate", GST_TYPE_FRACTION, 30, 1, NULL);
 }
 
 /* Where sample i of the chroma planes stands in a layout: plane, column of its U and V bytes. */
@@ -145,12 +145,12 @@ static guint8* chroma_at(GstVideoFrame* f, gboolean v, gint x, gint y) {
     return (guint8*)GST_VIDEO_FRAME_PLANE_DATA(f, v ? 2 : 1) +
            y * GST_VIDEO_FRAME_PLANE_STRIDE(f, v ? 2 : 1) + x;
   const gint second = format == GST_VIDEO_FORMAT_NV21 ? !v : v;
-  return (guint8*)GST_VIDEO_FRAME_PLANE_DATA(f, 1) + y * GST_VIDEO_FRAME_PLANE_STRIDE(f, 1) + 2 * x +
-         second;
+  return (guint8*)GST_VIDEO_FRAME_PLANE_DATA(f, 1) + y * GST_VIDEO_FRAME_PLANE_STRIDE(f, 1) +
+         2 * x + second;
 }
 
-/* The picture as a buffer whose rows are extra bytes longer than GStreamer's own; extra < 0 packs the
- * rows without any gap. */
+/* The picture as a buffer whose rows are extra bytes longer than GStreamer's own; extra < 0 packs
+ * the rows without any gap. */
 static GstBuffer* to_buffer(const Picture* p, GstVideoFormat format, gint extra) {
   GstVideoInfo info;
   gst_video_info_set_format(&info, format, p->width, p->height);
@@ -294,9 +294,9 @@ static void stats(GstElement* element, guint64* frames, guint64* last, guint64* 
                   guint64* max) {
   GstStructure* s = NULL;
   g_object_get(element, "stats", &s, NULL);
-  fail_unless(gst_structure_get(s, "frames", G_TYPE_UINT64, frames, "last-time", G_TYPE_UINT64, last,
-                                "average-time", G_TYPE_UINT64, average, "max-time", G_TYPE_UINT64,
-                                max, NULL));
+  fail_unless(gst_structure_get(s, "frames", G_TYPE_UINT64, frames, "last-time", G_TYPE_UINT64,
+                                last, "average-time", G_TYPE_UINT64, average, "max-time",
+                                G_TYPE_UINT64, max, NULL));
   gst_structure_free(s);
 }
 
@@ -306,8 +306,7 @@ GST_START_TEST(test_stats) {
   gst_harness_set_src_caps(h, caps_for(GST_VIDEO_FORMAT_NV12, 128, 96));
   stats(h->element, &frames, &last, &average, &max);
   fail_unless(frames == 0 && average == 0);
-  for (gint i = 0; i < 3; ++i)
-    check_frame(h, GST_VIDEO_FORMAT_NV12, 128, 96, 0, 0, TRUE, TRUE);
+  for (gint i = 0; i < 3; ++i) check_frame(h, GST_VIDEO_FORMAT_NV12, 128, 96, 0, 0, TRUE, TRUE);
   stats(h->element, &frames, &last, &average, &max);
   fail_unless_equals_uint64(frames, 3);
   fail_unless(last > 0 && average > 0 && last <= max && average <= max);
@@ -320,18 +319,18 @@ GST_END_TEST;
 GST_START_TEST(test_bad_tuning_files) {
   const struct {
     const gchar *text, *cause;
-  } cases[] = {{"{", "Parse error"},
-               {"[]", "not an object"},
-               {"{}", "format"},
-               {"{\"format\": \"vorn-ycnr tuning set\", \"version\": 2}", "version"},
-               {HEAD "\"entries\": []}", "entries"},
-               {HEAD "\"entrys\": []}", "entrys"},
-               {HEAD "\"entries\": [{\"gain\": 0}]}", "gain"},
-               {HEAD "\"entries\": [{\"gain\": 1}]}", "luma"},
-               {HEAD "\"entries\": [{\"gain\": 1, \"gane\": 1}]}", "gane"},
-               {HEAD "\"entries\": [{\"gain\": 1, \"luma\": {\"enable\": 1.5}}]}", "luma.enable"},
-               {HEAD "\"entries\": [{\"gain\": 1, \"luma\": {\"enable\": 9999999999}}]}",
-                "luma.enable"}};
+  } cases[] = {
+      {"{", "Parse error"},
+      {"[]", "not an object"},
+      {"{}", "format"},
+      {"{\"format\": \"vorn-ycnr tuning set\", \"version\": 2}", "version"},
+      {HEAD "\"entries\": []}", "entries"},
+      {HEAD "\"entrys\": []}", "entrys"},
+      {HEAD "\"entries\": [{\"gain\": 0}]}", "gain"},
+      {HEAD "\"entries\": [{\"gain\": 1}]}", "luma"},
+      {HEAD "\"entries\": [{\"gain\": 1, \"gane\": 1}]}", "gane"},
+      {HEAD "\"entries\": [{\"gain\": 1, \"luma\": {\"enable\": 1.5}}]}", "luma.enable"},
+      {HEAD "\"entries\": [{\"gain\": 1, \"luma\": {\"enable\": 9999999999}}]}", "luma.enable"}};
   for (guint i = 0; i < G_N_ELEMENTS(cases); ++i) {
     gchar* path = write_file("vornycnr-bad.json", cases[i].text);
     GstElement* pipeline = gst_pipeline_new(NULL);
@@ -344,8 +343,8 @@ GST_START_TEST(test_bad_tuning_files) {
     fail_unless(message != NULL);
     GError* error = NULL;
     gst_message_parse_error(message, &error, NULL);
-    fail_unless(strstr(error->message, cases[i].cause) && strstr(error->message, path), "case %u: %s",
-                i, error->message);
+    fail_unless(strstr(error->message, cases[i].cause) && strstr(error->message, path),
+                "case %u: %s", i, error->message);
     g_error_free(error);
     gst_message_unref(message);
 

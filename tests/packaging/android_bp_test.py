@@ -26,7 +26,11 @@ def expand(patterns):
     return {str(p.relative_to(root)) for pattern in patterns for p in root.glob(pattern)}
 
 
-named = {body["name"]: (kind, body) for kind, body in modules((root / "Android.bp").read_text()) if "name" in body}
+named = {
+    body["name"]: (kind, body)
+    for kind, body in modules((root / "Android.bp").read_text())
+    if "name" in body
+}
 defaults = named["libvornynr2cnr4_defaults"][1]
 library = named["libvornynr2cnr4"][1]
 dot = named["libvornynr2cnr4_dot"][1]

@@ -39,7 +39,7 @@ check() { # NAME WANTED GOT
   fi
 }
 
-[ -f "$library" ] && [ ! -L "$library" ]
+check "a plain file" "regular file" "$(stat -c %F "$library")"
 check "machine" AArch64 "$(readelf -h "$library" | sed -n 's/ *Machine: *//p')"
 check "soname" libvornynr2cnr4.so "$(readelf -d "$library" | sed -n 's/.*soname: \[\(.*\)\]/\1/p')"
 # ld-linux is glibc's own loader; bionic has its part of libc instead.

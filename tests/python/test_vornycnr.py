@@ -28,11 +28,29 @@ def noisy_nv12(width, height, seed=7):
 def through_the_calls(frame, tuning):
     """The four C calls by hand, on raw byte buffers."""
     height, width = frame.shape[0] // 3 * 2, frame.shape[1]
-    numbers = [tuning.luma.enable, tuning.luma.layer, *tuning.luma.pIntensity, *tuning.luma.pRadius, tuning.luma.param0, 0, 0]
+    numbers = [
+        tuning.luma.enable,
+        tuning.luma.layer,
+        *tuning.luma.pIntensity,
+        *tuning.luma.pRadius,
+        tuning.luma.param0,
+        0,
+        0,
+    ]
     luma = (ctypes.c_int32 * 15)(*numbers)
     c = tuning.chroma
     chroma = (ctypes.c_int32 * 11)(
-        c.enable, c.range_factor, c.smooth_radius, c.scale, c.step, c.color_edge_u, c.color_edge_v, c.saturation, 0, 0, 0
+        c.enable,
+        c.range_factor,
+        c.smooth_radius,
+        c.scale,
+        c.step,
+        c.color_edge_u,
+        c.color_edge_v,
+        c.saturation,
+        0,
+        0,
+        0,
     )
     src = ctypes.create_string_buffer(frame.tobytes(), frame.size)
     dst = ctypes.create_string_buffer(frame.size)
@@ -42,7 +60,9 @@ def through_the_calls(frame, tuning):
         image.plane[0] = ctypes.addressof(buffer)
         images.append(image)
     parameters = _native.Parameters(
-        0, ctypes.cast(luma, ctypes.POINTER(_native.LumaParam)), ctypes.cast(chroma, ctypes.POINTER(_native.ChromaParam))
+        0,
+        ctypes.cast(luma, ctypes.POINTER(_native.LumaParam)),
+        ctypes.cast(chroma, ctypes.POINTER(_native.ChromaParam)),
     )
     handle = _native.lib.vorn_ycnr_init(_native.InitParam(width, height))
     assert _native.lib.vorn_ycnr_process(handle, images[0], images[1], parameters) == 0
@@ -62,15 +82,21 @@ def test_nv12_gives_the_bytes_of_the_calls_and_leaves_its_input_alone():
 def test_strided_and_reversed_views_are_taken_as_they_look():
     big = noisy_nv12(256, 192)
     view = big[::2, ::-2]
-    assert np.array_equal(vornycnr.denoise_nv12(view, TUNING), vornycnr.denoise_nv12(view.copy(), TUNING))
+    assert np.array_equal(
+        vornycnr.denoise_nv12(view, TUNING), vornycnr.denoise_nv12(view.copy(), TUNING)
+    )
 
 
 def test_switches_leave_the_other_plane_alone():
     frame = noisy_nv12(128, 96)
     luma_only = vornycnr.denoise_nv12(frame, TUNING, chroma=False)
     chroma_only = vornycnr.denoise_nv12(frame, TUNING, luma=False)
-    assert np.array_equal(luma_only[96:], frame[96:]) and not np.array_equal(luma_only[:96], frame[:96])
-    assert np.array_equal(chroma_only[:96], frame[:96]) and not np.array_equal(chroma_only[96:], frame[96:])
+    assert np.array_equal(luma_only[96:], frame[96:]) and not np.array_equal(
+        luma_only[:96], frame[:96]
+    )
+    assert np.array_equal(chroma_only[:96], frame[:96]) and not np.array_equal(
+        chroma_only[96:], frame[96:]
+    )
     assert np.array_equal(vornycnr.denoise_nv12(frame, TUNING, luma=False, chroma=False), frame)
 
 
@@ -101,7 +127,12 @@ def test_rgb_keeps_colours_and_loses_noise():
 
 def test_rgb_round_trip_is_exact_where_nothing_runs():
     picture = np.random.default_rng(5).integers(0, 256, (33, 47, 3), np.uint8)
-    assert np.abs(vornycnr.denoise_rgb(picture, TUNING, luma=False, chroma=False).astype(int) - picture).max() <= 1
+    assert (
+        np.abs(
+            vornycnr.denoise_rgb(picture, TUNING, luma=False, chroma=False).astype(int) - picture
+        ).max()
+        <= 1
+    )
 
 
 def test_many_denoisers_on_many_threads_give_the_same_bytes():
@@ -112,7 +143,11 @@ def test_many_denoisers_on_many_threads_give_the_same_bytes():
 
     def work(i):
         for _ in range(5):
-            results[i] = vornycnr.denoise_nv12(frames[i], TUNING) if i < 4 else shared.nv12(frames[0], TUNING)
+            results[i] = (
+                vornycnr.denoise_nv12(frames[i], TUNING)
+                if i < 4
+                else shared.nv12(frames[0], TUNING)
+            )
 
     threads = [threading.Thread(target=work, args=(i,)) for i in range(8)]
     for t in threads:
@@ -132,7 +167,9 @@ def test_bad_arrays_are_refused():
     with pytest.raises(ValueError, match="RGB"):
         vornycnr.denoise_rgb(np.zeros((100, 128, 4), np.uint8), TUNING)
     with pytest.raises(ValueError, match="uv must be"):
-        vornycnr.denoise_planes(np.zeros((96, 128), np.uint8), np.zeros((48, 63, 2), np.uint8), TUNING)
+        vornycnr.denoise_planes(
+            np.zeros((96, 128), np.uint8), np.zeros((48, 63, 2), np.uint8), TUNING
+        )
     with pytest.raises(ValueError, match="not both"):
         vornycnr.denoise_nv12(np.zeros((144, 128), np.uint8), TUNING, gain=2)
     with pytest.raises(ValueError, match="no pixels"):
@@ -154,13 +191,21 @@ def test_a_tuning_that_the_library_refuses_is_an_error():
 def test_capability_names_three_versions():
     with vornycnr.Denoiser(1920, 1080) as denoiser:
         told = denoiser.capability()
-    assert [told[k]["version"].split(".")[0] for k in ("library", "luma", "chroma")] == ["1", "2", "4"]
+    assert [told[k]["version"].split(".")[0] for k in ("library", "luma", "chroma")] == [
+        "1",
+        "2",
+        "4",
+    ]
     assert told["luma"]["memory_mb"] > 1
 
 
 def test_tuning_set_round_trip_and_choice(tmp_path):
     entries = [
-        TuningEntry(LumaTuning(pIntensity=[int(g), 1, -2, 3, 2**31 - 1]), ChromaTuning(saturation=-int(g)), gain=g)
+        TuningEntry(
+            LumaTuning(pIntensity=[int(g), 1, -2, 3, 2**31 - 1]),
+            ChromaTuning(saturation=-int(g)),
+            gain=g,
+        )
         for g in (1, 2, 8.5)
     ]
     path = tmp_path / "set.json"

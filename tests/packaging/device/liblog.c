@@ -1,6 +1,6 @@
-/* Stands in for the device's liblog and its property call, so that the library can be linked and run
- * as on a device: properties come from the environment (dots become underscores), log lines go to
- * standard error. */
+/* Stands in for the device's liblog and its property call, so that the library can be linked and
+ * run as on a device: properties come from the environment (dots become underscores), log lines go
+ * to standard error. */
 #include <android/log.h>
 #include <stdarg.h>
 #include <stdio.h>
