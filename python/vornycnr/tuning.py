@@ -25,8 +25,8 @@ class LumaTuning:
 
     enable: int = 1
     layer: int = 4
-    pIntensity: List[int] = field(default_factory=lambda: [8, 5, 3, 2, 0])
-    pRadius: List[int] = field(default_factory=lambda: [5, 7, 7, 7, 0])
+    pIntensity: List[int] = field(default_factory=lambda: [120, 48, 24, 12, 0])
+    pRadius: List[int] = field(default_factory=lambda: [5, 5, 5, 5, 5])
     param0: int = 64
     param1: int = 0
     param2: int = 0
@@ -44,8 +44,8 @@ class ChromaTuning:
     """Chroma tuning of one frame; docs/tuning.md explains the fields."""
 
     enable: int = 1
-    range_factor: int = 12
-    smooth_radius: int = 12
+    range_factor: int = 14
+    smooth_radius: int = 6
     scale: int = 2
     step: int = 1
     color_edge_u: int = 8

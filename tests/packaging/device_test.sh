@@ -63,11 +63,14 @@ check "undefined names outside libc, libm, liblog" "" "$(nm -D --undefined-only 
 
 aarch64-linux-gnu-gcc -O2 -I"$source/api" "$here/consumer/denoise.c" -L"$scratch/build" -L"$scratch" \
   -lvornynr2cnr4 -Wl,-rpath-link,"$scratch" -o "$scratch/denoise"
-run() {
-  qemu-aarch64 -L /usr/aarch64-linux-gnu -E LD_LIBRARY_PATH="$scratch:$scratch/build" "$@" "$scratch/denoise"
+run() { # CPU OPTION...
+  qemu-aarch64 -cpu "$1" -L /usr/aarch64-linux-gnu -E LD_LIBRARY_PATH="$scratch:$scratch/build" "${@:2}" "$scratch/denoise"
 }
-run 2>/dev/null
-lines=$(run -E ro_debuggable=1 -E persist_vendor_cam_nr_api_log=4 2>&1 >/dev/null)
+# A processor of the first generation, and one with everything.
+for cpu in cortex-a53 max; do
+  check "a frame on $cpu" "$(run max 2>/dev/null)" "$(run $cpu 2>/dev/null)"
+done
+lines=$(run max -E ro_debuggable=1 -E persist_vendor_cam_nr_api_log=4 2>&1 >/dev/null)
 check "log lines through the device's log" true "$(grep -q '^3 YCNR_LOG: L [0-9]*, vorn_ycnr_process:' <<<"$lines" && echo true)"
 size=$(stat -c %s "$library")
 aarch64-linux-gnu-strip -o "$scratch/stripped.so" "$library"
