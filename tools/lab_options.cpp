@@ -1,0 +1,26 @@
+#include "tools/lab_options.h"
+
+namespace vorn::tool {
+
+void add_model_options(CLI::App& command, noise_model& model) {
+  const char* const group = "Noise model";
+  command.add_option("--full-well", model.full_well, "Electrons at white at gain 1")
+      ->check(CLI::Range(10.0, 1e6))
+      ->capture_default_str()
+      ->group(group);
+  command.add_option("--read-noise", model.read_noise, "Read noise in electrons")
+      ->check(CLI::Range(0.0, 1e3))
+      ->capture_default_str()
+      ->group(group);
+  command
+      .add_option("--luma-blur", model.luma_blur,
+                  "How much the camera's demosaicing blurs luma noise, 0 to 1")
+      ->check(CLI::Range(0.0, 1.0))
+      ->capture_default_str()
+      ->group(group);
+  command.add_option("--seed", model.seed, "Another number, another picture of the same noise")
+      ->capture_default_str()
+      ->group(group);
+}
+
+}  // namespace vorn::tool

@@ -1,0 +1,13 @@
+// Options that the measuring subcommands share.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include "tools/noise_model.h"
+
+namespace vorn::tool {
+
+// --full-well, --read-noise, --luma-blur and --seed. The gain has an option of its own.
+void add_model_options(CLI::App& command, noise_model& model);
+
+}  // namespace vorn::tool
