@@ -168,9 +168,14 @@ void add_noise(frame& f, const noise_model& model) {
   if (model.luma_blur > 0) {
     const float_grid sharp = green_noise;
     const float share = static_cast<float>(model.luma_blur);
+    // Squares of the mixed weights: the middle one, and the eight around it. The noise keeps its
+    // standard deviation.
+    const float middle = 1 - 0.75f * share;
+    const float scale = 1 / std::sqrt(middle * middle + share * share * (20.0f / 256.0f));
     for (int y = 0; y < height; ++y)
       for (int x = 0; x < width; ++x)
-        green_noise(x, y) += share * (sharp.blurred(x, y) - sharp.at(x, y));
+        green_noise(x, y) =
+            scale * (sharp.at(x, y) + share * (sharp.blurred(x, y) - sharp.at(x, y)));
   }
   for (int y = 0; y < height; ++y)
     for (int x = 0; x < width; ++x)

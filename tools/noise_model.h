@@ -26,8 +26,8 @@ struct noise_model {
   double read_noise = 2.0;    // electrons
   double red_balance = 1.9;   // white-balance gain of red over green
   double blue_balance = 1.6;  // and of blue
-  // Share of a 3x3 binomial blur in the green noise as well, 0..1: 0 is a demosaicing that keeps
-  // every green sample, 1 one that blurs it.
+  // Share of a 3x3 binomial blur in the green noise, 0..1, at the same standard deviation: 0 is a
+  // demosaicing that keeps every green sample, 1 one that blurs green as well.
   double luma_blur = 0;
 };
 

@@ -385,7 +385,7 @@ class search {
   int luma_lines() const {
     return options_.rounds * (2 * kLevels + 1 + (options_.corners ? 1 : 0));
   }
-  int chroma_lines() const { return 3 * 3 + options_.rounds * 5; }
+  int chroma_lines() const { return 3 * 4 + options_.rounds * 6; }
 
   // Tries the candidates and moves to the best one. Returns its place, -1 for no move.
   int try_line(const std::vector<tuning>& candidates, int field) {
@@ -487,8 +487,7 @@ class search {
     line(ids().smooth, [&](int32_t now) {
       const int32_t step = std::max(1, 2 * best_.chroma.step) * (round == 0 ? 2 : 1);
       std::vector<int32_t> values;
-      for (int k = -2; k <= 2; ++k)
-        values.push_back(std::clamp(now + k * step, step, kWidestWindow));
+      for (int k = -2; k <= 2; ++k) values.push_back(std::clamp(now + k * step, 0, kWidestWindow));
       return unique_values(std::move(values));
     });
   }
@@ -522,25 +521,36 @@ class search {
 
   void search_chroma() {
     luma_half_ = false;
-    // Each pyramid mode wants its own range and window: find those first, then compare the modes.
+    // Range and edges trade against each other and every pyramid mode wants its own window, so the
+    // start comes from a grid over all four. Radius 0 leaves only mode 2's small window at full
+    // chroma size.
     const tuning start = best_;
-    std::vector<tuning> modes;
     for (int32_t scale : {2, 1, 0}) {
-      if (stop_) break;
-      best_ = with(start, ids().scale, scale);
-      range_line(0);
-      radius_line(0);
-      if (!stop_) edges_line(0);
-      modes.push_back(best_);
+      for (int32_t radius : {0, 4, 8, 16}) {
+        if (stop_) return;
+        std::vector<tuning> grid;
+        for (int32_t edge : {2, 4, 8}) {
+          for (double share : {0.7, 1.0, 1.5, 2.2, 3.2}) {
+            tuning t = start;
+            t.chroma.scale = scale;
+            t.chroma.smooth_radius = radius;
+            t.chroma.color_edge_u = t.chroma.color_edge_v = edge;
+            const double range = std::round(guess_.chroma.range_factor * share);
+            t.chroma.range_factor = std::clamp(static_cast<int32_t>(range), 1, kHighestRange);
+            grid.push_back(t);
+          }
+        }
+        if (scale == 2 || radius > 0) try_line(grid, -1);
+        step_done("scale " + std::to_string(scale) + ", radius " + std::to_string(radius));
+      }
     }
-    best_ = modes.front();
-    try_line(modes, ids().scale);
     for (int round = 0; round < options_.rounds && !stop_; ++round) {
       range_line(round);
       if (!stop_) radius_line(round);
       if (!stop_) step_line();
       if (!stop_) edges_line(round);
       if (!stop_) edge_v_line(round);
+      if (!stop_) line(ids().scale, [](int32_t) { return std::vector<int32_t>{0, 1, 2}; });
     }
   }
 
