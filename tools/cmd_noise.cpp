@@ -120,7 +120,7 @@ void add_noise_command(CLI::App& program, job& chosen) {
   add_picture_options(*command, o->picture, false);
   command->footer(
       "Example:\n"
-      "  vorn-ycnr demo -o demo && vorn-ycnr noise demo/noisy.png");
+      "  vorn-ycnr demo -o demo && vorn-ycnr noise demo/noisy_gain8.png");
   command->callback([o, &chosen] { chosen = [o] { return run(*o); }; });
 }
 

@@ -104,7 +104,7 @@ void add_report(CLI::App& program, job& chosen) {
   command->footer(
       "Example:\n"
       "  vorn-ycnr demo -o demo && "
-      "vorn-ycnr report demo/noisy.png --clean demo/clean.png -o report.html");
+      "vorn-ycnr report demo/noisy_gain8.png --clean demo/clean.png -o report.html");
   command->callback([o, &chosen] { chosen = [o] { return run(*o); }; });
 }
 

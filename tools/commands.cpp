@@ -11,6 +11,9 @@ void add_all_commands(CLI::App& program, job& chosen) {
   program.footer("vorn-ycnr COMMAND --help tells a command's options. First steps: vorn-ycnr demo");
   add_denoise(program, chosen);
   add_demo(program, chosen);
+  add_noise_command(program, chosen);
+  add_tune(program, chosen);
+  add_report(program, chosen);
 }
 
 }  // namespace vorn::tool

@@ -29,8 +29,11 @@ progress::progress(const std::string& label, int64_t total, const std::string& u
       start_(clock::now()),
       last_(start_) {}
 
-progress::~progress() {
+progress::~progress() { clear(); }
+
+void progress::clear() {
   if (drawn_) std::fputs("\r\033[K", stderr);
+  drawn_ = false;
 }
 
 void progress::update(int64_t done, const std::string& note) {

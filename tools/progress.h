@@ -19,6 +19,8 @@ class progress {
 
   // Sets how many are done. Draws at most ten times a second. One thread at a time.
   void update(int64_t done, const std::string& note = "");
+  // Wipes the line, so that something can be printed; the next update draws it anew.
+  void clear();
 
  private:
   using clock = std::chrono::steady_clock;

@@ -33,17 +33,21 @@ std::string base64(const std::vector<uint8_t>& bytes) {
 }
 
 // The same plane of the three versions of a picture as the three channels of one PNG.
-std::string plane_png(const report_picture& p, int index) {
-  const plane before = extract_plane(p.before, index), after = extract_plane(p.after, index);
-  const plane clean = p.clean.width > 0 ? extract_plane(p.clean, index) : plane{};
+std::string plane_png(const report_picture& p, plane_view (*view)(const frame&)) {
+  const bool has_clean = p.clean.width > 0;
+  const plane_view before = view(p.before), after = view(p.after);
+  const plane_view clean = has_clean ? view(p.clean) : before;
   rgb_image image;
   image.width = before.width;
   image.height = before.height;
-  image.data.resize(before.data.size() * 3);
-  for (size_t i = 0; i < before.data.size(); ++i) {
-    image.data[3 * i] = before.data[i];
-    image.data[3 * i + 1] = after.data[i];
-    image.data[3 * i + 2] = clean.width > 0 ? clean.data[i] : uint8_t{0};
+  image.data.reserve(size_t(before.width) * before.height * 3);
+  for (int y = 0; y < before.height; ++y) {
+    for (int x = 0; x < before.width; ++x) {
+      const ptrdiff_t at = y * before.stride + x * before.step;
+      image.data.push_back(before.data[at]);
+      image.data.push_back(after.data[at]);
+      image.data.push_back(has_clean ? clean.data[at] : uint8_t{0});
+    }
   }
   return "data:image/png;base64," + base64(encode_png(image));
 }
@@ -109,9 +113,9 @@ json picture_json(const report_picture& p, const report_entry& entry) {
             {"width", p.before.width},
             {"height", p.before.height},
             {"clean", p.clean.width > 0},
-            {"y", plane_png(p, 0)},
-            {"u", plane_png(p, 1)},
-            {"v", plane_png(p, 2)}};
+            {"y", plane_png(p, luma_view)},
+            {"u", plane_png(p, u_view)},
+            {"v", plane_png(p, v_view)}};
   if (p.clean.width > 0) {
     j["quality"] = {{"before", quality_json(compare_frames(p.before, p.clean))},
                     {"after", quality_json(compare_frames(p.after, p.clean))}};
