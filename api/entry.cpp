@@ -240,6 +240,7 @@ int32_t vorn_ycnr_deinit(denoise_handle_t* handle) {
     return VORN_POOL_BUSY;
   }
   std::free(handle->dump_path);
+  std::free(handle->packed);
   if (cnr_deinit(handle->cnr) != 0) {
     VORN_LOGE("cnr deinit fail \n");
     return VORN_FAIL;

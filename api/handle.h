@@ -38,6 +38,7 @@ struct denoise_handle_t {
   struct pool* pool;  // workers, owned; both algorithms borrow it, so it is created first
   _tag_ynr_param_output ynr_param;  // rewritten by every process call
   _tag_cnr_param_output cnr_param;  // rewritten by every process call
+  unsigned char* packed;            // two frames for vorn_ycnr_process_planes, or null
 };
 
 namespace vorn {

@@ -1,5 +1,6 @@
 #include "api/log.h"
 
+#include <pthread.h>
 #include <time.h>
 
 #include <climits>
@@ -21,6 +22,25 @@ constexpr int kLineMax = 1024;  // longer lines are cut, as the device's log doe
 constexpr int kPropertyBuffer = 256;
 constexpr double kNsPerSecond = 1e9;
 constexpr double kMsPerNs = 1e-6;
+
+// Where lines go instead of the platform's log. Held while the sink runs, so that it can be taken
+// away safely.
+pthread_mutex_t sink_lock = PTHREAD_MUTEX_INITIALIZER;
+void (*log_sink)(void*, int, const char*) = nullptr;
+void* sink_context = nullptr;
+
+// Whether a sink took the line.
+bool pass_to_sink(int priority, char* text) {
+  pthread_mutex_lock(&sink_lock);
+  const bool taken = log_sink != nullptr;
+  if (taken) {
+    const size_t length = std::strlen(text);
+    if (length > 0 && text[length - 1] == '\n') text[length - 1] = '\0';
+    log_sink(sink_context, priority, text);
+  }
+  pthread_mutex_unlock(&sink_lock);
+  return taken;
+}
 
 // The number at the start of a text; 0 when there is none, the nearest int when it is too large.
 int leading_number(const char* text) {
@@ -44,7 +64,14 @@ void log_write(log_priority priority, const char* format, ...) {
   va_start(args, format);
   std::vsnprintf(text, sizeof text, format, args);
   va_end(args);
-  platform_log(priority, kTag, text);
+  if (!pass_to_sink(priority, text)) platform_log(priority, kTag, text);
+}
+
+void set_log_sink(void (*sink)(void*, int, const char*), void* context) {
+  pthread_mutex_lock(&sink_lock);
+  log_sink = sink;
+  sink_context = context;
+  pthread_mutex_unlock(&sink_lock);
 }
 
 }  // namespace vorn

@@ -40,6 +40,10 @@ bool log_enabled(log_priority priority);
 void log_write(log_priority priority, const char* format, ...)
     __attribute__((format(printf, 2, 3)));
 
+// Sends all lines to sink (without their line feed), or to the platform when it is null. Returns
+// when the former sink is not running any more.
+void set_log_sink(void (*sink)(void* context, int priority, const char* message), void* context);
+
 }  // namespace vorn
 
 // Logs with a given line number; text is a literal format that follows "L %d, %s:".

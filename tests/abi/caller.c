@@ -1,5 +1,6 @@
-/* A caller in C99: includes the installed header alone. */
+/* A caller in C99: includes the installed headers alone. */
 #include "vorn_ycnr.h"
+#include "vorn_ycnr_ext.h"
 
 #include <stddef.h>
 #include <stdio.h>
@@ -63,6 +64,19 @@ SIZE(__cnr_capability_param, 580);
 FIELD(8, ycnr_capability_param, ynr, 580, 580);
 FIELD(8, ycnr_capability_param, cnr, 1160, 580);
 SIZE(ycnr_capability_param, 1740);
+
+FIELD(9, vorn_ycnr_options, width, 0, 4);
+FIELD(9, vorn_ycnr_options, height, 4, 4);
+FIELD(9, vorn_ycnr_options, workers, 8, 4);
+FIELD(9, vorn_ycnr_options, bind_cores, 12, 4);
+SIZE(vorn_ycnr_options, 16);
+
+FIELD(10, vorn_ycnr_planes, layout, 0, 4);
+FIELD(10, vorn_ycnr_planes, width, 4, 4);
+FIELD(10, vorn_ycnr_planes, height, 8, 4);
+FIELD(10, vorn_ycnr_planes, plane, 16, 24);
+FIELD(10, vorn_ycnr_planes, stride, 40, 12);
+SIZE(vorn_ycnr_planes, 56);
 
 static uint8_t source[64 * 48 * 3 / 2];
 static uint8_t result[64 * 48 * 3 / 2];

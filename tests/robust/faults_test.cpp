@@ -6,6 +6,7 @@
 #include <string>
 
 #include "api/handle.h"
+#include "api/vorn_ycnr_ext.h"
 #include "runtime/image.h"
 #include "tests/robust/faults.h"
 #include "tests/support/frames.h"
@@ -145,6 +146,32 @@ TEST(Faults, EveryCallOfAFrameWithDumps) {
   EXPECT_EQ(faults::blocks_held(), 0);
   EXPECT_EQ(vorn_test::open_descriptors(), descriptors);
   printf("frame: %d faults (%s), %d failed frames\n", total, counts(survived).c_str(), failures);
+}
+
+// The packed frames of the extension: the input is copied all the same, the next call works.
+TEST(Faults, PackedFramesOfPlanes) {
+  reference expected;
+  denoiser one(kWidth, kHeight);
+  std::vector<uint8_t> from = expected.input, to(from.size());
+  const auto record = [](std::vector<uint8_t>& bytes) {
+    return vorn_ycnr_planes{VORN_LAYOUT_NV12,
+                            kWidth,
+                            kHeight,
+                            {bytes.data(), bytes.data() + kWidth * kHeight, nullptr},
+                            {kWidth, kWidth, 0}};
+  };
+  const vorn_ycnr_planes src = record(from), dst = record(to);
+  const tuning both;
+  faults::arm(0);
+  {
+    log_capture log;
+    EXPECT_EQ(vorn_ycnr_process_planes(one.get(), &src, &dst, &both.ynr, &both.cnr), -1);
+    EXPECT_EQ(log.count('E'), 1);
+  }
+  faults::disarm();
+  EXPECT_EQ(to, expected.input);
+  EXPECT_EQ(vorn_ycnr_process_planes(one.get(), &src, &dst, &both.ynr, &both.cnr), 0);
+  EXPECT_EQ(to, expected.result);
 }
 
 TEST(Faults, ImagePlanesThrow) {

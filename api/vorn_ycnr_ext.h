@@ -1,0 +1,79 @@
+/*
+ * vorn_ycnr_ext.h - optional calls beside the four of vorn_ycnr.h.
+ *
+ * An extension: nothing here changes the four calls, their records or their results, and a program
+ * that does without it needs only vorn_ycnr.h. A handle from vorn_ycnr_open is the same kind of
+ * handle as one from vorn_ycnr_init and works with every call of both headers; vorn_ycnr_deinit
+ * closes either. Every frame comes out with the bytes that vorn_ycnr_process would make.
+ *
+ * The header is plain C99.
+ */
+#ifndef VORN_YCNR_EXT_H
+#define VORN_YCNR_EXT_H
+
+#include "vorn_ycnr.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Argument of vorn_ycnr_open. A field that is zero has its usual value. */
+typedef struct vorn_ycnr_options {
+  int32_t width;      /* luma pixels per row of every later frame */
+  int32_t height;     /* luma rows of every later frame */
+  int32_t workers;    /* worker threads, 1..4; 0 stands for 4 */
+  int32_t bind_cores; /* 1: worker i runs on core 4 + i, or on core i where that one is not to be
+                         had, with raised priority; 0: the system decides */
+} vorn_ycnr_options;
+
+/* Creates a denoiser like vorn_ycnr_init, with a choice of workers. The number of workers changes
+ * the time that a frame takes, never its bytes.
+ * Returns the handle, or null (with an ERROR log line) for the reasons of vorn_ycnr_init and for
+ * options out of their range. */
+VORN_API denoise_handle_t* vorn_ycnr_open(const vorn_ycnr_options* options);
+
+/* Where the chroma samples of a vorn_ycnr_planes lie. */
+enum {
+  VORN_LAYOUT_NV12 = 0, /* plane[1]: U V U V ... */
+  VORN_LAYOUT_NV21 = 1, /* plane[1]: V U V U ... */
+  VORN_LAYOUT_I420 = 2  /* plane[1]: U, plane[2]: V */
+};
+
+/* A 4:2:0 frame whose planes lie anywhere. Chroma has (width + 1) / 2 columns and (height + 1) / 2
+ * rows. Bytes between the end of a row and the next row are neither read nor written. */
+typedef struct vorn_ycnr_planes {
+  int32_t layout;    /* VORN_LAYOUT_... */
+  int32_t width;     /* luma pixels per row */
+  int32_t height;    /* luma rows */
+  uint8_t* plane[3]; /* first sample of each plane */
+  int32_t stride[3]; /* bytes from one row to the next, at least a row's bytes */
+} vorn_ycnr_planes;
+
+/* Denoises one frame from src into dst, which have the handle's size and the same layout. Other
+ * than with vorn_ycnr_process, src is never written to, and dst may be src itself. A null tuning
+ * switches its algorithm off. The handle keeps a packed copy of both frames from the first call on
+ * (3 bytes per pixel). Of an odd height, the last row of chroma is the source's; an odd width has
+ * its chroma copied, and is refused with the chroma filter on.
+ * Returns 0, or -1 with an ERROR log line; dst then holds the input if both records are usable. */
+VORN_API int32_t vorn_ycnr_process_planes(denoise_handle_t* handle, const vorn_ycnr_planes* src,
+                                          const vorn_ycnr_planes* dst,
+                                          const ycnr_ynr_tuning_param* ynr,
+                                          const ycnr_cnr_tuning_param* cnr);
+
+/* Receives one log line without its line feed. priority: 3 debug, 4 info, 5 warning, 6 error.
+ * Called on the thread that logs, one line at a time; must not call the library. */
+typedef void (*vorn_ycnr_log_sink)(void* context, int32_t priority, const char* message);
+
+/* Sends all log lines of the process to sink, or, when it is null, to the system's log again. Which
+ * lines appear is still up to the log level. When the call returns, the former sink is not running
+ * and will not be called any more. */
+VORN_API void vorn_ycnr_set_log_sink(vorn_ycnr_log_sink sink, void* context);
+
+/* What a result of any call means, in a few words; never null. */
+VORN_API const char* vorn_ycnr_result_text(int32_t result);
+
+#ifdef __cplusplus
+} /* extern "C" */
+#endif
+
+#endif /* VORN_YCNR_EXT_H */
