@@ -2,8 +2,8 @@
 // of the process's own resources.
 #pragma once
 
-#include <fcntl.h>
 #include <stdlib.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -75,19 +75,23 @@ class log_capture {
  public:
   log_capture() {
     std::fflush(stderr);
+    file_ = memfd_create("log", 0);
     saved_ = dup(STDERR_FILENO);
-    const int file = open((dir_.path() / "log").c_str(), O_CREAT | O_RDWR | O_APPEND, 0600);
-    dup2(file, STDERR_FILENO);
-    close(file);
+    if (file_ < 0 || saved_ < 0 || dup2(file_, STDERR_FILENO) < 0) abort();
   }
   ~log_capture() {
     dup2(saved_, STDERR_FILENO);
     close(saved_);
+    close(file_);
   }
   log_capture(const log_capture&) = delete;
   log_capture& operator=(const log_capture&) = delete;
 
-  std::string text() const { return read_file(dir_.path() / "log"); }
+  std::string text() const {
+    std::string text(static_cast<size_t>(lseek(file_, 0, SEEK_END)), '\0');
+    if (pread(file_, text.data(), text.size(), 0) < 0) abort();
+    return text;
+  }
 
   // The lines with the number after "L " replaced by "#": source line numbers move.
   std::vector<std::string> lines() const {
@@ -118,7 +122,7 @@ class log_capture {
   }
 
  private:
-  temp_dir dir_;
+  int file_;
   int saved_;
 };
 
