@@ -76,10 +76,28 @@ static void distances(const unsigned char* tile, int rings, uint16_t (*distance)
   }
 }
 
-static inline __m256i indices(const uint16_t* distance, const index_rule* rule) {
-  const __m256i scaled = _mm256_add_epi16(_mm256_slli_epi16(load(distance), 6), load(rule->bias));
-  return _mm256_mulhi_epu16(_mm256_mulhi_epu16(scaled, load(rule->factor)),
-                            load(rule->shift_factor));
+// The rules' fields of 16 blocks, a field per vector.
+struct rule_lanes {
+  __m256i bias, factor, shift_factor;
+};
+
+static inline rule_lanes load_rules(const index_rule* rules) {
+  // Halves hold blocks 0..3 and 8..11, 4..7 and 12..15; two rounds of interleaving pick the fields.
+  const __m256i a = load_halves(rules, rules + 8), b = load_halves(rules + 2, rules + 10);
+  const __m256i c = load_halves(rules + 4, rules + 12), d = load_halves(rules + 6, rules + 14);
+  const __m256i ab_low = _mm256_unpacklo_epi16(a, b), ab_high = _mm256_unpackhi_epi16(a, b);
+  const __m256i cd_low = _mm256_unpacklo_epi16(c, d), cd_high = _mm256_unpackhi_epi16(c, d);
+  const __m256i ab_first = _mm256_unpacklo_epi16(ab_low, ab_high);   // biases, factors
+  const __m256i ab_second = _mm256_unpackhi_epi16(ab_low, ab_high);  // shifts, shift factors
+  const __m256i cd_first = _mm256_unpacklo_epi16(cd_low, cd_high);
+  const __m256i cd_second = _mm256_unpackhi_epi16(cd_low, cd_high);
+  return {_mm256_unpacklo_epi64(ab_first, cd_first), _mm256_unpackhi_epi64(ab_first, cd_first),
+          _mm256_unpackhi_epi64(ab_second, cd_second)};
+}
+
+static inline __m256i indices(const uint16_t* distance, const rule_lanes& rule) {
+  const __m256i scaled = _mm256_add_epi16(_mm256_slli_epi16(load(distance), 6), rule.bias);
+  return _mm256_mulhi_epu16(_mm256_mulhi_epu16(scaled, rule.factor), rule.shift_factor);
 }
 
 // The table as the exclusive-or of neighbouring 16-byte segments: adding up (by exclusive or) the
@@ -133,9 +151,10 @@ struct table_of<16> {
 
 template <int Segments>
 static void look_up_in_registers(const uint16_t (*distance)[kRunBlocks], int neighbours,
-                                 const index_rule* rule, const unsigned char* of,
+                                 const index_rule* rules, const unsigned char* of,
                                  unsigned char (*weight)[kRunBlocks], uint16_t* total) {
   const table_of<Segments> table(of);
+  const rule_lanes rule = load_rules(rules);
   const __m256i interleave = _mm256_broadcastsi128_si256(
       _mm_setr_epi8(0, 8, 1, 9, 2, 10, 3, 11, 4, 12, 5, 13, 6, 14, 7, 15));
   __m256i sum = _mm256_set1_epi16(256);
@@ -152,8 +171,9 @@ static void look_up_in_registers(const uint16_t (*distance)[kRunBlocks], int nei
 }
 
 static void look_up_in_memory(const uint16_t (*distance)[kRunBlocks], int neighbours,
-                              const index_rule* rule, const unsigned char* of,
+                              const index_rule* rules, const unsigned char* of,
                               unsigned char (*weight)[kRunBlocks], uint16_t* total) {
+  const rule_lanes rule = load_rules(rules);
   __m256i sum = _mm256_set1_epi16(256);
   for (int n = 0; n < neighbours; ++n) {
     alignas(32) uint16_t index[kRunBlocks];
@@ -166,18 +186,18 @@ static void look_up_in_memory(const uint16_t (*distance)[kRunBlocks], int neighb
   _mm256_storeu_si256(reinterpret_cast<__m256i*>(total), sum);
 }
 
-static void look_up(const uint16_t (*distance)[kRunBlocks], int rings, const index_rule* rule,
+static void look_up(const uint16_t (*distance)[kRunBlocks], int rings, const index_rule* rules,
                     const weight_table* table, unsigned char (*weight)[kRunBlocks],
                     uint16_t* total) {
   const int neighbours = rings * kNeighbours;
   if (table->support <= 63)
-    look_up_in_registers<4>(distance, neighbours, rule, table->of, weight, total);
+    look_up_in_registers<4>(distance, neighbours, rules, table->of, weight, total);
   else if (table->support <= 127)
-    look_up_in_registers<8>(distance, neighbours, rule, table->of, weight, total);
+    look_up_in_registers<8>(distance, neighbours, rules, table->of, weight, total);
   else if (table->support <= 255)
-    look_up_in_registers<16>(distance, neighbours, rule, table->of, weight, total);
+    look_up_in_registers<16>(distance, neighbours, rules, table->of, weight, total);
   else
-    look_up_in_memory(distance, neighbours, rule, table->of, weight, total);
+    look_up_in_memory(distance, neighbours, rules, table->of, weight, total);
 }
 
 // Weights of two neighbours as pairs of 16-bit words: [0] blocks 0..3 and 8..11, [1] 4..7 and

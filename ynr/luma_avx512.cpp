@@ -83,12 +83,27 @@ static void distances(const unsigned char* tile, int rings, uint16_t (*distance)
   if (rings == 3) distances_of<3>(tile, distance);
 }
 
+// Word positions of one field of 16 rules in two vectors, twice over.
+struct field_words {
+  alignas(64) uint16_t at[32];
+};
+
+constexpr field_words words_of_field(int field) {
+  field_words words{};
+  for (int i = 0; i < 32; ++i) words.at[i] = static_cast<uint16_t>(4 * (i % kRunBlocks) + field);
+  return words;
+}
+
+constexpr field_words kBiasWords = words_of_field(0), kFactorWords = words_of_field(1),
+                      kShiftWords = words_of_field(2);
+
 struct wide_rule {
   __m512i bias, factor, shift;
-  explicit wide_rule(const index_rule* rule)
-      : bias(twice(rule->bias)), factor(twice(rule->factor)), shift(twice(rule->shift)) {}
-  static __m512i twice(const uint16_t* of) {
-    return _mm512_broadcast_i64x4(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(of)));
+  explicit wide_rule(const index_rule* rules) {
+    const __m512i first = load(rules), second = load(rules + 8);
+    bias = _mm512_permutex2var_epi16(first, load(kBiasWords.at), second);
+    factor = _mm512_permutex2var_epi16(first, load(kFactorWords.at), second);
+    shift = _mm512_permutex2var_epi16(first, load(kShiftWords.at), second);
   }
   // Indices of two neighbours' distances.
   __m512i at(const uint16_t* distance) const {
@@ -100,11 +115,11 @@ struct wide_rule {
 // 64 look-ups per step: indices 0..127 in one two-register permute, the rest in a second one.
 template <bool Long>
 static void look_up_in_registers(const uint16_t (*distance)[kRunBlocks], int neighbours,
-                                 const index_rule* rule, const unsigned char* of,
+                                 const index_rule* rules, const unsigned char* of,
                                  unsigned char (*weight)[kRunBlocks], uint16_t* total) {
   const __m512i low = load(of), high = load(of + 64);
   const __m512i third = Long ? load(of + 128) : low, fourth = Long ? load(of + 192) : high;
-  const wide_rule wide(rule);
+  const wide_rule wide(rules);
   const __m512i bytes = _mm512_set1_epi16(0x00FF);
   __m512i even = _mm512_setzero_si512(), odd = even;
   for (int n = 0; n < neighbours; n += 4) {
@@ -139,9 +154,9 @@ static void look_up_in_registers(const uint16_t (*distance)[kRunBlocks], int nei
 }
 
 static void look_up_in_memory(const uint16_t (*distance)[kRunBlocks], int neighbours,
-                              const index_rule* rule, const unsigned char* of,
+                              const index_rule* rules, const unsigned char* of,
                               unsigned char (*weight)[kRunBlocks], uint16_t* total) {
-  const wide_rule wide(rule);
+  const wide_rule wide(rules);
   __m256i sum = _mm256_set1_epi16(256);
   for (int n = 0; n < neighbours; n += 2) {
     alignas(64) uint16_t index[2 * kRunBlocks];
@@ -156,16 +171,16 @@ static void look_up_in_memory(const uint16_t (*distance)[kRunBlocks], int neighb
   _mm256_storeu_si256(reinterpret_cast<__m256i*>(total), sum);
 }
 
-static void look_up(const uint16_t (*distance)[kRunBlocks], int rings, const index_rule* rule,
+static void look_up(const uint16_t (*distance)[kRunBlocks], int rings, const index_rule* rules,
                     const weight_table* table, unsigned char (*weight)[kRunBlocks],
                     uint16_t* total) {
   const int neighbours = rings * kNeighbours;
   if (table->support <= 128)
-    look_up_in_registers<false>(distance, neighbours, rule, table->of, weight, total);
+    look_up_in_registers<false>(distance, neighbours, rules, table->of, weight, total);
   else if (table->support <= 255)
-    look_up_in_registers<true>(distance, neighbours, rule, table->of, weight, total);
+    look_up_in_registers<true>(distance, neighbours, rules, table->of, weight, total);
   else
-    look_up_in_memory(distance, neighbours, rule, table->of, weight, total);
+    look_up_in_memory(distance, neighbours, rules, table->of, weight, total);
 }
 
 // Byte positions that make words of 16 blocks out of a ring's eight weight rows (two vectors): byte

@@ -41,13 +41,12 @@ struct weight_table {
   int support;
 };
 
-// Index of a distance under a block's mask value, in 16-bit numbers:
+// Index of a distance under one mask value, in 16-bit numbers:
 // (high half of (64 D + bias) * factor) >> shift. Exact for mask values 2..255.
 struct index_rule {
-  alignas(64) uint16_t bias[kRunBlocks];
-  alignas(64) uint16_t factor[kRunBlocks];
-  alignas(64) uint16_t shift[kRunBlocks];         // 1..7
-  alignas(64) uint16_t shift_factor[kRunBlocks];  // 2^(16 - shift): the shift as a high half
+  uint16_t bias, factor;
+  uint16_t shift;         // 1..7
+  uint16_t shift_factor;  // 2^(16 - shift): the shift as the high half of a product
 };
 
 // What one block row of a run needs between the phases.
@@ -59,10 +58,10 @@ struct run_scratch {
   alignas(64) float reciprocal[kRunBlocks];
 };
 
-// tile points at the run's first pixel; rings is 1, 2 or 3.
+// tile points at the run's first pixel; rings is 1, 2 or 3; rules has one entry per block.
 struct luma_kernels {
   void (*distances)(const unsigned char* tile, int rings, uint16_t (*distance)[kRunBlocks]);
-  void (*look_up)(const uint16_t (*distance)[kRunBlocks], int rings, const index_rule* rule,
+  void (*look_up)(const uint16_t (*distance)[kRunBlocks], int rings, const index_rule* rules,
                   const weight_table* table, unsigned char (*weight)[kRunBlocks], uint16_t* total);
   void (*blend)(const unsigned char* tile, int rings, const unsigned char (*weight)[kRunBlocks],
                 const float* reciprocal, unsigned char* out, int out_stride);
@@ -78,12 +77,9 @@ extern const luma_kernels kLumaSse2;
 extern const luma_kernels kLumaAvx2;
 extern const luma_kernels kLumaAvx512;
 
-// The 256 index rules by mask value, and the reciprocals of totals 0..6376 that give the scalar
-// rule. Built once; entries 0 and 1 of the rules are not usable.
-struct index_rules {
-  uint16_t bias[256], factor[256], shift[256], shift_factor[256];
-};
-const index_rules& index_rule_table();
+// The 256 index rules by mask value (entries 0 and 1 are not usable), and the reciprocals of totals
+// 0..6376 that give the scalar rule. Built once.
+const index_rule* index_rule_table();
 const float* exact_reciprocals();
 
 }  // namespace vorn

@@ -15,12 +15,12 @@ struct pair_weights {
 // neighbour.
 template <int N>
 static inline void add_pixels(uint16x8_t pixels, uint16x8_t left, uint16x8_t right,
-                              uint32x4_t (&sum)[2]) {
-  sum[0] = vmlal_laneq_u16(sum[0], vget_low_u16(pixels), left, N);
+                              uint32x4_t* left_sum, uint32x4_t* right_sum) {
+  *left_sum = vmlal_laneq_u16(*left_sum, vget_low_u16(pixels), left, N);
 #if defined(__aarch64__)
-  sum[1] = vmlal_high_laneq_u16(sum[1], pixels, right, N);
+  *right_sum = vmlal_high_laneq_u16(*right_sum, pixels, right, N);
 #else
-  sum[1] = vmlal_laneq_u16(sum[1], vget_high_u16(pixels), right, N);
+  *right_sum = vmlal_laneq_u16(*right_sum, vget_high_u16(pixels), right, N);
 #endif
 }
 
@@ -28,7 +28,7 @@ static inline void add_pixels(uint16x8_t pixels, uint16x8_t left, uint16x8_t rig
 // above), at it, and d above it.
 template <int Ring, int Row>
 static inline void add_ring_row(const unsigned char* row, uint16x8_t centre, const pair_weights& w,
-                                uint32x4_t (&sums)[4][2]) {
+                                uint32x4_t (&left_sums)[4], uint32x4_t (&right_sums)[4]) {
   constexpr int d = Ring + 1;
   if (Row < -d || Row > 3 + d) return;
   constexpr bool above = Row + d >= 0 && Row + d < 4;
@@ -37,53 +37,53 @@ static inline void add_ring_row(const unsigned char* row, uint16x8_t centre, con
   const uint16x8_t left = vmovl_u8(vld1_u8(row - d));
   const uint16x8_t right = vmovl_u8(vld1_u8(row + d));
   if (above) {
-    uint32x4_t(&sum)[2] = sums[(Row + d) & 3];
-    add_pixels<2>(left, w.left[Ring], w.right[Ring], sum);
-    add_pixels<3>(centre, w.left[Ring], w.right[Ring], sum);
-    add_pixels<4>(right, w.left[Ring], w.right[Ring], sum);
+    uint32x4_t *l = &left_sums[(Row + d) & 3], *r = &right_sums[(Row + d) & 3];
+    add_pixels<2>(left, w.left[Ring], w.right[Ring], l, r);
+    add_pixels<3>(centre, w.left[Ring], w.right[Ring], l, r);
+    add_pixels<4>(right, w.left[Ring], w.right[Ring], l, r);
   }
   if (own) {
-    uint32x4_t(&sum)[2] = sums[Row & 3];
-    add_pixels<0>(left, w.left[Ring], w.right[Ring], sum);
-    add_pixels<1>(right, w.left[Ring], w.right[Ring], sum);
+    uint32x4_t *l = &left_sums[Row & 3], *r = &right_sums[Row & 3];
+    add_pixels<0>(left, w.left[Ring], w.right[Ring], l, r);
+    add_pixels<1>(right, w.left[Ring], w.right[Ring], l, r);
   }
   if (below) {
-    uint32x4_t(&sum)[2] = sums[(Row - d) & 3];
-    add_pixels<5>(left, w.left[Ring], w.right[Ring], sum);
-    add_pixels<6>(centre, w.left[Ring], w.right[Ring], sum);
-    add_pixels<7>(right, w.left[Ring], w.right[Ring], sum);
+    uint32x4_t *l = &left_sums[(Row - d) & 3], *r = &right_sums[(Row - d) & 3];
+    add_pixels<5>(left, w.left[Ring], w.right[Ring], l, r);
+    add_pixels<6>(centre, w.left[Ring], w.right[Ring], l, r);
+    add_pixels<7>(right, w.left[Ring], w.right[Ring], l, r);
   }
 }
 
 template <int Rings, int Row>
 static inline void add_row(const unsigned char* tile, const pair_weights& w,
-                           uint32x4_t (&sums)[4][2]) {
+                           uint32x4_t (&left_sums)[4], uint32x4_t (&right_sums)[4]) {
   if (Row < -Rings || Row > 3 + Rings) return;
   const unsigned char* row = tile + Row * kTilePitch;
   const uint16x8_t centre = vmovl_u8(vld1_u8(row));
-  add_ring_row<0, Row>(row, centre, w, sums);
-  if (Rings >= 2) add_ring_row<1, Row>(row, centre, w, sums);
-  if (Rings >= 3) add_ring_row<2, Row>(row, centre, w, sums);
+  add_ring_row<0, Row>(row, centre, w, left_sums, right_sums);
+  if (Rings >= 2) add_ring_row<1, Row>(row, centre, w, left_sums, right_sums);
+  if (Rings >= 3) add_ring_row<2, Row>(row, centre, w, left_sums, right_sums);
 }
 
 template <int Rings>
 static inline void blend_pair(const unsigned char* tile, const pair_weights& w,
-                              uint32x4_t (&sums)[4][2]) {
+                              uint32x4_t (&left_sums)[4], uint32x4_t (&right_sums)[4]) {
   for (int r = 0; r < 4; ++r) {  // the block itself, weight 256
-    const uint16x8_t centre = vshll_n_u8(vld1_u8(tile + r * kTilePitch), 8);
-    sums[r][0] = vmovl_u16(vget_low_u16(centre));
-    sums[r][1] = vmovl_u16(vget_high_u16(centre));
+    const uint16x8_t centre = vshlq_n_u16(vmovl_u8(vld1_u8(tile + r * kTilePitch)), 8);
+    left_sums[r] = vmovl_u16(vget_low_u16(centre));
+    right_sums[r] = vmovl_u16(vget_high_u16(centre));
   }
-  add_row<Rings, -3>(tile, w, sums);
-  add_row<Rings, -2>(tile, w, sums);
-  add_row<Rings, -1>(tile, w, sums);
-  add_row<Rings, 0>(tile, w, sums);
-  add_row<Rings, 1>(tile, w, sums);
-  add_row<Rings, 2>(tile, w, sums);
-  add_row<Rings, 3>(tile, w, sums);
-  add_row<Rings, 4>(tile, w, sums);
-  add_row<Rings, 5>(tile, w, sums);
-  add_row<Rings, 6>(tile, w, sums);
+  add_row<Rings, -3>(tile, w, left_sums, right_sums);
+  add_row<Rings, -2>(tile, w, left_sums, right_sums);
+  add_row<Rings, -1>(tile, w, left_sums, right_sums);
+  add_row<Rings, 0>(tile, w, left_sums, right_sums);
+  add_row<Rings, 1>(tile, w, left_sums, right_sums);
+  add_row<Rings, 2>(tile, w, left_sums, right_sums);
+  add_row<Rings, 3>(tile, w, left_sums, right_sums);
+  add_row<Rings, 4>(tile, w, left_sums, right_sums);
+  add_row<Rings, 5>(tile, w, left_sums, right_sums);
+  add_row<Rings, 6>(tile, w, left_sums, right_sums);
 }
 
 // Weights by neighbour (16 blocks each) to weights by block (8 neighbours each): three rounds of
@@ -116,21 +116,20 @@ void blend_rings(const unsigned char* tile, const unsigned char (*weight)[kRunBl
   for (int ring = 0; ring < Rings; ++ring)
     transpose_ring(weight + ring * kNeighbours, by_block[ring]);
   for (int block = 0; block < kRunBlocks; block += 4, tile += 16, out += 16) {
-    uint32x4_t sums[2][4][2];
+    block_pixels pixels[4];
     for (int pair = 0; pair < 2; ++pair) {
       pair_weights w;
       for (int ring = 0; ring < Rings; ++ring) {
         w.left[ring] = vmovl_u8(vld1_u8(by_block[ring][block + 2 * pair]));
         w.right[ring] = vmovl_u8(vld1_u8(by_block[ring][block + 2 * pair + 1]));
       }
-      blend_pair<Rings>(tile + 8 * pair, w, sums[pair]);
+      uint32x4_t left[4], right[4];
+      blend_pair<Rings>(tile + 8 * pair, w, left, right);
+      const float* r = reciprocal + block + 2 * pair;
+      pixels[2 * pair] = normalise(left, vld1q_dup_f32(r));
+      pixels[2 * pair + 1] = normalise(right, vld1q_dup_f32(r + 1));
     }
-    const float32x4_t r = vld1q_f32(reciprocal + block);
-    for (int row = 0; row < 4; ++row) {
-      const uint32x4_t four[4] = {sums[0][row][0], sums[0][row][1], sums[1][row][0],
-                                  sums[1][row][1]};
-      vst1q_u8(out + row * static_cast<ptrdiff_t>(out_stride), normalise(four, r));
-    }
+    store_pixels(pixels, out, out_stride);
   }
 }
 

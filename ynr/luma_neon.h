@@ -53,38 +53,44 @@ static inline void distances(const unsigned char* tile, int rings,
 }
 
 // Eight indices: high half of (64 D + bias) * factor, shifted down.
-static inline uint16x8_t indices(uint16x8_t distance, uint16x8_t bias, uint16x8_t factor,
-                                 int16x8_t minus_shift) {
-  const uint16x8_t scaled = vaddq_u16(vshlq_n_u16(distance, 6), bias);
-  const uint32x4_t low = vmull_u16(vget_low_u16(scaled), vget_low_u16(factor));
-  const uint32x4_t high = vmull_u16(vget_high_u16(scaled), vget_high_u16(factor));
+struct rule_lanes {
+  uint16x8_t bias, factor;
+  int16x8_t minus_shift;
+};
+
+static inline rule_lanes load_rules(const index_rule* rules) {
+  const uint16x8x4_t fields = vld4q_u16(&rules->bias);
+  return {fields.val[0], fields.val[1], vnegq_s16(vreinterpretq_s16_u16(fields.val[2]))};
+}
+
+static inline uint16x8_t indices(const uint16_t* distance, const rule_lanes& rule) {
+  const uint16x8_t scaled = vaddq_u16(vshlq_n_u16(vld1q_u16(distance), 6), rule.bias);
+  const uint32x4_t low = vmull_u16(vget_low_u16(scaled), vget_low_u16(rule.factor));
+#if defined(__aarch64__)
+  const uint32x4_t high = vmull_high_u16(scaled, rule.factor);
+#else
+  const uint32x4_t high = vmull_u16(vget_high_u16(scaled), vget_high_u16(rule.factor));
+#endif
   const uint16x8_t product = vuzp2q_u16(vreinterpretq_u16_u32(low), vreinterpretq_u16_u32(high));
-  return vshlq_u16(product, minus_shift);
+  return vshlq_u16(product, rule.minus_shift);
 }
 
 // Weights in registers: up to 128 table entries, 16 look-ups per step. Indices beyond the table
 // (and those that saturate on the way to bytes) give 0, which is their weight.
 template <int Entries>
 static inline void look_up_in_registers(const uint16_t (*distance)[kRunBlocks], int neighbours,
-                                        const index_rule* rule, const weight_table* table,
+                                        const index_rule* rules, const weight_table* table,
                                         unsigned char (*weight)[kRunBlocks], uint16_t* total) {
   uint8x16x4_t low, high;
   for (int i = 0; i < 4; ++i) {
     low.val[i] = vld1q_u8(table->of + 16 * i);
     high.val[i] = vld1q_u8(table->of + 64 + 16 * i);
   }
-  uint16x8_t bias[2], factor[2], sum[2];
-  int16x8_t minus_shift[2];
-  for (int half = 0; half < 2; ++half) {
-    bias[half] = vld1q_u16(rule->bias + 8 * half);
-    factor[half] = vld1q_u16(rule->factor + 8 * half);
-    minus_shift[half] = vnegq_s16(vreinterpretq_s16_u16(vld1q_u16(rule->shift + 8 * half)));
-    sum[half] = vdupq_n_u16(256);
-  }
+  const rule_lanes rule[2] = {load_rules(rules), load_rules(rules + 8)};
+  uint16x8_t sum[2] = {vdupq_n_u16(256), vdupq_n_u16(256)};
   for (int n = 0; n < neighbours; ++n) {
-    const uint16x8_t first = indices(vld1q_u16(distance[n]), bias[0], factor[0], minus_shift[0]);
-    const uint16x8_t second =
-        indices(vld1q_u16(distance[n] + 8), bias[1], factor[1], minus_shift[1]);
+    const uint16x8_t first = indices(distance[n], rule[0]);
+    const uint16x8_t second = indices(distance[n] + 8, rule[1]);
     const uint8x16_t index = vcombine_u8(vqmovn_u16(first), vqmovn_u16(second));
     uint8x16_t w = vqtbl4q_u8(low, index);
     if (Entries > 64) w = vqtbx4q_u8(w, high, vsubq_u8(index, vdupq_n_u8(64)));
@@ -98,16 +104,13 @@ static inline void look_up_in_registers(const uint16_t (*distance)[kRunBlocks], 
 
 // Weights from memory, for longer tables.
 static inline void look_up_in_memory(const uint16_t (*distance)[kRunBlocks], int neighbours,
-                                     const index_rule* rule, const weight_table* table,
+                                     const index_rule* rules, const weight_table* table,
                                      unsigned char (*weight)[kRunBlocks], uint16_t* total) {
   for (int first = 0; first < kRunBlocks; first += 8) {
-    const uint16x8_t bias = vld1q_u16(rule->bias + first);
-    const uint16x8_t factor = vld1q_u16(rule->factor + first);
-    const int16x8_t minus_shift = vnegq_s16(vreinterpretq_s16_u16(vld1q_u16(rule->shift + first)));
+    const rule_lanes rule = load_rules(rules + first);
     uint16x8_t sum = vdupq_n_u16(256);
     for (int n = 0; n < neighbours; ++n) {
-      const uint16x8_t index = vminq_u16(
-          indices(vld1q_u16(distance[n] + first), bias, factor, minus_shift), vdupq_n_u16(799));
+      const uint16x8_t index = vminq_u16(indices(distance[n] + first, rule), vdupq_n_u16(799));
       uint16_t i[8];
       vst1q_u16(i, index);
       unsigned char w[8];
@@ -121,31 +124,46 @@ static inline void look_up_in_memory(const uint16_t (*distance)[kRunBlocks], int
 }
 
 static inline void look_up(const uint16_t (*distance)[kRunBlocks], int rings,
-                           const index_rule* rule, const weight_table* table,
+                           const index_rule* rules, const weight_table* table,
                            unsigned char (*weight)[kRunBlocks], uint16_t* total) {
   const int neighbours = rings * kNeighbours;
   if (table->support <= 64)
-    look_up_in_registers<64>(distance, neighbours, rule, table, weight, total);
+    look_up_in_registers<64>(distance, neighbours, rules, table, weight, total);
   else if (table->support <= 128)
-    look_up_in_registers<128>(distance, neighbours, rule, table, weight, total);
+    look_up_in_registers<128>(distance, neighbours, rules, table, weight, total);
   else
-    look_up_in_memory(distance, neighbours, rule, table, weight, total);
+    look_up_in_memory(distance, neighbours, rules, table, weight, total);
 }
 
-// Four blocks' sums of one pixel row to 16 pixels.
-static inline uint8x16_t normalise(const uint32x4_t (&sum)[4], float32x4_t reciprocal) {
-  const float32x4_t half = vdupq_n_f32(0.5f);
-  uint16x8_t words[4];
-  words[0] = vreinterpretq_u16_u32(
-      vcvtq_u32_f32(vaddq_f32(half, vmulq_laneq_f32(vcvtq_f32_u32(sum[0]), reciprocal, 0))));
-  words[1] = vreinterpretq_u16_u32(
-      vcvtq_u32_f32(vaddq_f32(half, vmulq_laneq_f32(vcvtq_f32_u32(sum[1]), reciprocal, 1))));
-  words[2] = vreinterpretq_u16_u32(
-      vcvtq_u32_f32(vaddq_f32(half, vmulq_laneq_f32(vcvtq_f32_u32(sum[2]), reciprocal, 2))));
-  words[3] = vreinterpretq_u16_u32(
-      vcvtq_u32_f32(vaddq_f32(half, vmulq_laneq_f32(vcvtq_f32_u32(sum[3]), reciprocal, 3))));
-  return vuzp1q_u8(vreinterpretq_u8_u16(vuzp1q_u16(words[0], words[1])),
-                   vreinterpretq_u8_u16(vuzp1q_u16(words[2], words[3])));
+// Four rows of one block to 16-bit pixels, two rows per vector.
+struct block_pixels {
+  uint16x8_t upper, lower;
+};
+
+static inline uint16x8_t pixels_of(uint32x4_t sum, float32x4_t reciprocal) {
+  const float32x4_t mean = vmulq_f32(vcvtq_f32_u32(sum), reciprocal);
+  return vreinterpretq_u16_u32(vcvtq_u32_f32(vaddq_f32(vdupq_n_f32(0.5f), mean)));
+}
+
+static inline block_pixels normalise(const uint32x4_t (&sum)[4], float32x4_t reciprocal) {
+  return {vuzp1q_u16(pixels_of(sum[0], reciprocal), pixels_of(sum[1], reciprocal)),
+          vuzp1q_u16(pixels_of(sum[2], reciprocal), pixels_of(sum[3], reciprocal))};
+}
+
+// Four blocks side by side: bytes of two blocks' row pairs, then the rows apart.
+static inline void store_pixels(const block_pixels (&blocks)[4], unsigned char* out,
+                                ptrdiff_t out_stride) {
+  const auto bytes = [](uint16x8_t a, uint16x8_t b) {
+    return vreinterpretq_u32_u8(vuzp1q_u8(vreinterpretq_u8_u16(a), vreinterpretq_u8_u16(b)));
+  };
+  const uint32x4_t upper_left = bytes(blocks[0].upper, blocks[1].upper);
+  const uint32x4_t upper_right = bytes(blocks[2].upper, blocks[3].upper);
+  const uint32x4_t lower_left = bytes(blocks[0].lower, blocks[1].lower);
+  const uint32x4_t lower_right = bytes(blocks[2].lower, blocks[3].lower);
+  vst1q_u8(out, vreinterpretq_u8_u32(vuzp1q_u32(upper_left, upper_right)));
+  vst1q_u8(out + out_stride, vreinterpretq_u8_u32(vuzp2q_u32(upper_left, upper_right)));
+  vst1q_u8(out + 2 * out_stride, vreinterpretq_u8_u32(vuzp1q_u32(lower_left, lower_right)));
+  vst1q_u8(out + 3 * out_stride, vreinterpretq_u8_u32(vuzp2q_u32(lower_left, lower_right)));
 }
 
 }  // namespace luma_neon

@@ -47,8 +47,9 @@ static inline void add_row(const unsigned char* block, const ring_words (&words)
 }
 
 template <int Rings, int Lane>
-static inline void blend_block(const unsigned char* tile, const ring_words (&words)[Rings],
-                               const uint8x16_t (&quads)[kMaxRings], uint32x4_t (&sums)[4][4]) {
+static inline block_pixels blend_block(const unsigned char* tile, const ring_words (&words)[Rings],
+                                       const uint8x16_t (&quads)[kMaxRings],
+                                       const float* reciprocal) {
   const unsigned char* block = tile + 4 * Lane;
   uint32x4_t sum[4] = {vdupq_n_u32(0), vdupq_n_u32(0), vdupq_n_u32(0), vdupq_n_u32(0)};
   add_row<Rings, -3, Lane>(block, words, quads, sum);
@@ -61,7 +62,7 @@ static inline void blend_block(const unsigned char* tile, const ring_words (&wor
   add_row<Rings, 4, Lane>(block, words, quads, sum);
   add_row<Rings, 5, Lane>(block, words, quads, sum);
   add_row<Rings, 6, Lane>(block, words, quads, sum);
-  for (int r = 0; r < 4; ++r) sums[r][Lane] = sum[r];
+  return normalise(sum, vld1q_dup_f32(reciprocal + Lane));
 }
 
 template <int Rings>
@@ -87,14 +88,11 @@ void blend_rings(const unsigned char* tile, const unsigned char (*weight)[kRunBl
     ring_words w[Rings];
     for (int ring = 0; ring < Rings; ++ring)
       w[ring] = {words[ring][0][group], words[ring][1][group], words[ring][2][group]};
-    uint32x4_t sums[4][4];
-    blend_block<Rings, 0>(tile, w, quads, sums);
-    blend_block<Rings, 1>(tile, w, quads, sums);
-    blend_block<Rings, 2>(tile, w, quads, sums);
-    blend_block<Rings, 3>(tile, w, quads, sums);
-    const float32x4_t r = vld1q_f32(reciprocal + 4 * group);
-    for (int row = 0; row < 4; ++row)
-      vst1q_u8(out + row * static_cast<ptrdiff_t>(out_stride), normalise(sums[row], r));
+    const float* r = reciprocal + 4 * group;
+    const block_pixels blocks[4] = {
+        blend_block<Rings, 0>(tile, w, quads, r), blend_block<Rings, 1>(tile, w, quads, r),
+        blend_block<Rings, 2>(tile, w, quads, r), blend_block<Rings, 3>(tile, w, quads, r)};
+    store_pixels(blocks, out, out_stride);
   }
 }
 

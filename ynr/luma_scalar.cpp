@@ -25,13 +25,13 @@ void distances(const unsigned char* tile, int rings, uint16_t (*distance)[kRunBl
   }
 }
 
-void look_up(const uint16_t (*distance)[kRunBlocks], int rings, const index_rule* rule,
+void look_up(const uint16_t (*distance)[kRunBlocks], int rings, const index_rule* rules,
              const weight_table* table, unsigned char (*weight)[kRunBlocks], uint16_t* total) {
   for (int block = 0; block < kRunBlocks; ++block) {
     unsigned sum = kCentreWeight;
     for (int n = 0; n < rings * kNeighbours; ++n) {
-      const unsigned scaled = distance[n][block] * 64u + rule->bias[block];
-      const unsigned index = (scaled * rule->factor[block] >> 16) >> rule->shift[block];
+      const unsigned scaled = distance[n][block] * 64u + rules[block].bias;
+      const unsigned index = (scaled * rules[block].factor >> 16) >> rules[block].shift;
       weight[n][block] = table->of[std::min<unsigned>(index, kLastIndex)];
       sum += weight[n][block];
     }
@@ -63,24 +63,23 @@ void blend(const unsigned char* tile, int rings, const unsigned char (*weight)[k
 // floor((64 D + m / 2) / m) by a 16-bit reciprocal 2^(16 + shift) / m of 16 significant bits.
 // Rounded up it is exact for all 16-bit dividends when the rounding is at most half a unit; rounded
 // down it is exact for a dividend one larger.
-index_rules make_index_rules() {
-  index_rules rules{};
-  for (unsigned m = 2; m < 256; ++m) {
-    unsigned shift = 0;
-    while ((2u << shift) < m) ++shift;
-    const unsigned exact = 1u << (16 + shift);
-    const bool up = exact % m == 0 || (exact % m) * 2 >= m;
-    rules.bias[m] = static_cast<uint16_t>(m / 2 + (up ? 0 : 1));
-    rules.factor[m] = static_cast<uint16_t>((exact + (up ? m - 1 : 0)) / m);
-    rules.shift[m] = static_cast<uint16_t>(shift);
-    rules.shift_factor[m] = static_cast<uint16_t>(0x10000u >> shift);
+struct index_rules {
+  index_rule of[256];
+  index_rules() : of{} {
+    for (unsigned m = 2; m < 256; ++m) {
+      unsigned shift = 0;
+      while ((2u << shift) < m) ++shift;
+      const unsigned exact = 1u << (16 + shift);
+      const bool up = exact % m == 0 || (exact % m) * 2 >= m;
+      of[m].bias = static_cast<uint16_t>(m / 2 + (up ? 0 : 1));
+      of[m].factor = static_cast<uint16_t>((exact + (up ? m - 1 : 0)) / m);
+      of[m].shift = static_cast<uint16_t>(shift);
+      of[m].shift_factor = static_cast<uint16_t>(0x10000u >> shift);
+    }
+    // Half of 64 D + 1 with a shift of at least 1: (n * 65535) >> 16 = n - 1.
+    of[2] = {1, 65535, 1, 0x8000};
   }
-  // Half of 64 D + 1 with a shift of at least 1: (n * 65535) >> 16 = n - 1.
-  rules.factor[2] = 65535;
-  rules.shift[2] = 1;
-  rules.shift_factor[2] = 0x8000;
-  return rules;
-}
+};
 
 // One float above the nearest reciprocal: truncate(0.5 + sum * r) then equals the rounded whole
 // quotient for every total 256..6376 and every sum up to 255 times it, exact halves included.
@@ -97,9 +96,9 @@ struct exact_reciprocal_table {
 
 const luma_kernels kLumaScalar = {distances, look_up, blend};
 
-const index_rules& index_rule_table() {
-  static const index_rules rules = make_index_rules();
-  return rules;
+const index_rule* index_rule_table() {
+  static const index_rules rules;
+  return rules.of;
 }
 
 const float* exact_reciprocals() {

@@ -56,21 +56,37 @@ static void distances(const unsigned char* tile, int rings, uint16_t (*distance)
   }
 }
 
+struct rule_lanes {
+  __m128i bias, factor, shift_factor;
+};
+
+// The fields of eight rules, a field per vector.
+static inline rule_lanes load_rules(const index_rule* rules) {
+  const __m128i a = load(rules), b = load(rules + 2), c = load(rules + 4), d = load(rules + 6);
+  const __m128i ab_low = _mm_unpacklo_epi16(a, b), ab_high = _mm_unpackhi_epi16(a, b);
+  const __m128i cd_low = _mm_unpacklo_epi16(c, d), cd_high = _mm_unpackhi_epi16(c, d);
+  const __m128i ab_first = _mm_unpacklo_epi16(ab_low, ab_high);   // biases, factors
+  const __m128i ab_second = _mm_unpackhi_epi16(ab_low, ab_high);  // shifts, shift factors
+  const __m128i cd_first = _mm_unpacklo_epi16(cd_low, cd_high);
+  const __m128i cd_second = _mm_unpackhi_epi16(cd_low, cd_high);
+  return {_mm_unpacklo_epi64(ab_first, cd_first), _mm_unpackhi_epi64(ab_first, cd_first),
+          _mm_unpackhi_epi64(ab_second, cd_second)};
+}
+
 // Indices in vectors, weights from memory.
-static void look_up(const uint16_t (*distance)[kRunBlocks], int rings, const index_rule* rule,
+static void look_up(const uint16_t (*distance)[kRunBlocks], int rings, const index_rule* rules,
                     const weight_table* table, unsigned char (*weight)[kRunBlocks],
                     uint16_t* total) {
   const unsigned char* of = table->of;
   for (int first = 0; first < kRunBlocks; first += 8) {
-    const __m128i bias = load(rule->bias + first);
-    const __m128i factor = load(rule->factor + first);
-    const __m128i shift_factor = load(rule->shift_factor + first);
+    const rule_lanes rule = load_rules(rules + first);
     __m128i sum = _mm_set1_epi16(256);
     for (int n = 0; n < rings * kNeighbours; ++n) {
-      const __m128i scaled = _mm_add_epi16(_mm_slli_epi16(load(distance[n] + first), 6), bias);
+      const __m128i scaled = _mm_add_epi16(_mm_slli_epi16(load(distance[n] + first), 6), rule.bias);
       // Below 32768, so that the signed minimum does.
-      const __m128i index = _mm_min_epi16(
-          _mm_mulhi_epu16(_mm_mulhi_epu16(scaled, factor), shift_factor), _mm_set1_epi16(799));
+      const __m128i index =
+          _mm_min_epi16(_mm_mulhi_epu16(_mm_mulhi_epu16(scaled, rule.factor), rule.shift_factor),
+                        _mm_set1_epi16(799));
       const uint64_t low = static_cast<uint64_t>(_mm_cvtsi128_si64(index));
       const uint64_t high = static_cast<uint64_t>(_mm_cvtsi128_si64(_mm_srli_si128(index, 8)));
       unsigned char* w = weight[n] + first;

@@ -40,12 +40,13 @@ class mask_row {
     return mask_row(mask->plane[0] + static_cast<ptrdiff_t>(row) * mask->stride[0], mask->width,
                     src_width);
   }
-  // The value of the block at column x.
-  int at(int x) const {
-    if (!row_) return kNeutralMask;
-    const int column = src_width_ ? wrapping_product(width_, x) / src_width_ : x / 4;
-    return row_[clamped(column, width_)];
+  bool constant() const { return !row_; }
+  // The mask column of the block at column x, and the value there.
+  int column(int x) const {
+    return clamped(src_width_ ? wrapping_product(width_, x) / src_width_ : x / 4, width_);
   }
+  int in_column(int column) const { return row_ ? row_[column] : kNeutralMask; }
+  int at(int x) const { return row_ ? in_column(column(x)) : kNeutralMask; }
 
  private:
   mask_row(const unsigned char* row, int width, int src_width)
@@ -121,43 +122,43 @@ void walk_blocks(_tag_uni_image* src, _tag_uni_image* dst, _tag_uni_image* mask,
 // The same over runs of 16 blocks. What a block does is decided once per mask row: the rule's
 // constants per block, and three bit sets over the run's blocks.
 struct run_plan {
-  unsigned char values[vorn::kRunBlocks];  // mask value that each block is filtered with
-  vorn::index_rule rule;
+  int blocks, paired;                      // blocks inside the level; of these, blocks of pairs
+  int columns[vorn::kRunBlocks];           // mask column of each block
+  unsigned char values[vorn::kRunBlocks];  // mask values that the rest was made for
+  vorn::index_rule rules[vorn::kRunBlocks];
   uint32_t written;  // blocks that are filtered at all
   uint32_t scalar;   // blocks under the scalar rule
-  bool by_blocks;    // a mask value that the rule's constants do not cover: never in a made mask
+  bool by_blocks;    // a mask value that the rules do not cover: never in a made mask
 };
 
 constexpr uint32_t kWholeRun = 0xFFFF;
 
-// Fills the plan of a run whose blocks 0..blocks-1 have the given mask values, pairs up to block
-// `paired`.
-void plan_run(run_plan* plan, const unsigned char* values, int blocks, int paired) {
+// Decides what the run's blocks do, from plan->values.
+void plan_run(run_plan* plan) {
   plan->written = plan->scalar = 0;
   plan->by_blocks = false;
+  const vorn::index_rule* rules = vorn::index_rule_table();
   for (int i = 0; i < vorn::kRunBlocks; ++i) {
-    unsigned char m = i < blocks ? values[i] : 0;
-    bool scalar = i >= paired;
-    if (i < paired) {
-      const unsigned char other = values[i ^ 1];
+    unsigned char m = i < plan->blocks ? plan->values[i] : 0;
+    bool scalar = i >= plan->paired;
+    if (!scalar) {
+      const unsigned char other = plan->values[i ^ 1];
       if (m == 0 || other == 0) {
         scalar = true;
         m = i & 1 ? 0 : m | other;
       }
     }
     plan->by_blocks |= m == 1;
-    plan->values[i] = m;
     plan->written |= static_cast<uint32_t>(m != 0) << i;
     plan->scalar |= static_cast<uint32_t>(scalar) << i;
+    plan->rules[i] = rules[m];
   }
-  const vorn::index_rules& rules = vorn::index_rule_table();
-  for (int i = 0; i < vorn::kRunBlocks; ++i) {
-    const unsigned m = plan->values[i];
-    plan->rule.bias[i] = rules.bias[m];
-    plan->rule.factor[i] = rules.factor[m];
-    plan->rule.shift[i] = rules.shift[m];
-    plan->rule.shift_factor[i] = rules.shift_factor[m];
-  }
+}
+
+// The same for new values of which none is 0 or 1 in a run of pairs only: their rules alone change.
+void plan_rules(run_plan* plan) {
+  const vorn::index_rule* rules = vorn::index_rule_table();
+  for (int i = 0; i < vorn::kRunBlocks; ++i) plan->rules[i] = rules[plan->values[i]];
 }
 
 // The weight map as bytes. Returns false for a map that no intensity gives (an entry beyond 255).
@@ -206,12 +207,14 @@ class run_walk {
     const int runs =
         std::min(kBandRuns, (src_->width - band_x + vorn::kRunPixels - 1) / vorn::kRunPixels);
     run_plan plans[kBandRuns];
-    for (int i = 0; i < runs; ++i) plans[i].written = ~0u;  // no plan yet
     for (int y = row_begin; y < row_end; y += 4) {
-      const mask_row values = mask_row_for<Rings>(mask_, src_->width, y);
+      const mask_row row = mask_row_for<Rings>(mask_, src_->width, y);
       for (int i = 0; i < runs; ++i) {
         const int x = band_x + i * vorn::kRunPixels;
-        if (y == row_begin || (Rings == 2 && mask_)) make_plan(&plans[i], values, x);
+        if (y == row_begin)
+          start_plan(&plans[i], row, x);
+        else if (Rings == 2 && mask_)
+          update_plan(&plans[i], row);
         if (plans[i].by_blocks)
           walk_blocks<Rings>(src_, dst_, mask_, map_, y, x, x + vorn::kRunPixels);
         else if (plans[i].written)
@@ -220,30 +223,50 @@ class run_walk {
     }
   }
 
-  void make_plan(run_plan* plan, const mask_row& row, int x) {
-    const int blocks = std::min(vorn::kRunBlocks, (src_->width - x + 3) / 4);
-    const int paired = std::min(vorn::kRunBlocks, ((src_->width & ~7) - x) / 4);
-    unsigned char values[vorn::kRunBlocks] = {};
-    for (int i = 0; i < blocks; ++i) values[i] = static_cast<unsigned char>(row.at(x + 4 * i));
-    plan_run(plan, values, blocks, paired);
+  void start_plan(run_plan* plan, const mask_row& row, int x) {
+    plan->blocks = std::min(vorn::kRunBlocks, (src_->width - x + 3) / 4);
+    plan->paired = std::min(vorn::kRunBlocks, ((src_->width & ~7) - x) / 4);
+    for (int i = 0; i < vorn::kRunBlocks; ++i) {
+      plan->columns[i] = row.constant() ? 0 : row.column(x + 4 * i);
+      plan->values[i] = static_cast<unsigned char>(row.in_column(plan->columns[i]));
+    }
+    plan_run(plan);
+  }
+
+  void update_plan(run_plan* plan, const mask_row& row) {
+    unsigned char values[vorn::kRunBlocks];
+    unsigned char least = 255;
+    for (int i = 0; i < vorn::kRunBlocks; ++i)
+      values[i] = static_cast<unsigned char>(row.in_column(plan->columns[i]));
+    if (std::memcmp(values, plan->values, sizeof values) == 0) return;
+    std::memcpy(plan->values, values, sizeof values);
+    for (unsigned char v : values) least = v < least ? v : least;
+    if (least >= 2 && plan->written == kWholeRun && plan->scalar == 0 && !plan->by_blocks)
+      plan_rules(plan);
+    else
+      plan_run(plan);
   }
 
   // Copies the run's rows and as many around them as the window reaches, and nothing beyond that.
-  unsigned char* fetch_tile(int x, int y) {
+  unsigned char* fetch_tile(const run_plan& plan, int x, int y) {
     unsigned char* tile = scratch_.tile + vorn::kMaxRings * vorn::kTilePitch + vorn::kTileMargin;
-    const int reach = std::min(vorn::kRunPixels, (src_->width - x + 3) / 4 * 4) + Rings;
-    const unsigned char* from =
-        src_->plane[0] + static_cast<ptrdiff_t>(y - Rings) * src_->stride[0] + x;
-    unsigned char* to = tile - Rings * vorn::kTilePitch;
-    for (int r = 0; r < 4 + 2 * Rings; ++r, from += src_->stride[0], to += vorn::kTilePitch)
-      std::memcpy(to - Rings, from - Rings, static_cast<size_t>(reach + Rings));
+    const ptrdiff_t stride = src_->stride[0];
+    const unsigned char* from = src_->plane[0] + (y - Rings) * stride + x - Rings;
+    unsigned char* to = tile - Rings * vorn::kTilePitch - Rings;
+    if (plan.blocks == vorn::kRunBlocks) {  // a length that the compiler knows
+      for (int r = 0; r < 4 + 2 * Rings; ++r, from += stride, to += vorn::kTilePitch)
+        std::memcpy(to, from, vorn::kRunPixels + 2 * Rings);
+    } else {
+      for (int r = 0; r < 4 + 2 * Rings; ++r, from += stride, to += vorn::kTilePitch)
+        std::memcpy(to, from, static_cast<size_t>(4 * plan.blocks + 2 * Rings));
+    }
     return tile;
   }
 
   void filter_run(const run_plan& plan, int x, int y) {
-    const unsigned char* tile = fetch_tile(x, y);
+    const unsigned char* tile = fetch_tile(plan, x, y);
     kernels_.distances(tile, Rings, scratch_.distance);
-    kernels_.look_up(scratch_.distance, Rings, &plan.rule, &table_, scratch_.weight,
+    kernels_.look_up(scratch_.distance, Rings, plan.rules, &table_, scratch_.weight,
                      scratch_.total);
     for (int i = 0; i < vorn::kRunBlocks; ++i) scratch_.reciprocal[i] = refined_[scratch_.total[i]];
     unsigned char* out = dst_->plane[0] + static_cast<ptrdiff_t>(y) * dst_->stride[0] + x;
