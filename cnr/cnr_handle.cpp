@@ -62,7 +62,8 @@ cnr_handle_t* cnr_init(int width, int height, denoise_handle_t* owner) {
 int cnr_Allocate_slice_memory(cnr_handle_t* handle) {
   const int width = handle->width;
   const int height = handle->height;
-  const bool sane = width >= 1 && height >= 1;
+  // The first bound keeps the sum of the planes itself inside 64 bits.
+  const bool sane = width >= 1 && height >= 1 && static_cast<int64_t>(width) * height <= INT32_MAX;
   const int64_t level0 = sane ? static_cast<int64_t>(width >> 1) * (height >> 1) : 0;
   const int64_t level1 = sane ? static_cast<int64_t>(width >> 2) * (height >> 2) : 0;
   const int64_t size = kLevels * (level0 + level1);

@@ -82,14 +82,16 @@ ynr_handle_t* ynr_init(int width, int height, denoise_handle_t* owner) {
 int ynr_Allocate_slice_memory(ynr_handle_t* handle) {
   const int width = handle->width;
   const int height = handle->height;
-  const bool sane = width >= 1 && height >= 1;
+  // The first bound keeps the sum of the plan itself inside 64 bits.
+  const bool sane = width >= 1 && height >= 1 && int64_t{width} * height <= INT32_MAX;
   const int64_t bytes = sane ? plan_bytes(width, height) : 0;
-  const bool overhangs = sane && (width % kBlock != 0 || height % kBlock != 0);
+  const bool fits = sane && bytes <= INT32_MAX;
+  const bool overhangs = fits && (width % kBlock != 0 || height % kBlock != 0);
   const int block_width = overhangs ? round_up_to_block(width) : 0;
   const int block_height = overhangs ? round_up_to_block(height) : 0;
   unsigned char* block = nullptr;
   // Zeroed, so that no sample of any frame depends on what the memory held before.
-  if (sane && bytes <= INT32_MAX) {
+  if (fits) {
     block = static_cast<unsigned char*>(std::calloc(
         static_cast<size_t>(bytes) + static_cast<size_t>(block_width) * block_height + kSlackBytes,
         1));
