@@ -46,8 +46,9 @@ cc -std=c99 "$source/tests/packaging/consumer/denoise.c" $flags -o /tmp/denoise
 /tmp/denoise 2>/dev/null
 ldconfig -p | grep -q 'libvornynr2cnr4\.so\.1 '
 if [ -x /usr/bin/vorn-ycnr ]; then
-  vorn-ycnr --version
-  vorn-ycnr denoise --help >/dev/null
+  vorn-ycnr info
+  man -w vorn-ycnr
+  bash -ic 'complete -p vorn-ycnr >/dev/null 2>&1 || { . /usr/share/bash-completion/bash_completion; _completion_loader vorn-ycnr; complete -p vorn-ycnr; }' 2>/dev/null
 fi
 case $names in *gstreamer*) gst-inspect-1.0 vornycnr | grep -q 'tuning-file' ;; esac
 case $names in *python*) env -u PYTHONPATH /usr/bin/python3 -c 'import vornycnr; print(vornycnr.Denoiser(64, 64).capability()["library"]["version"])' ;; esac

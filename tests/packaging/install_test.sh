@@ -18,6 +18,14 @@ if grep -rIl "$scratch/first" "$prefix"; then
   exit 1
 fi
 
+echo "== headers"
+for header in "$prefix"/include/*.h "$prefix"/usr/include/*.h; do
+  [ -e "$header" ] || continue
+  basename "$header"
+  ${CC:-cc} -std=c99 -Wall -Wextra -Werror -pedantic -fsyntax-only -x c "$header"
+  ${CXX:-c++} -std=c++11 -Wall -Wextra -Werror -pedantic -fsyntax-only -x c++ "$header"
+done
+
 echo "== pkg-config"
 export PKG_CONFIG_PATH="$libdir/pkgconfig"
 flags=$(pkg-config --cflags --libs vornycnr)
