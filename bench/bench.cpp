@@ -9,6 +9,7 @@
 
 #include "api/log.h"
 #include "bench/measure.h"
+#include "bench/stages.h"
 #include "bench/workload.h"
 #include "tests/kernels/kernel_check.h"
 
@@ -124,6 +125,21 @@ void register_kernels() {
           ->MinTime(0.05);
     }
   }
+}
+
+void register_stages() {
+  constexpr int kWidth = 4000, kHeight = 3000;
+  for (const stage& s : stages())
+    for (int workers : {1, 4}) {
+      if (!s.pooled && workers > 1) continue;
+      const std::string name =
+          std::string("stage/") + s.name + (s.pooled ? "/" + std::to_string(workers) : "");
+      for_each_form(name, 0.1, [&s, workers](benchmark::State& state, kernel_form) {
+        scene at(kWidth, kHeight, workers);
+        measure(state, 1.0 * kWidth * kHeight, static_cast<size_t>(kWidth) * kHeight,
+                [&] { s.run(at); });
+      });
+    }
 }
 
 void register_frames() {

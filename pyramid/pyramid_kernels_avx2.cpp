@@ -107,24 +107,41 @@ struct detail_rule {
   }
 };
 
+// As up, but each row may overwrite the detail it is merged with: the step that ends with the row
+// is computed before any is stored.
 void up_merge_avx2(const uint8_t* a, const uint8_t* b, const uint8_t* detail_even,
                    const uint8_t* detail_odd, uint8_t* out_even, uint8_t* out_odd, int width) {
-  int x = 0;
-  for (; x + 64 <= width; x += 64) {
-    block k;
+  if (width < 64)
+    return pyramid_kernels_of(kernel_form::sse2)
+        .up_merge(a, b, detail_even, detail_odd, out_even, out_odd, width);
+  if (width % 2) up_merge_last_column(a, b, detail_even, detail_odd, out_even, out_odd, --width);
+  const auto merged = [&](int x, block& k) {
     enlarge(a + x / 2, b + x / 2, k);
     for (int i = 0; i < 2; ++i) {
-      store(out_even + x + 32 * i, merge_rule::of(k.even[i], load(detail_even + x + 32 * i)));
-      store(out_odd + x + 32 * i, merge_rule::of(k.odd[i], load(detail_odd + x + 32 * i)));
+      k.even[i] = merge_rule::of(k.even[i], load(detail_even + x + 32 * i));
+      k.odd[i] = merge_rule::of(k.odd[i], load(detail_odd + x + 32 * i));
     }
+  };
+  const auto write = [&](int x, const block& k) {
+    for (int i = 0; i < 2; ++i) {
+      store(out_even + x + 32 * i, k.even[i]);
+      store(out_odd + x + 32 * i, k.odd[i]);
+    }
+  };
+  block last;
+  merged(width - 64, last);
+  for (int x = 0; x + 64 <= width; x += 64) {
+    block k;
+    merged(x, k);
+    write(x, k);
   }
-  pyramid_kernels_of(kernel_form::sse2)
-      .up_merge(a + x / 2, b + x / 2, detail_even + x, detail_odd + x, out_even + x, out_odd + x,
-                width - x);
+  write(width - 64, last);
 }
 
+// out may be a or b: the vector that ends with the row is computed before any is stored.
 template <typename Rule>
-inline int combine(const uint8_t* a, const uint8_t* b, uint8_t* out, int width) {
+inline void combine(const uint8_t* a, const uint8_t* b, uint8_t* out, int width) {
+  const __m256i last = Rule::of(load(a + width - 32), load(b + width - 32));
   int x = 0;
   for (; x + 64 <= width; x += 64) {
     const __m256i first = Rule::of(load(a + x), load(b + x));
@@ -132,18 +149,18 @@ inline int combine(const uint8_t* a, const uint8_t* b, uint8_t* out, int width) 
     store(out + x, first);
     store(out + x + 32, second);
   }
-  for (; x + 32 <= width; x += 32) store(out + x, Rule::of(load(a + x), load(b + x)));
-  return x;
+  if (x + 32 <= width) store(out + x, Rule::of(load(a + x), load(b + x)));
+  store(out + width - 32, last);
 }
 
 void subtract_avx2(const uint8_t* a, const uint8_t* b, uint8_t* out, int width) {
-  const int x = combine<detail_rule>(a, b, out, width);
-  pyramid_kernels_of(kernel_form::sse2).subtract(a + x, b + x, out + x, width - x);
+  if (width < 32) return pyramid_kernels_of(kernel_form::sse2).subtract(a, b, out, width);
+  combine<detail_rule>(a, b, out, width);
 }
 
 void add_avx2(const uint8_t* a, const uint8_t* d, uint8_t* out, int width) {
-  const int x = combine<merge_rule>(a, d, out, width);
-  pyramid_kernels_of(kernel_form::sse2).add(a + x, d + x, out + x, width - x);
+  if (width < 32) return pyramid_kernels_of(kernel_form::sse2).add(a, d, out, width);
+  combine<merge_rule>(a, d, out, width);
 }
 
 void split_avx2(const uint8_t* uv, uint8_t* u, uint8_t* v, int width) {

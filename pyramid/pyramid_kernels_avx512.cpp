@@ -139,23 +139,37 @@ struct detail_rule {
   }
 };
 
+// As up, but each row may overwrite the detail it is merged with: the step that ends with the row
+// is computed before any is stored.
 void up_merge_avx512(const uint8_t* a, const uint8_t* b, const uint8_t* detail_even,
                      const uint8_t* detail_odd, uint8_t* out_even, uint8_t* out_odd, int width) {
-  int x = 0;
-  for (; x + 128 <= width; x += 128) {
-    block k;
+  if (width < 128)
+    return pyramid_kernels_of(kernel_form::avx2)
+        .up_merge(a, b, detail_even, detail_odd, out_even, out_odd, width);
+  if (width % 2) up_merge_last_column(a, b, detail_even, detail_odd, out_even, out_odd, --width);
+  const auto merged = [&](int x, block& k) {
     enlarge(a + x / 2, b + x / 2, k);
     for (int i = 0; i < 2; ++i) {
-      store(out_even + x + 64 * i, merge_rule::of(k.even[i], load(detail_even + x + 64 * i)));
-      store(out_odd + x + 64 * i, merge_rule::of(k.odd[i], load(detail_odd + x + 64 * i)));
+      k.even[i] = merge_rule::of(k.even[i], load(detail_even + x + 64 * i));
+      k.odd[i] = merge_rule::of(k.odd[i], load(detail_odd + x + 64 * i));
     }
+  };
+  const auto write = [&](int x, const block& k) {
+    for (int i = 0; i < 2; ++i) {
+      store(out_even + x + 64 * i, k.even[i]);
+      store(out_odd + x + 64 * i, k.odd[i]);
+    }
+  };
+  block last;
+  merged(width - 128, last);
+  for (int x = 0; x + 128 <= width; x += 128) {
+    block k;
+    merged(x, k);
+    write(x, k);
   }
-  pyramid_kernels_of(kernel_form::avx2)
-      .up_merge(a + x / 2, b + x / 2, detail_even + x, detail_odd + x, out_even + x, out_odd + x,
-                width - x);
+  write(width - 128, last);
 }
 
-// The remainder in one masked step.
 template <typename Rule>
 inline void combine(const uint8_t* a, const uint8_t* b, uint8_t* out, int width) {
   int x = 0;

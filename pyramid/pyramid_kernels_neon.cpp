@@ -3,9 +3,8 @@
 #include "pyramid/pyramid_kernels.h"
 #include "runtime/neon.h"
 
-// All forms here are exact. Rows shorter than a step take the plain rule; where a row function
-// never works in place, the last step is moved back to end with the row and writes some samples
-// twice, with the same bytes.
+// All forms here are exact. Rows shorter than a step take the plain rule; otherwise the last step
+// is moved back to end with the row and writes some samples twice, with the same bytes.
 namespace vorn {
 namespace {
 
@@ -111,20 +110,31 @@ inline uint8x16_t detail16(uint8x16_t value, uint8x16_t reference) {
   return vorrq_u8(sum, vqsubq_u8(vqsubq_u8(reference, bias), value));
 }
 
-// As up_neon, but each row may overwrite the detail it is merged with: no step is repeated.
+// A block merged with its detail.
+inline up_block merged(const uint8_t* a, const uint8_t* b, const uint8_t* detail_even,
+                       const uint8_t* detail_odd) {
+  const up_block up = enlarge(a, b);
+  return {
+      {merge16(up.even[0], vld1q_u8(detail_even)), merge16(up.even[1], vld1q_u8(detail_even + 16))},
+      {merge16(up.odd[0], vld1q_u8(detail_odd)), merge16(up.odd[1], vld1q_u8(detail_odd + 16))}};
+}
+
+// As up_neon, but each row may overwrite the detail it is merged with: the step that ends with the
+// row is computed before any is stored.
 void up_merge_neon(const uint8_t* a, const uint8_t* b, const uint8_t* detail_even,
                    const uint8_t* detail_odd, uint8_t* out_even, uint8_t* out_odd, int width) {
-  ptrdiff_t x = 0;
-  for (; x + 32 <= width; x += 32) {
-    up_block up = enlarge(a + x / 2, b + x / 2);
-    up.even[0] = merge16(up.even[0], vld1q_u8(detail_even + x));
-    up.even[1] = merge16(up.even[1], vld1q_u8(detail_even + x + 16));
-    up.odd[0] = merge16(up.odd[0], vld1q_u8(detail_odd + x));
-    up.odd[1] = merge16(up.odd[1], vld1q_u8(detail_odd + x + 16));
-    store_block(up, out_even + x, out_odd + x);
+  if (width < 32) return plain().up_merge(a, b, detail_even, detail_odd, out_even, out_odd, width);
+  if (width % 2) {
+    --width;
+    out_even[width] = merge_detail(up_even_row(a, width), detail_even[width]);
+    out_odd[width] = merge_detail(up_odd_row(a, b, width), detail_odd[width]);
   }
-  plain().up_merge(a + x / 2, b + x / 2, detail_even + x, detail_odd + x, out_even + x, out_odd + x,
-                   width - static_cast<int>(x));
+  const ptrdiff_t columns = width, end = columns - 32;
+  const up_block last = merged(a + end / 2, b + end / 2, detail_even + end, detail_odd + end);
+  for (ptrdiff_t x = 0; x + 32 <= columns; x += 32)
+    store_block(merged(a + x / 2, b + x / 2, detail_even + x, detail_odd + x), out_even + x,
+                out_odd + x);
+  store_block(last, out_even + end, out_odd + end);
 }
 
 inline void store64(uint8_t* out, const uint8x16x4_t& p) {
@@ -135,10 +145,12 @@ inline void store64(uint8_t* out, const uint8x16x4_t& p) {
 #endif
 }
 
-// 64 samples per step, then sixteen.
+// 64 samples per step, then sixteen. out may be a or b: the vector that ends with the row is
+// computed before any is stored.
 template <uint8x16_t (*rule)(uint8x16_t, uint8x16_t)>
-inline int combine_rows(const uint8_t* a, const uint8_t* b, uint8_t* out, int width) {
-  int x = 0;
+inline void combine_rows(const uint8_t* a, const uint8_t* b, uint8_t* out, ptrdiff_t width) {
+  const uint8x16_t last = rule(vld1q_u8(a + width - 16), vld1q_u8(b + width - 16));
+  ptrdiff_t x = 0;
   for (; x + 64 <= width; x += 64) {
     uint8x16x4_t p = vld1q_u8_x4(a + x);
     const uint8x16x4_t q = vld1q_u8_x4(b + x);
@@ -146,17 +158,17 @@ inline int combine_rows(const uint8_t* a, const uint8_t* b, uint8_t* out, int wi
     store64(out + x, p);
   }
   for (; x + 16 <= width; x += 16) vst1q_u8(out + x, rule(vld1q_u8(a + x), vld1q_u8(b + x)));
-  return x;
+  vst1q_u8(out + width - 16, last);
 }
 
 void subtract_neon(const uint8_t* a, const uint8_t* b, uint8_t* out, int width) {
-  const int x = combine_rows<detail16>(a, b, out, width);
-  plain().subtract(a + x, b + x, out + x, width - x);
+  if (width < 16) return plain().subtract(a, b, out, width);
+  combine_rows<detail16>(a, b, out, width);
 }
 
 void add_neon(const uint8_t* a, const uint8_t* d, uint8_t* out, int width) {
-  const int x = combine_rows<merge16>(a, d, out, width);
-  plain().add(a + x, d + x, out + x, width - x);
+  if (width < 16) return plain().add(a, d, out, width);
+  combine_rows<merge16>(a, d, out, width);
 }
 
 // Eight inner columns per step; the first and the last column by the mirrored rule.

@@ -59,19 +59,20 @@ struct block {
   __m128i even[2], odd[2];
 };
 
-inline block enlarge(const uint8_t* a, const uint8_t* b) {
+inline void enlarge(const uint8_t* a, const uint8_t* b, block& k) {
   const __m128i a0 = load(a), b0 = load(b);
   const __m128i ha = _mm_avg_epu8(a0, load(a + 1)), hb = _mm_avg_epu8(b0, load(b + 1));
   const __m128i v = _mm_avg_epu8(a0, b0), hv = _mm_avg_epu8(ha, hb);
-  return {{_mm_unpacklo_epi8(a0, ha), _mm_unpackhi_epi8(a0, ha)},
-          {_mm_unpacklo_epi8(v, hv), _mm_unpackhi_epi8(v, hv)}};
+  k = {{_mm_unpacklo_epi8(a0, ha), _mm_unpackhi_epi8(a0, ha)},
+       {_mm_unpacklo_epi8(v, hv), _mm_unpackhi_epi8(v, hv)}};
 }
 
 void up_sse2(const uint8_t* a, const uint8_t* b, uint8_t* even, uint8_t* odd, int width) {
   if (width < 32) return plain().up(a, b, even, odd, width);
   if (width % 2) up_last_column(a, b, even, odd, --width);
   for (int i = 0;;) {
-    const block k = enlarge(a + i, b + i);
+    block k;
+    enlarge(a + i, b + i, k);
     store(even + 2 * i, k.even[0]);
     store(even + 2 * i + 16, k.even[1]);
     store(odd + 2 * i, k.odd[0]);
@@ -102,22 +103,39 @@ struct detail_rule {
   }
 };
 
+// As up, but each row may overwrite the detail it is merged with: the step that ends with the row
+// is computed before any is stored.
 void up_merge_sse2(const uint8_t* a, const uint8_t* b, const uint8_t* detail_even,
                    const uint8_t* detail_odd, uint8_t* out_even, uint8_t* out_odd, int width) {
-  int x = 0;
-  for (; x + 32 <= width; x += 32) {
-    const block k = enlarge(a + x / 2, b + x / 2);
+  if (width < 32) return plain().up_merge(a, b, detail_even, detail_odd, out_even, out_odd, width);
+  if (width % 2) up_merge_last_column(a, b, detail_even, detail_odd, out_even, out_odd, --width);
+  const auto merged = [&](int x, block& k) {
+    enlarge(a + x / 2, b + x / 2, k);
     for (int i = 0; i < 2; ++i) {
-      store(out_even + x + 16 * i, merge_rule::of(k.even[i], load(detail_even + x + 16 * i)));
-      store(out_odd + x + 16 * i, merge_rule::of(k.odd[i], load(detail_odd + x + 16 * i)));
+      k.even[i] = merge_rule::of(k.even[i], load(detail_even + x + 16 * i));
+      k.odd[i] = merge_rule::of(k.odd[i], load(detail_odd + x + 16 * i));
     }
+  };
+  const auto write = [&](int x, const block& k) {
+    for (int i = 0; i < 2; ++i) {
+      store(out_even + x + 16 * i, k.even[i]);
+      store(out_odd + x + 16 * i, k.odd[i]);
+    }
+  };
+  block last;
+  merged(width - 32, last);
+  for (int x = 0; x + 32 <= width; x += 32) {
+    block k;
+    merged(x, k);
+    write(x, k);
   }
-  plain().up_merge(a + x / 2, b + x / 2, detail_even + x, detail_odd + x, out_even + x, out_odd + x,
-                   width - x);
+  write(width - 32, last);
 }
 
+// out may be a or b: the vector that ends with the row is computed before any is stored.
 template <typename Rule>
-inline int combine(const uint8_t* a, const uint8_t* b, uint8_t* out, int width) {
+inline void combine(const uint8_t* a, const uint8_t* b, uint8_t* out, int width) {
+  const __m128i last = Rule::of(load(a + width - 16), load(b + width - 16));
   int x = 0;
   for (; x + 32 <= width; x += 32) {
     const __m128i first = Rule::of(load(a + x), load(b + x));
@@ -125,18 +143,18 @@ inline int combine(const uint8_t* a, const uint8_t* b, uint8_t* out, int width) 
     store(out + x, first);
     store(out + x + 16, second);
   }
-  for (; x + 16 <= width; x += 16) store(out + x, Rule::of(load(a + x), load(b + x)));
-  return x;
+  if (x + 16 <= width) store(out + x, Rule::of(load(a + x), load(b + x)));
+  store(out + width - 16, last);
 }
 
 void subtract_sse2(const uint8_t* a, const uint8_t* b, uint8_t* out, int width) {
-  const int x = combine<detail_rule>(a, b, out, width);
-  plain().subtract(a + x, b + x, out + x, width - x);
+  if (width < 16) return plain().subtract(a, b, out, width);
+  combine<detail_rule>(a, b, out, width);
 }
 
 void add_sse2(const uint8_t* a, const uint8_t* d, uint8_t* out, int width) {
-  const int x = combine<merge_rule>(a, d, out, width);
-  plain().add(a + x, d + x, out + x, width - x);
+  if (width < 16) return plain().add(a, d, out, width);
+  combine<merge_rule>(a, d, out, width);
 }
 
 void split_sse2(const uint8_t* uv, uint8_t* u, uint8_t* v, int width) {

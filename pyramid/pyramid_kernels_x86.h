@@ -27,4 +27,11 @@ static inline void up_last_column(const uint8_t* a, const uint8_t* b, uint8_t* e
   odd[x] = up_odd_row(a, b, x);
 }
 
+static inline void up_merge_last_column(const uint8_t* a, const uint8_t* b,
+                                        const uint8_t* detail_even, const uint8_t* detail_odd,
+                                        uint8_t* out_even, uint8_t* out_odd, int x) {
+  out_even[x] = merge_detail(up_even_row(a, x), detail_even[x]);
+  out_odd[x] = merge_detail(up_odd_row(a, b, x), detail_odd[x]);
+}
+
 }  // namespace vorn
