@@ -1,8 +1,5 @@
 // vorn-ycnr demo: the whole job on a picture that the program draws itself.
-#include <sys/stat.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -59,9 +56,7 @@ std::string gain_name(double gain) {
 }
 
 int run_demo(const demo_args& args) {
-  if (mkdir(args.directory.c_str(), 0777) != 0 && errno != EEXIST) {
-    throw error(args.directory, std::string("cannot be created: ") + std::strerror(errno));
-  }
+  make_directory(args.directory);
   const auto path = [&](const std::string& name) { return args.directory + "/" + name; };
   const int width = args.pictures.width ? args.pictures.width : 1280;
   const int height = args.pictures.height ? args.pictures.height : 960;
@@ -121,7 +116,7 @@ void add_demo(CLI::App& program, job& chosen) {
   command->add_option("--noise", args->gains, "Sensor gains of the noise to add")
       ->type_name("GAIN,...")
       ->delimiter(',')
-      ->check(CLI::Range(0.0, 1e4))
+      ->check(CLI::Range(0.0, 1e4).description(""))
       ->capture_default_str();
   command->add_option("--seed", args->seed, "Seed of the noise")->capture_default_str();
   command

@@ -21,6 +21,9 @@ void add_demo(CLI::App& program, job& chosen);
 void add_noise_command(CLI::App& program, job& chosen);
 void add_tune(CLI::App& program, job& chosen);
 void add_report(CLI::App& program, job& chosen);
+void add_info(CLI::App& program, job& chosen);
+void add_replay(CLI::App& program, job& chosen);
+void add_tuning(CLI::App& program, job& chosen);
 
 // Adds --size, --stride and the other options that say how files are read and written.
 void add_picture_options(CLI::App& command, picture_options& options, bool writes);

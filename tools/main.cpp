@@ -32,6 +32,10 @@ int run(int argc, char** argv) {
     return program.exit(help);
   } catch (const CLI::CallForVersion& version) {
     return program.exit(version);
+  } catch (const CLI::RequiredError& fault) {
+    const bool command_given = !program.get_subcommands().empty();
+    if (command_given || argc < 2 || argv[1][0] == '-') return complain(fault.what());
+    return complain(("no command \"" + std::string(argv[1]) + "\"; see vorn-ycnr --help").c_str());
   } catch (const CLI::ParseError& fault) {
     return complain(fault.what());
   }

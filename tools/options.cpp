@@ -80,7 +80,7 @@ void add_picture_options(CLI::App& command, picture_options& options, bool write
   command
       .add_option("--stride", options.stride, "Bytes from one luma row of raw input to the next")
       ->type_name("BYTES")
-      ->check(CLI::PositiveNumber)
+      ->check(CLI::Validator(CLI::PositiveNumber).description(""))
       ->group("Files");
   command
       .add_option_function<std::string>(
@@ -92,7 +92,7 @@ void add_picture_options(CLI::App& command, picture_options& options, bool write
   if (!writes) return;
   command.add_option("--out-stride", options.out_stride, "The same for raw output")
       ->type_name("BYTES")
-      ->check(CLI::PositiveNumber)
+      ->check(CLI::Validator(CLI::PositiveNumber).description(""))
       ->group("Files");
   command
       .add_option_function<std::string>(
@@ -103,7 +103,7 @@ void add_picture_options(CLI::App& command, picture_options& options, bool write
       ->group("Files");
   command.add_option("--quality", options.quality, "Quality of JPEG output")
       ->type_name("1-100")
-      ->check(CLI::Range(1, 100))
+      ->check(CLI::Range(1, 100).description(""))
       ->capture_default_str()
       ->group("Files");
 }
@@ -118,7 +118,7 @@ void add_tuning_options(CLI::App& command, tuning_options& options) {
                   "filters more [" +
                       CLI::detail::to_string(kDefaultGain) + "]")
       ->type_name("GAIN")
-      ->check(CLI::Range(1e-3, 1e6))
+      ->check(CLI::Range(1e-3, 1e6).description(""))
       ->group("Tuning");
   CLI::Option* const luma =
       command.add_flag("--luma-only", options.luma_only, "Leave chroma as it is")->group("Tuning");

@@ -5,10 +5,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <mutex>
 
 #include "tools/error.h"
@@ -160,6 +162,37 @@ std::vector<uint8_t> read_file(const std::string& path) {
 std::string read_text_file(const std::string& path) {
   const std::vector<uint8_t> bytes = read_file(path);
   return std::string(bytes.begin(), bytes.end());
+}
+
+void make_directory(const std::string& path) {
+  std::error_code code;
+  std::filesystem::create_directories(path, code);
+  if (code) throw error(path, "cannot be created: " + code.message());
+}
+
+bool is_directory(const std::string& path) {
+  std::error_code code;
+  return std::filesystem::is_directory(path, code);
+}
+
+std::vector<std::string> expand_inputs(const std::vector<std::string>& names) {
+  std::vector<std::string> files;
+  for (const std::string& name : names) {
+    if (name == "-" || !is_directory(name)) {
+      files.push_back(name);
+      continue;
+    }
+    std::vector<std::string> inside;
+    std::error_code code;
+    for (std::filesystem::directory_iterator at(name, code), end; !code && at != end;
+         at.increment(code)) {
+      if (at->is_regular_file(code)) inside.push_back(at->path().string());
+    }
+    if (code) throw error(name, "cannot be read: " + code.message());
+    std::sort(inside.begin(), inside.end());
+    files.insert(files.end(), inside.begin(), inside.end());
+  }
+  return files;
 }
 
 }  // namespace vorn::tool

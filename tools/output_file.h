@@ -34,4 +34,10 @@ void write_file(const std::string& path, const std::string& text);
 std::vector<uint8_t> read_file(const std::string& path);
 std::string read_text_file(const std::string& path);
 
+// Creates a directory and those above it where they do not exist.
+void make_directory(const std::string& path);
+bool is_directory(const std::string& path);
+// Names of files as they are, directories replaced by the files in them (not below), sorted.
+std::vector<std::string> expand_inputs(const std::vector<std::string>& names);
+
 }  // namespace vorn::tool
