@@ -13,7 +13,7 @@ namespace vorn {
 constexpr int kRangeWeights = 512;
 constexpr int kDitherEntries = 8192;
 constexpr int kOffsetEntries = 2048;
-constexpr int kDitherSlack = 64;  // the first entries once more, so that a run may wrap around
+constexpr int kDitherSlack = 1088;  // the first entries once more, so that a run may wrap around
 constexpr int kMaskReciprocals = 4096;
 
 struct dither_tables {

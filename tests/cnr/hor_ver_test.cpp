@@ -1,9 +1,10 @@
 #include "cnr/hor_ver.h"
 
+#include <array>
 #include <climits>
 #include <limits>
 
-#include "cnr/cnr_tables.h"
+#include "cnr/chroma_kernels.h"
 #include "tests/cnr/level.h"
 
 namespace {
@@ -185,6 +186,20 @@ TEST(HorVer, CornersReachFurtherThanTheCentre) {
   int moved = 0;
   for (int x = 1; x < 7; x += 2) moved += image.dst_u[x] != 103;
   EXPECT_GT(moved, 0);
+}
+
+// What the kernels divide by, at every quotient boundary of every sum that they can meet.
+TEST(HorVer, ReciprocalDivisionIsExact) {
+  for (int sum = 256; sum <= 256 + 255 * vorn::kMaxFastTaps; ++sum) {
+    const float scale = vorn::kQuotientScale / static_cast<float>(sum);
+    int wrong = 0;
+    for (int q = 1; q < 256; ++q) {
+      wrong += static_cast<int>(static_cast<float>(q * sum - 1) * scale) != q - 1;
+      wrong += static_cast<int>(static_cast<float>(q * sum) * scale) != q;
+    }
+    wrong += static_cast<int>(static_cast<float>(256 * sum - 1) * scale) != 255;
+    ASSERT_EQ(wrong, 0) << sum;
+  }
 }
 
 // Every form against the plain rule, over sizes, windows and tunings: with weight tables of all
