@@ -54,8 +54,14 @@ void fill_border(const _tag_uni_image* image, int border) {
   const int last = height - border - 1;  // last inner row
   for (int y = border; y <= last; ++y) {
     unsigned char* row = row_of(image, y);
-    std::memset(row, row[border], static_cast<size_t>(border));
-    std::memset(row + width - border, row[width - border - 1], static_cast<size_t>(border));
+    const size_t bytes = static_cast<size_t>(border);
+    if (border == kBorder) {  // a length that the compiler knows
+      std::memset(row, row[kBorder], kBorder);
+      std::memset(row + width - kBorder, row[width - kBorder - 1], kBorder);
+    } else {
+      std::memset(row, row[border], bytes);
+      std::memset(row + width - border, row[width - border - 1], bytes);
+    }
   }
   for (int y = 0; y < border; ++y)
     std::memcpy(row_of(image, y), row_of(image, border), static_cast<size_t>(width));
@@ -92,6 +98,7 @@ class frame_mask {
     pre_mask(record_, record_, width, height, strength);
     return record_;
   }
+  bool made() const { return record_; }
 
  private:
   _tag_uni_image* record_ = nullptr;
@@ -103,13 +110,13 @@ bool usable_plane(const _tag_uni_image* image) {
 
 // Level 0 from the handle's bordered image into the caller's frame. Blocks that overhang the frame
 // go through memory of the handle; blocks that a mask leaves alone keep what dst holds.
-int denoise_finest(ynr_handle_t* ynr, _tag_uni_image* dst, _tag_uni_image* mask, int intensity,
-                   int radius) {
+int denoise_finest(ynr_handle_t* ynr, _tag_uni_image* dst, _tag_uni_image* mask,
+                   bool covers_all_blocks, int intensity, int radius) {
   const bool whole_blocks = !ynr->block_dst.plane[0];
   const bool window = radius == 3 || radius == 5 || radius == 7;
   if (whole_blocks || !window)
     return nlm_denoise_process(ynr, &ynr->out[0], dst, mask, intensity, radius);
-  copy_rows(&ynr->block_dst, dst);
+  if (!covers_all_blocks) copy_rows(&ynr->block_dst, dst);
   const int result =
       nlm_denoise_process(ynr, &ynr->out[0], &ynr->block_dst, mask, intensity, radius);
   copy_rows(dst, &ynr->block_dst);
@@ -222,17 +229,26 @@ int pyramid_denoise_mask_process(void* handle, _tag_uni_image* src, _tag_uni_ima
     ImgSubImg_add128_u8(&ynr->out[l], &ynr->gauss[l], work);
     if (param->pIntensity[l] < 1) extend_right(work);
     VORN_LOGD("    layer %d ImgSubImg_add128_u8 cost time: %.3f ms \n", l, lap(&clock));
-    gaussin3x3_up2(work, &ynr->work[l - 1]);
-    VORN_LOGD("    layer %d gaussin3x3_up2 cost time: %.3f ms \n", l, lap(&clock));
     const bool into_bordered = l == 1 && param->pIntensity[0] >= 1;
-    ImgAddDiff_sub128_u8(&ynr->gauss[l - 1], &ynr->work[l - 1],
-                         into_bordered ? &ynr->out[0] : &ynr->work[l - 1]);
+    _tag_uni_image* finer = &ynr->work[l - 1];
+    _tag_uni_image* merged = into_bordered ? &ynr->out[0] : finer;
+    if (into_bordered && !own_mask.made()) {
+      // A mask of the caller may leave blocks of dst alone, which then hold the enlarged detail.
+      gaussin3x3_up2(work, finer);
+      VORN_LOGD("    layer %d gaussin3x3_up2 cost time: %.3f ms \n", l, lap(&clock));
+      ImgAddDiff_sub128_u8(&ynr->gauss[l - 1], finer, merged);
+    } else {
+      // Both steps in one pass, without the enlarged detail ever being written.
+      VORN_LOGD("    layer %d gaussin3x3_up2 cost time: %.3f ms \n", l, 0.0);
+      vorn::up2_add_rows(*work, ynr->gauss[l - 1], *merged, 0, merged->height);
+    }
     VORN_LOGD("    layer %d gaussin3x3_up2_merge cost time: %.3f ms \n", l, lap(&clock));
   }
   if (param->pIntensity[0] >= 1) {
     fill_border(&ynr->out_whole[0], kBorder);
     VORN_LOGD("    layer %d FillExpandPixels cost time: %.3f ms \n", 0, lap(&clock));
-    stage_result |= denoise_finest(ynr, dst, mask, param->pIntensity[0], param->pRadius[0]);
+    stage_result |=
+        denoise_finest(ynr, dst, mask, own_mask.made(), param->pIntensity[0], param->pRadius[0]);
     VORN_LOGD("    layer %d nlm_denoise_process cost time: %.3f ms \n", 0, lap(&clock));
   }
   if (stage_result != 0) {
