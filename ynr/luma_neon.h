@@ -75,25 +75,31 @@ static inline uint16x8_t indices(const uint16_t* distance, const rule_lanes& rul
   return vshlq_u16(product, rule.minus_shift);
 }
 
-// Weights in registers: up to 128 table entries, 16 look-ups per step. Indices beyond the table
-// (and those that saturate on the way to bytes) give 0, which is their weight.
+static inline uint8x16x4_t load_64(const unsigned char* of) {
+  return {{vld1q_u8(of), vld1q_u8(of + 16), vld1q_u8(of + 32), vld1q_u8(of + 48)}};
+}
+
+// Weights from tables in registers: up to 256 entries, 16 look-ups per step. Indices beyond the
+// table (and those that saturate on the way to bytes) give 0, which is their weight.
 template <int Entries>
 static inline void look_up_in_registers(const uint16_t (*distance)[kRunBlocks], int neighbours,
-                                        const index_rule* rules, const weight_table* table,
+                                        const index_rule* rules, const unsigned char* of,
                                         unsigned char (*weight)[kRunBlocks], uint16_t* total) {
-  uint8x16x4_t low, high;
-  for (int i = 0; i < 4; ++i) {
-    low.val[i] = vld1q_u8(table->of + 16 * i);
-    high.val[i] = vld1q_u8(table->of + 64 + 16 * i);
-  }
+  const uint8x16x4_t first_64 = load_64(of), second_64 = load_64(of + 64);
+  const uint8x16x4_t third_64 = load_64(of + 128), fourth_64 = load_64(of + 192);
   const rule_lanes rule[2] = {load_rules(rules), load_rules(rules + 8)};
+  const uint8x16_t step = vdupq_n_u8(64);
   uint16x8_t sum[2] = {vdupq_n_u16(256), vdupq_n_u16(256)};
   for (int n = 0; n < neighbours; ++n) {
-    const uint16x8_t first = indices(distance[n], rule[0]);
-    const uint16x8_t second = indices(distance[n] + 8, rule[1]);
-    const uint8x16_t index = vcombine_u8(vqmovn_u16(first), vqmovn_u16(second));
-    uint8x16_t w = vqtbl4q_u8(low, index);
-    if (Entries > 64) w = vqtbx4q_u8(w, high, vsubq_u8(index, vdupq_n_u8(64)));
+    const uint16x8_t left = indices(distance[n], rule[0]);
+    const uint16x8_t right = indices(distance[n] + 8, rule[1]);
+    uint8x16_t index = vcombine_u8(vqmovn_u16(left), vqmovn_u16(right));
+    uint8x16_t w = vqtbl4q_u8(first_64, index);
+    if (Entries > 64) w = vqtbx4q_u8(w, second_64, index = vsubq_u8(index, step));
+    if (Entries > 128) {
+      w = vqtbx4q_u8(w, third_64, index = vsubq_u8(index, step));
+      w = vqtbx4q_u8(w, fourth_64, index = vsubq_u8(index, step));
+    }
     vst1q_u8(weight[n], w);
     sum[0] = vaddw_u8(sum[0], vget_low_u8(w));
     sum[1] = vaddw_u8(sum[1], vget_high_u8(w));
@@ -104,7 +110,7 @@ static inline void look_up_in_registers(const uint16_t (*distance)[kRunBlocks], 
 
 // Weights from memory, for longer tables.
 static inline void look_up_in_memory(const uint16_t (*distance)[kRunBlocks], int neighbours,
-                                     const index_rule* rules, const weight_table* table,
+                                     const index_rule* rules, const unsigned char* of,
                                      unsigned char (*weight)[kRunBlocks], uint16_t* total) {
   for (int first = 0; first < kRunBlocks; first += 8) {
     const rule_lanes rule = load_rules(rules + first);
@@ -114,7 +120,7 @@ static inline void look_up_in_memory(const uint16_t (*distance)[kRunBlocks], int
       uint16_t i[8];
       vst1q_u16(i, index);
       unsigned char w[8];
-      for (int k = 0; k < 8; ++k) w[k] = table->of[i[k]];
+      for (int k = 0; k < 8; ++k) w[k] = of[i[k]];
       const uint8x8_t weights = vld1_u8(w);
       vst1_u8(weight[n] + first, weights);
       sum = vaddw_u8(sum, weights);
@@ -128,11 +134,13 @@ static inline void look_up(const uint16_t (*distance)[kRunBlocks], int rings,
                            unsigned char (*weight)[kRunBlocks], uint16_t* total) {
   const int neighbours = rings * kNeighbours;
   if (table->support <= 64)
-    look_up_in_registers<64>(distance, neighbours, rules, table, weight, total);
+    look_up_in_registers<64>(distance, neighbours, rules, table->of, weight, total);
   else if (table->support <= 128)
-    look_up_in_registers<128>(distance, neighbours, rules, table, weight, total);
+    look_up_in_registers<128>(distance, neighbours, rules, table->of, weight, total);
+  else if (table->support <= 255)
+    look_up_in_registers<256>(distance, neighbours, rules, table->of, weight, total);
   else
-    look_up_in_memory(distance, neighbours, rules, table, weight, total);
+    look_up_in_memory(distance, neighbours, rules, table->of, weight, total);
 }
 
 // Four rows of one block to 16-bit pixels, two rows per vector.

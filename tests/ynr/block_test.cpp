@@ -2,6 +2,7 @@
 #include "ynr/block_sums.h"
 
 #include "tests/ynr/model.h"
+#include "ynr/luma_kernels.h"
 
 namespace {
 
@@ -221,6 +222,34 @@ TEST(ProcessBlocks, ExactHalvesMayDiffer) {
   }
   EXPECT_GT(differing, 0);
   EXPECT_LT(differing, 885);
+}
+
+// The rules that the runs of blocks go by instead: the same index for every distance and mask
+// value, and the scalar rule's pixel for every total and every sum next to a rounding boundary.
+TEST(RunTables, IndexRulesAreExact) {
+  for (unsigned m = 2; m < 256; ++m) {
+    const vorn::index_rule& rule = vorn::index_rule_table()[m];
+    ASSERT_GE(rule.shift, 1);
+    ASSERT_LE(rule.shift, 7);
+    ASSERT_EQ(rule.shift_factor, 1 << (16 - rule.shift));
+    for (unsigned d = 0; d <= 784; ++d)
+      ASSERT_EQ(((d * 64 + rule.bias) * rule.factor >> 16) >> rule.shift, (d * 64 + m / 2) / m)
+          << "distance " << d << " mask " << m;
+  }
+}
+
+TEST(RunTables, ExactReciprocalsGiveTheScalarRule) {
+  for (int total = 256; total <= 6376; ++total) {
+    const float r = vorn::exact_reciprocals()[total];
+    for (int pixel = 0; pixel <= 255; ++pixel) {
+      for (int sum = pixel * total + total / 2 - 1; sum <= pixel * total + total / 2 + 1; ++sum) {
+        if (sum > 255 * total) break;
+        const float product = static_cast<float>(sum) * r;
+        ASSERT_EQ(static_cast<int>(0.5f + product), (sum + total / 2) / total)
+            << sum << " / " << total;
+      }
+    }
+  }
 }
 
 TEST(ProcessBlocks, SevenOneIsFiveByFive) {
