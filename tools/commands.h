@@ -21,6 +21,8 @@ void add_demo(CLI::App& program, job& chosen);
 void add_noise_command(CLI::App& program, job& chosen);
 void add_tune(CLI::App& program, job& chosen);
 void add_report(CLI::App& program, job& chosen);
+void add_compare(CLI::App& program, job& chosen);
+void add_bench(CLI::App& program, job& chosen);
 void add_info(CLI::App& program, job& chosen);
 void add_replay(CLI::App& program, job& chosen);
 void add_tuning(CLI::App& program, job& chosen);
