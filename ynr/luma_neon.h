@@ -63,16 +63,25 @@ static inline rule_lanes load_rules(const index_rule* rules) {
   return {fields.val[0], fields.val[1], vnegq_s16(vreinterpretq_s16_u16(fields.val[2]))};
 }
 
+// High halves of eight unsigned 16-bit products.
+static inline uint16x8_t multiply_high(uint16x8_t a, uint16x8_t b) {
+#if defined(__aarch64__)
+  const uint32x4_t low = vmull_u16(vget_low_u16(a), vget_low_u16(b));
+  const uint32x4_t high = vmull_high_u16(a, b);
+  return vuzp2q_u16(vreinterpretq_u16_u32(low), vreinterpretq_u16_u32(high));
+#else
+  // SIMDe multiplies these as signed numbers, which overflow.
+  uint16_t x[8], y[8];
+  vst1q_u16(x, a);
+  vst1q_u16(y, b);
+  for (int i = 0; i < 8; ++i) x[i] = static_cast<uint16_t>(uint32_t{x[i]} * y[i] >> 16);
+  return vld1q_u16(x);
+#endif
+}
+
 static inline uint16x8_t indices(const uint16_t* distance, const rule_lanes& rule) {
   const uint16x8_t scaled = vaddq_u16(vshlq_n_u16(vld1q_u16(distance), 6), rule.bias);
-  const uint32x4_t low = vmull_u16(vget_low_u16(scaled), vget_low_u16(rule.factor));
-#if defined(__aarch64__)
-  const uint32x4_t high = vmull_high_u16(scaled, rule.factor);
-#else
-  const uint32x4_t high = vmull_u16(vget_high_u16(scaled), vget_high_u16(rule.factor));
-#endif
-  const uint16x8_t product = vuzp2q_u16(vreinterpretq_u16_u32(low), vreinterpretq_u16_u32(high));
-  return vshlq_u16(product, rule.minus_shift);
+  return vshlq_u16(multiply_high(scaled, rule.factor), rule.minus_shift);
 }
 
 static inline uint8x16x4_t load_64(const unsigned char* of) {
