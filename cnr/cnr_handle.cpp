@@ -66,8 +66,7 @@ int cnr_Allocate_slice_memory(cnr_handle_t* handle) {
   const bool sane = width >= 1 && height >= 1 && static_cast<int64_t>(width) * height <= INT32_MAX;
   const int64_t level0 = sane ? static_cast<int64_t>(width >> 1) * (height >> 1) : 0;
   const int64_t level1 = sane ? static_cast<int64_t>(width >> 2) * (height >> 2) : 0;
-  // Level 0 alone may come near 2^60, seven levels of that would not fit into 64 bits.
-  const int64_t size = level0 <= INT32_MAX ? kLevels * (level0 + level1) : level0;
+  const int64_t size = kLevels * (level0 + level1);
   unsigned char* block = nullptr;
   if (sane && size <= INT32_MAX)
     block = static_cast<unsigned char*>(std::malloc(static_cast<size_t>(size) + kSpareBytes));
