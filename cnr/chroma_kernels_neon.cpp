@@ -67,13 +67,23 @@ int16x8_t grey_distance(uint8x8_t u, uint8x8_t v) {
   return vreinterpretq_s16_u16(vsubq_u16(sum, vdupq_n_u16(2048)));
 }
 
+// Upper halves of twice the products, rounded down; no operand pair reaches 2^31.
+int16x8_t doubled_high_product(int16x8_t a, int16x8_t b) {
+#if defined(__aarch64__)
+  return vqdmulhq_s16(a, b);
+#else  // SIMDe shifts negative products to the left, which the sanitizers object to
+  return vcombine_s16(vshrn_n_s32(vmull_s16(vget_low_s16(a), vget_low_s16(b)), 15),
+                      vshrn_n_s32(vmull_s16(vget_high_s16(a), vget_high_s16(b)), 15));
+#endif
+}
+
 // Index of the range weights for eight pixels, 0..32767.
 // 16 * d * (grey - 2048) doubled and halved sixteen times is d * grey / 2048 - d, rounded down;
 // with 2 * d on top it is d2. Twice d2 * radial * 256 in the upper half, rounded, is the index; the
 // radial factor 128 stands as 32767 and gives d2 itself up to 16384, far past the last weight.
 int16x8_t range_index(uint16x8_t d, int16x8_t grey, int16x8_t radial) {
   const int16x8_t d16 = vreinterpretq_s16_u16(vshlq_n_u16(d, 4));
-  const int16x8_t d2 = vsraq_n_s16(vqdmulhq_s16(d16, grey), d16, 3);
+  const int16x8_t d2 = vsraq_n_s16(doubled_high_product(d16, grey), d16, 3);
   return vqrdmulhq_s16(d2, radial);
 }
 
