@@ -153,16 +153,6 @@ inline void combine(const uint8_t* a, const uint8_t* b, uint8_t* out, int width)
   store(out + width - 32, last);
 }
 
-void subtract_avx2(const uint8_t* a, const uint8_t* b, uint8_t* out, int width) {
-  if (width < 32) return pyramid_kernels_of(kernel_form::sse2).subtract(a, b, out, width);
-  combine<detail_rule>(a, b, out, width);
-}
-
-void add_avx2(const uint8_t* a, const uint8_t* d, uint8_t* out, int width) {
-  if (width < 32) return pyramid_kernels_of(kernel_form::sse2).add(a, d, out, width);
-  combine<merge_rule>(a, d, out, width);
-}
-
 void split_avx2(const uint8_t* uv, uint8_t* u, uint8_t* v, int width) {
   const __m256i low = _mm256_set1_epi16(0xff);
   int i = 0;
@@ -189,8 +179,18 @@ void interleave_avx2(const uint8_t* u, const uint8_t* v, uint8_t* uv, int width)
 
 }  // namespace
 
-extern const pyramid_kernels kPyramidAvx2 = {down_avx2,     up_avx2,        up_merge_avx2,
-                                             subtract_avx2, add_avx2,       blur_row_sse2,
-                                             split_avx2,    interleave_avx2};
+void subtract_row_avx2(const uint8_t* a, const uint8_t* b, uint8_t* out, int width) {
+  if (width < 32) return pyramid_kernels_of(kernel_form::sse2).subtract(a, b, out, width);
+  combine<detail_rule>(a, b, out, width);
+}
+
+void add_row_avx2(const uint8_t* a, const uint8_t* d, uint8_t* out, int width) {
+  if (width < 32) return pyramid_kernels_of(kernel_form::sse2).add(a, d, out, width);
+  combine<merge_rule>(a, d, out, width);
+}
+
+extern const pyramid_kernels kPyramidAvx2 = {down_avx2,         up_avx2,        up_merge_avx2,
+                                             subtract_row_avx2, add_row_avx2,   blur_row_sse2,
+                                             split_avx2,        interleave_avx2};
 
 }  // namespace vorn

@@ -132,13 +132,6 @@ struct merge_rule {
   }
 };
 
-struct detail_rule {
-  static __m512i of(__m512i value, __m512i reference) {
-    const __m512i bias = _mm512_set1_epi8(-128);
-    return reflected(value, _mm512_subs_epu8(bias, reference), _mm512_subs_epu8(reference, bias));
-  }
-};
-
 // As up, but each row may overwrite the detail it is merged with: the step that ends with the row
 // is computed before any is stored.
 void up_merge_avx512(const uint8_t* a, const uint8_t* b, const uint8_t* detail_even,
@@ -170,32 +163,6 @@ void up_merge_avx512(const uint8_t* a, const uint8_t* b, const uint8_t* detail_e
   write(width - 128, last);
 }
 
-template <typename Rule>
-inline void combine(const uint8_t* a, const uint8_t* b, uint8_t* out, int width) {
-  int x = 0;
-  for (; x + 128 <= width; x += 128) {
-    const __m512i first = Rule::of(load(a + x), load(b + x));
-    const __m512i second = Rule::of(load(a + x + 64), load(b + x + 64));
-    store(out + x, first);
-    store(out + x + 64, second);
-  }
-  for (; x < width; x += 64) {
-    const int left = width - x;
-    const __mmask64 mask = left >= 64 ? ~0ull : (1ull << left) - 1;
-    _mm512_mask_storeu_epi8(
-        out + x, mask,
-        Rule::of(_mm512_maskz_loadu_epi8(mask, a + x), _mm512_maskz_loadu_epi8(mask, b + x)));
-  }
-}
-
-void subtract_avx512(const uint8_t* a, const uint8_t* b, uint8_t* out, int width) {
-  combine<detail_rule>(a, b, out, width);
-}
-
-void add_avx512(const uint8_t* a, const uint8_t* d, uint8_t* out, int width) {
-  combine<merge_rule>(a, d, out, width);
-}
-
 void split_avx512(const uint8_t* uv, uint8_t* u, uint8_t* v, int width) {
   int i = 0;
   for (; i + 64 <= width; i += 64) {
@@ -219,8 +186,8 @@ void interleave_avx512(const uint8_t* u, const uint8_t* v, uint8_t* uv, int widt
 
 }  // namespace
 
-extern const pyramid_kernels kPyramidAvx512 = {down_avx512,     up_avx512,        up_merge_avx512,
-                                               subtract_avx512, add_avx512,       blur_row_sse2,
-                                               split_avx512,    interleave_avx512};
+extern const pyramid_kernels kPyramidAvx512 = {down_avx512,       up_avx512,        up_merge_avx512,
+                                               subtract_row_avx2, add_row_avx2,     blur_row_sse2,
+                                               split_avx512,      interleave_avx512};
 
 }  // namespace vorn
