@@ -202,6 +202,15 @@ TEST(HorVer, ReciprocalDivisionIsExact) {
   }
 }
 
+// Or the comparison below would hold the plain rule against itself.
+TEST(HorVer, EveryFormHasItsOwnKernel) {
+  const auto plain = vorn::chroma_kernels_of(vorn::kernel_form::scalar).filter;
+  with_every_form([&] {
+    const bool is_plain = vorn::active_kernel_form() == vorn::kernel_form::scalar;
+    EXPECT_EQ(vorn::active_chroma_kernels().filter == plain, is_plain);
+  });
+}
+
 // Every form against the plain rule, over sizes, windows and tunings: with weight tables of all
 // lengths, edges inside and outside of what 16 bits hold, more taps than the fast forms take.
 TEST(HorVer, FormsAgreeWithThePlainRule) {
