@@ -12,39 +12,22 @@
 namespace vorn {
 namespace {
 
-constexpr int kCopyBytes = kTileRows * kTilePitch + 64;
-
 static inline __m512i load(const void* p) {
   return _mm512_loadu_si512(p);
 }
 
-// A copy of the tile with its pixels as signed bytes (p - 128), and 64 readable bytes behind it.
-template <int Rings>
-static inline unsigned char* bias_tile(const unsigned char* tile, unsigned char* copy) {
-  unsigned char* biased = copy + kMaxRings * kTilePitch + kTileMargin;
-  const __m512i bias = _mm512_set1_epi8(-128);
-  for (int r = -Rings; r < 4 + Rings; ++r) {
-    const unsigned char* from = tile + r * kTilePitch - kTileMargin;
-    unsigned char* to = biased + r * kTilePitch - kTileMargin;
-    _mm512_storeu_si512(to, _mm512_xor_si512(load(from), bias));
-    _mm256_storeu_si256(
-        reinterpret_cast<__m256i*>(to + 64),
-        _mm256_xor_si256(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(from + 64)),
-                         _mm512_castsi512_si256(bias)));
-  }
-  return biased;
-}
-
-// Distances of all 16 blocks. Differences of signed bytes saturate far above the clip of 49; four
-// clipped rows add up as bytes (196), and a dot product with ones adds the four columns.
+// Distances of all 16 blocks. Differences of bytes made signed saturate far above the clip of 49;
+// four clipped rows add up as bytes (196), and a dot product with ones adds the four columns.
 template <int Dx, int Dy>
-static inline void displaced(const __m512i (&cur)[4], const unsigned char* biased,
+static inline void displaced(const __m512i (&cur)[4], const unsigned char* tile,
                              uint16_t* distance) {
   const __m512i clip = _mm512_set1_epi8(49);
-  const unsigned char* nei = biased + Dy * kTilePitch + Dx;
+  const __m512i bias = _mm512_set1_epi8(-128);
+  const unsigned char* nei = tile + Dy * kTilePitch + Dx;
   __m512i clipped[4];
   for (int r = 0; r < 4; ++r) {
-    const __m512i difference = _mm512_subs_epi8(cur[r], load(nei + r * kTilePitch));
+    const __m512i difference =
+        _mm512_subs_epi8(cur[r], _mm512_xor_si512(load(nei + r * kTilePitch), bias));
     clipped[r] = _mm512_min_epu8(_mm512_abs_epi8(difference), clip);
   }
   const __m512i sum = _mm512_add_epi8(_mm512_add_epi8(clipped[0], clipped[1]),
@@ -54,27 +37,26 @@ static inline void displaced(const __m512i (&cur)[4], const unsigned char* biase
 }
 
 template <int D>
-static inline void ring_distances(const __m512i (&cur)[4], const unsigned char* biased,
+static inline void ring_distances(const __m512i (&cur)[4], const unsigned char* tile,
                                   uint16_t (*distance)[kRunBlocks]) {
-  displaced<-D, 0>(cur, biased, distance[0]);
-  displaced<D, 0>(cur, biased, distance[1]);
-  displaced<-D, -D>(cur, biased, distance[2]);
-  displaced<0, -D>(cur, biased, distance[3]);
-  displaced<D, -D>(cur, biased, distance[4]);
-  displaced<-D, D>(cur, biased, distance[5]);
-  displaced<0, D>(cur, biased, distance[6]);
-  displaced<D, D>(cur, biased, distance[7]);
+  displaced<-D, 0>(cur, tile, distance[0]);
+  displaced<D, 0>(cur, tile, distance[1]);
+  displaced<-D, -D>(cur, tile, distance[2]);
+  displaced<0, -D>(cur, tile, distance[3]);
+  displaced<D, -D>(cur, tile, distance[4]);
+  displaced<-D, D>(cur, tile, distance[5]);
+  displaced<0, D>(cur, tile, distance[6]);
+  displaced<D, D>(cur, tile, distance[7]);
 }
 
 template <int Rings>
 static void distances_of(const unsigned char* tile, uint16_t (*distance)[kRunBlocks]) {
-  alignas(64) unsigned char copy[kCopyBytes];
-  const unsigned char* biased = bias_tile<Rings>(tile, copy);
   __m512i cur[4];
-  for (int r = 0; r < 4; ++r) cur[r] = load(biased + r * kTilePitch);
-  ring_distances<1>(cur, biased, distance);
-  if (Rings >= 2) ring_distances<2>(cur, biased, distance + kNeighbours);
-  if (Rings >= 3) ring_distances<3>(cur, biased, distance + 2 * kNeighbours);
+  for (int r = 0; r < 4; ++r)
+    cur[r] = _mm512_xor_si512(load(tile + r * kTilePitch), _mm512_set1_epi8(-128));
+  ring_distances<1>(cur, tile, distance);
+  if (Rings >= 2) ring_distances<2>(cur, tile, distance + kNeighbours);
+  if (Rings >= 3) ring_distances<3>(cur, tile, distance + 2 * kNeighbours);
 }
 
 static void distances(const unsigned char* tile, int rings, uint16_t (*distance)[kRunBlocks]) {
