@@ -41,6 +41,7 @@ class mask_row {
                     src_width);
   }
   bool constant() const { return !row_; }
+  const unsigned char* values() const { return row_; }
   // The mask column of the block at column x, and the value there.
   int column(int x) const {
     return clamped(src_width_ ? wrapping_product(width_, x) / src_width_ : x / 4, width_);
@@ -124,6 +125,7 @@ void walk_blocks(_tag_uni_image* src, _tag_uni_image* dst, _tag_uni_image* mask,
 struct run_plan {
   int blocks, paired;                      // blocks inside the level; of these, blocks of pairs
   int columns[vorn::kRunBlocks];           // mask column of each block
+  bool in_order;                           // they follow each other, as on the full-size level
   unsigned char values[vorn::kRunBlocks];  // mask values that the rest was made for
   vorn::index_rule rules[vorn::kRunBlocks];
   uint32_t written;  // blocks that are filtered at all
@@ -226,8 +228,10 @@ class run_walk {
   void start_plan(run_plan* plan, const mask_row& row, int x) {
     plan->blocks = std::min(vorn::kRunBlocks, (src_->width - x + 3) / 4);
     plan->paired = std::min(vorn::kRunBlocks, ((src_->width & ~7) - x) / 4);
+    plan->in_order = !row.constant();
     for (int i = 0; i < vorn::kRunBlocks; ++i) {
       plan->columns[i] = row.constant() ? 0 : row.column(x + 4 * i);
+      plan->in_order &= plan->columns[i] == plan->columns[0] + i;
       plan->values[i] = static_cast<unsigned char>(row.in_column(plan->columns[i]));
     }
     plan_run(plan);
@@ -236,8 +240,12 @@ class run_walk {
   void update_plan(run_plan* plan, const mask_row& row) {
     unsigned char values[vorn::kRunBlocks];
     unsigned char least = 255;
-    for (int i = 0; i < vorn::kRunBlocks; ++i)
-      values[i] = static_cast<unsigned char>(row.in_column(plan->columns[i]));
+    if (plan->in_order) {
+      std::memcpy(values, row.values() + plan->columns[0], sizeof values);
+    } else {
+      for (int i = 0; i < vorn::kRunBlocks; ++i)
+        values[i] = static_cast<unsigned char>(row.in_column(plan->columns[i]));
+    }
     if (std::memcmp(values, plan->values, sizeof values) == 0) return;
     std::memcpy(plan->values, values, sizeof values);
     for (unsigned char v : values) least = v < least ? v : least;
