@@ -88,6 +88,7 @@ int run_from_dump(const tuning_args& args) {
 void add_tuning(CLI::App& program, job& chosen) {
   CLI::App* const command = program.add_subcommand("tuning", "Show, check and convert tuning sets");
   command->require_subcommand(1);
+  command->footer("Example:\n  vorn-ycnr tuning show --gain 16");
   const auto args = std::make_shared<tuning_args>();
 
   CLI::App* const show =

@@ -295,7 +295,7 @@ std::string to_dump_text(const tuning& t, bool luma) {
 }
 
 std::string gain_text(double gain) {
-  return nlohmann::json(gain).dump();
+  return gain == std::floor(gain) ? std::to_string(int64_t(gain)) : nlohmann::json(gain).dump();
 }
 
 }  // namespace

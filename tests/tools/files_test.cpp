@@ -1,0 +1,197 @@
+// Picture files: what is written comes back, odd sizes and strides included, and bad bytes end in
+// one clear error.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "tools/error.h"
+#include "tools/output_file.h"
+#include "tools/picture_io.h"
+
+namespace vorn::tool {
+namespace {
+
+frame pattern(int width, int height) {
+  frame f = make_frame(width, height);
+  for (int y = 0; y < height; y++) {
+    for (int x = 0; x < width; x++) f.luma()[y * f.padded_width + x] = uint8_t(x * 3 + y * 7);
+  }
+  for (size_t i = 0; i < f.luma_size() / 2; i++) f.chroma()[i] = uint8_t(90 + i * 5 % 77);
+  pad_edges(f);
+  return f;
+}
+
+class Files : public testing::Test {
+ protected:
+  Files() {
+    char name[] = "/tmp/vorn_files_XXXXXX";
+    directory_ = mkdtemp(name);
+  }
+  ~Files() override {
+    const int result = std::system(("rm -r " + directory_).c_str());
+    (void)result;
+  }
+  std::string path(const std::string& name) const { return directory_ + "/" + name; }
+  std::string fault(const std::string& name, const picture_options& options = {}) const {
+    try {
+      read_picture(path(name), options);
+    } catch (const error& e) {
+      return std::string(e.what()).substr(directory_.size() + 1);
+    }
+    return "no fault";
+  }
+  std::string directory_;
+};
+
+TEST_F(Files, LosslessKindsComeBackAtEverySizeAndStride) {
+  for (const auto& [width, height] : {std::pair{1, 1}, {2, 2}, {7, 5}, {16, 9}, {33, 20}}) {
+    const frame f = pattern(width, height);
+    for (const char* ending : {"y4m", "nv12", "nv21", "i420"}) {
+      for (const int padding : {0, 1, 13}) {
+        picture_options options;
+        options.width = width;
+        options.height = height;
+        options.stride = options.out_stride = width + padding;
+        const std::string name = path(std::string("f.") + ending);
+        write_picture(name, f, options);
+        EXPECT_EQ(read_picture(name, options).data, f.data) << ending << width << "+" << padding;
+      }
+    }
+  }
+}
+
+TEST_F(Files, RawLayoutsDifferAsTheirNamesSay) {
+  frame f = make_frame(2, 2);
+  f.chroma()[0] = 10;  // U
+  f.chroma()[1] = 20;  // V
+  write_picture(path("f.nv12"), f);
+  write_picture(path("f.nv21"), f);
+  write_picture(path("f.i420"), f);
+  EXPECT_EQ(read_file(path("f.nv12")), (std::vector<uint8_t>{0, 0, 0, 0, 10, 20}));
+  EXPECT_EQ(read_file(path("f.nv21")), (std::vector<uint8_t>{0, 0, 0, 0, 20, 10}));
+  EXPECT_EQ(read_file(path("f.i420")), (std::vector<uint8_t>{0, 0, 0, 0, 10, 20}));
+}
+
+TEST_F(Files, ColoursSurviveRgb) {
+  // A colour in each corner region, wide enough that chroma's halving does not mix them.
+  rgb_image image;
+  image.width = 64;
+  image.height = 32;
+  const uint8_t colours[4][3] = {{255, 0, 0}, {0, 160, 60}, {20, 40, 200}, {128, 128, 128}};
+  for (int i = 0; i < 64 * 32; i++) {
+    const uint8_t* const c = colours[i % 64 / 16];
+    image.data.insert(image.data.end(), c, c + 3);
+  }
+  const rgb_image back = to_rgb(from_rgb(image));
+  for (int c = 0; c < 4; c++) {
+    for (int channel = 0; channel < 3; channel++) {
+      EXPECT_NEAR(back.data[size_t(16 * 64 + c * 16 + 8) * 3 + channel], colours[c][channel], 4);
+    }
+  }
+  const frame grey = from_rgb({2, 2, std::vector<uint8_t>(12, 200)});
+  EXPECT_EQ(grey.luma()[0], 200);
+  EXPECT_EQ(grey.chroma()[0], 128);
+  EXPECT_EQ(grey.chroma()[1], 128);
+}
+
+TEST_F(Files, PngKeepsGreyAndJpegKeepsItsPlanes) {
+  frame grey = pattern(9, 7);
+  grey.gray = true;
+  std::fill(grey.chroma(), grey.chroma() + grey.luma_size() / 2, 128);
+  write_picture(path("g.png"), grey);
+  EXPECT_EQ(read_picture(path("g.png")).data, grey.data);
+
+  // Smooth content at full quality stays within rounding when no RGB lies in between.
+  frame f = make_frame(35, 21);
+  for (size_t i = 0; i < f.luma_size(); i++) f.luma()[i] = uint8_t(60 + i % 36 + i / 36);
+  for (size_t i = 0; i < f.luma_size() / 2; i++) f.chroma()[i] = i % 2 ? 60 : 190;
+  pad_edges(f);
+  picture_options options;
+  options.quality = 100;
+  write_picture(path("f.jpg"), f, options);
+  const frame back = read_picture(path("f.jpg"));
+  ASSERT_EQ(back.data.size(), f.data.size());
+  for (int y = 0; y < f.height; y++) {
+    for (int x = 0; x < f.width; x++) {
+      EXPECT_NEAR(back.luma()[y * 36 + x], f.luma()[y * 36 + x], 2);
+    }
+  }
+  for (size_t i = 0; i < f.luma_size() / 2; i++) EXPECT_NEAR(back.chroma()[i], f.chroma()[i], 2);
+}
+
+TEST_F(Files, JpegDescriptionSurvives) {
+  stream_info info;
+  info.jpeg_markers = {0xff, 0xe1, 0, 8, 'E', 'x', 'i', 'f', 0, 0};
+  const std::vector<uint8_t> bytes = encode_jpeg(pattern(16, 16), 90, info);
+  stream_info back;
+  decode_jpeg(bytes.data(), bytes.size(), "f.jpg", &back);
+  EXPECT_EQ(back.jpeg_markers, info.jpeg_markers);
+}
+
+TEST_F(Files, StreamsKeepTheirHeaderAndLength) {
+  picture_options options;
+  stream_info info;
+  info.y4m_header = "YUV4MPEG2 W7 H5 F30000:1001 Ip A1:1 C420mpeg2 XYSCSS=420MPEG2";
+  auto writer = open_writer(path("s.y4m"), options, info);
+  const frame a = pattern(7, 5);
+  frame changed = a;
+  changed.luma()[3] ^= 1;
+  const frame& b = changed;
+  for (const frame* f : {&a, &b, &a}) writer->write(*f);
+  writer->finish();
+  auto reader = open_reader(path("s.y4m"), options);
+  EXPECT_EQ(reader->info.y4m_header, info.y4m_header);
+  EXPECT_EQ(reader->frame_count(), 3);
+  frame f;
+  for (const frame* want : {&a, &b, &a}) {
+    ASSERT_TRUE(reader->next(f));
+    EXPECT_EQ(f.data, want->data);
+    EXPECT_FALSE(f.full_range);
+  }
+  EXPECT_FALSE(reader->next(f));
+  EXPECT_EQ(fault("s.y4m"), "s.y4m: holds more than one frame");
+}
+
+TEST_F(Files, BadFilesAreNamedWithTheCause) {
+  const auto put = [&](const std::string& name, const std::string& text) {
+    write_file(path(name), text);
+  };
+  put("e.png", "");
+  EXPECT_EQ(fault("e.png"), "e.png: the file is empty");
+  put("w.y4m", "YUV4MPEG2 W0 H4\nFRAME\n");
+  EXPECT_EQ(fault("w.y4m"), "w.y4m: the YUV4MPEG2 line has no valid W and H");
+  put("c.y4m", "YUV4MPEG2 W4 H4 C444\nFRAME\n");
+  EXPECT_EQ(
+      fault("c.y4m"),
+      "c.y4m: chroma format C444 is not supported (420, 420jpeg, 420mpeg2, 420paldv and mono are)");
+  put("t.y4m", "YUV4MPEG2 W4 H4\nFRAME\nabc");
+  EXPECT_EQ(fault("t.y4m"), "t.y4m: ends within frame 0");
+  put("l.y4m", "YUV4MPEG2 W99999999 H99999999\nFRAME\n");
+  EXPECT_EQ(fault("l.y4m"), "l.y4m: 99999999x99999999 pixels is no size that can be processed");
+  put("s_4x4.nv12", "123");
+  EXPECT_EQ(fault("s_4x4.nv12"),
+            "s_4x4.nv12: 3 bytes is not a whole number of 4x4 nv12 frames of 24 bytes");
+  put("s.nv12", "123");
+  EXPECT_EQ(fault("s.nv12"),
+            "s.nv12: raw pictures need --size WxH (or a name like photo_1920x1080.nv12)");
+  const std::vector<uint8_t> png = encode_png(pattern(40, 40)),
+                             jpeg = encode_jpeg(pattern(40, 40), 90, {});
+  write_file(path("cut.png"), std::vector<uint8_t>(png.begin(), png.end() - png.size() / 3));
+  EXPECT_EQ(fault("cut.png").substr(0, 34), "cut.png: not a readable PNG file: ");
+  write_file(path("cut.jpg"), std::vector<uint8_t>(jpeg.begin(), jpeg.end() - jpeg.size() / 3));
+  EXPECT_EQ(fault("cut.jpg").substr(0, 35), "cut.jpg: not a readable JPEG file: ");
+}
+
+TEST_F(Files, UnfinishedOutputLeavesNothing) {
+  write_file(path("kept.y4m"), std::string("old"));
+  {
+    auto writer = open_writer(path("kept.y4m"), {}, {});
+    writer->write(pattern(4, 4));
+  }
+  EXPECT_EQ(read_text_file(path("kept.y4m")), "old");
+  EXPECT_EQ(expand_inputs({directory_}).size(), 1u);
+}
+
+}  // namespace
+}  // namespace vorn::tool

@@ -1,0 +1,114 @@
+#!/usr/bin/env bash
+# program_test.sh PROGRAM DIRECTORY: the program as a user runs it: exit codes, messages, pipes, whole
+# outputs or none.
+set -uo pipefail
+program=$1
+work=$2
+rm -rf "$work"
+mkdir -p "$work"
+cd "$work" || exit 1
+faults=0
+
+# check WHAT COMMAND...: the command must succeed.
+check() {
+  local what=$1
+  shift
+  if ! "$@"; then
+    echo "FAILED: $what"
+    faults=$((faults + 1))
+  fi
+}
+# refuses MESSAGE-PART ARGUMENT...: exit code 2, one line on standard error that holds the part.
+refuses() {
+  local part=$1 code
+  shift
+  "$program" "$@" >out.txt 2>err.txt
+  code=$?
+  if [ $code != 2 ] || [ "$(wc -l <err.txt)" != 1 ] || ! grep -qF -- "$part" err.txt; then
+    echo "FAILED: vorn-ycnr $* -> code $code: $(cat err.txt)"
+    faults=$((faults + 1))
+  fi
+}
+
+check "demo" "$program" demo -o demo --size 322x242 --noise 8 >demo.txt
+check "luma improves by 3 dB or more" awk '/noisy/ { n = $2 } /denoised/ && $2 > n + 3 { ok = 1 } END { exit !ok }' demo.txt
+check "chroma improves by 2 dB or more" awk '/noisy/ { u = $3; v = $4 } /denoised/ && $3 > u + 2 && $4 > v + 2 { ok = 1 } END { exit !ok }' demo.txt
+noisy=demo/noisy_gain8.png
+
+# One set of samples through every kind of file gives one result.
+check "to y4m" "$program" denoise "$noisy" -o a.y4m
+check "to nv21" "$program" denoise "$noisy" -o a_322x242.nv21
+check "kinds agree" "$program" compare a.y4m a_322x242.nv21 --json kinds.json >/dev/null
+check "kinds are equal" grep -q '"y": "inf"' kinds.json
+check "jpeg out" "$program" denoise "$noisy" -o a.jpg
+check "jpeg in" "$program" denoise a.jpg -o b.png
+check "pipes" bash -c '"$1" denoise - -o - <a.y4m | "$1" denoise - -o piped.y4m' - "$program"
+check "quiet" bash -c '[ -z "$("$1" denoise a.jpg -o q.png 2>&1)" ]' - "$program"
+if command -v ffmpeg >/dev/null; then
+  check "ffmpeg" bash -c 'ffmpeg -v error -f lavfi -i testsrc2=size=320x240:rate=10:duration=0.5 -pix_fmt yuv420p -f yuv4mpegpipe - | "$1" denoise - -o - | ffmpeg -v error -y -i - -c:v ffv1 v.mkv' - "$program"
+  check "all frames pass" [ "$(ffprobe -v error -count_frames -show_entries stream=nb_read_frames -of csv=p=0 v.mkv)" = 5 ]
+fi
+
+# Only what is asked for changes.
+"$program" denoise "$noisy" -o n_322x242.nv12 --luma-intensity 0,0,0,0,0 --luma-only
+"$program" denoise "$noisy" -o c_322x242.nv12 --chroma-only
+"$program" denoise "$noisy" -o l_322x242.nv12 --luma-only
+luma=$((322 * 242))
+check "chroma only leaves luma" cmp -s -n $luma n_322x242.nv12 c_322x242.nv12
+check "luma only leaves chroma" cmp -s -i $luma n_322x242.nv12 l_322x242.nv12
+check "luma changes" bash -c '! cmp -s -n '$luma' n_322x242.nv12 l_322x242.nv12'
+
+# What the library dumps, replay repeats.
+mkdir dumps
+for p in ynr2.input ynr2.output cnr4.input cnr4.output; do echo "persist.vendor.cam.$p=yes"; done >props
+printf 'persist.vendor.cam.%s.save_path=%s/dumps/\n' ynr2 "$work" cnr4 "$work" >>props
+echo "persist.vendor.cam.nr_api.log=1" >>props
+VORN_PROPERTIES=props "$program" denoise "$noisy" -o x.png --saturation 2
+check "replay" "$program" replay dumps -o replayed >replay.txt
+check "both identical" grep -q '2 replayed: 2 identical, 0 different' replay.txt
+check "results written" [ "$(find replayed -name '*_output_322x242_*.yuv' | wc -l)" = 2 ]
+printf '\377\377' | dd of="$(echo dumps/cnr4_output*)" bs=1 seek=80000 conv=notrunc 2>/dev/null
+"$program" replay dumps >replay.txt
+check "a difference is exit code 1" [ $? = 1 ]
+check "a difference is told" grep -q 'of 116886 bytes differ (0 luma' replay.txt
+
+check "tuning to text" "$program" tuning to-dump --gain 8 -o t
+check "and back" "$program" tuning from-dump t_*_turning_param.txt --gain 8 -o t.json
+check "the same result" "$program" denoise "$noisy" -o t_322x242.nv21 --tuning t.json
+check "byte for byte" cmp -s a_322x242.nv21 t_322x242.nv21
+
+# Many files, one of them bad.
+mkdir many
+cp "$noisy" many/1.png
+cp a.jpg many/2.jpg
+check "many" "$program" denoise many -o done/ -j 2
+check "many, out" [ "$(ls done | tr '\n' ' ')" = "1.png 2.jpg " ]
+echo no >many/3.png
+refuses "many/3.png: not a readable PNG file" denoise many -o done2
+check "the others are done" [ "$(ls done2 | tr '\n' ' ')" = "1.png 2.jpg " ]
+refuses "would replace it" denoise many -o many
+
+check "crop sheet" "$program" compare demo/clean.png "$noisy" --sheet sheet.png --diff diff.png >/dev/null
+check "bench" "$program" bench --sizes 128x96 -n 2 -o bench.json >/dev/null
+check "bench compares" "$program" bench --compare bench.json bench.json >bench.txt
+check "no change is 1.00x" grep -q ' 1.00x' bench.txt
+check "info" "$program" info --size 64x64 >info.txt
+check "capability" grep -q 'CAM_ALGO_CV_YCNR 1.0.1.2.2768825' info.txt
+
+refuses "none.png: cannot be read: No such file" denoise none.png -o x1.png
+refuses "cannot be written" denoise "$noisy" -o none/x1.png
+refuses "unknown kind of file" denoise "$noisy" -o x1.xyz
+refuses "no command \"frobnicate\"" frobnicate
+refuses "--gain" denoise "$noisy" -o x1.png --gain -1
+refuses "not of the form 1920x1080" denoise "$noisy" -o x1.png --size 7
+refuses "layers must be 2 to 5" denoise "$noisy" -o x1.png --luma-layers 9
+head -c 30000 a.y4m >cut.y4m
+refuses "ends within frame 0" denoise cut.y4m -o x1.y4m
+refuses "not a result of vorn-ycnr bench" bench --compare kinds.json kinds.json
+check "nothing half written" [ -z "$(find . -name 'x1*' -o -name '*.??????' -path './*.png.*')" ]
+
+for command in $("$program" --help | awk '/^Subcommands:/ { on = 1; next } on && /^  [a-z]/ { print $1 }'); do
+  check "$command has an example" bash -c '"$1" "$2" --help | grep -q Example' - "$program" "$command"
+done
+[ $faults = 0 ] && echo "all as expected"
+exit $((faults != 0))
