@@ -31,6 +31,7 @@ struct tune_options {
   int rounds = 4;
   bool corners = false, luma_only = false, chroma_only = false;
   noise_model model;
+  std::vector<double> luma_blurs = {0};
   picture_options picture;
 };
 
@@ -52,13 +53,17 @@ std::vector<tuning_sample> samples_for(const tune_options& o, double gain) {
   noise_model model = o.model;
   model.gain = gain;
   for (const std::string& path : o.clean) {
-    tuning_sample s;
-    s.name = base_name(path);
-    s.clean = read_picture(path, o.picture);
-    s.noisy = s.clean;
-    add_noise(s.noisy, model);
-    ++model.seed;
-    samples.push_back(std::move(s));
+    const frame clean = read_picture(path, o.picture);
+    for (double blur : o.luma_blurs) {
+      tuning_sample s;
+      s.name = base_name(path);
+      s.clean = clean;
+      s.noisy = clean;
+      model.luma_blur = blur;
+      add_noise(s.noisy, model);
+      ++model.seed;
+      samples.push_back(std::move(s));
+    }
   }
   for (const auto& [pair_gain, noisy, clean] : o.pairs) {
     if (pair_gain != gain) continue;
@@ -84,23 +89,21 @@ std::vector<double> all_gains(const tune_options& o) {
   return gains;
 }
 
+std::string short_number(double value) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%g", value);
+  return text;
+}
+
 std::string description(const tune_options& o) {
   std::string text = "Searched for best " + o.objective_name + " on " +
                      std::to_string(o.clean.size() + o.pairs.size()) + " pictures";
   if (!o.clean.empty()) {
-    char model[160];
-    std::snprintf(model, sizeof model,
-                  "; sensor model: full well %g e, read noise %g e, luma blur %g",
-                  o.model.full_well, o.model.read_noise, o.model.luma_blur);
-    text += model;
+    text += "; sensor model: full well " + short_number(o.model.full_well) + " e, read noise " +
+            short_number(o.model.read_noise) + " e, luma blur";
+    for (double blur : o.luma_blurs) text += " " + short_number(blur);
   }
   return text + ".";
-}
-
-std::string gain_text(double gain) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%g", gain);
-  return text;
 }
 
 int run(const tune_options& o) {
@@ -131,7 +134,7 @@ int run(const tune_options& o) {
         samples, first, options,
         [&](const search_progress& p) {
           bar.update(static_cast<int64_t>(100 * i) + 100 * p.done / std::max(1, p.total),
-                     "gain " + gain_text(gains[i]) + " " + p.note);
+                     "gain " + short_number(gains[i]) + " " + p.note);
         },
         stop_requested);
     found.entries.push_back({gains[i], r.best});
@@ -147,7 +150,7 @@ int run(const tune_options& o) {
     if (o.report.empty()) continue;
     report_entry entry;
     entry.gain = gains[i];
-    entry.label = gain_text(gains[i]);
+    entry.label = short_number(gains[i]);
     entry.values = r.best;
     entry.sweeps = r.sweeps;
     entry.goal = options.goal;
@@ -168,7 +171,8 @@ int run(const tune_options& o) {
   bar.clear();
   if (found.entries.empty()) return kExitStopped;
   write_file(o.output, tuning_set_to_json(found));
-  if (!o.report.empty()) write_file(o.report, render_report("Tuning " + o.name, found.description, entries));
+  if (!o.report.empty())
+    write_file(o.report, render_report("Tuning " + o.name, found.description, entries));
   if (!stop_requested) return kExitOk;
   std::fprintf(stderr, "vorn-ycnr: stopped; %s holds the best so far, up to gain %g\n",
                o.output.c_str(), found.entries.back().gain);
@@ -207,7 +211,7 @@ void add_tune(CLI::App& program, job& chosen) {
   command->add_flag("--corners", o->corners, "Search param0 too, for noise that rises outwards");
   CLI::Option* const luma = command->add_flag("--luma-only", o->luma_only, "Search luma alone");
   command->add_flag("--chroma-only", o->chroma_only, "Search chroma alone")->excludes(luma);
-  add_model_options(*command, o->model);
+  add_model_options(*command, o->model, &o->luma_blurs);
   add_picture_options(*command, o->picture, false);
   command->footer(
       "Ctrl-C ends the search and keeps the best so far.\n"

@@ -2,12 +2,14 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <vector>
 
 #include "tools/noise_model.h"
 
 namespace vorn::tool {
 
-// --full-well, --read-noise, --luma-blur and --seed. The gain has an option of its own.
-void add_model_options(CLI::App& command, noise_model& model);
+// --full-well, --read-noise, --luma-blur and --seed. The gain has an option of its own. With blurs,
+// --luma-blur takes a list and goes there.
+void add_model_options(CLI::App& command, noise_model& model, std::vector<double>* blurs = nullptr);
 
 }  // namespace vorn::tool

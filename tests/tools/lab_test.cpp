@@ -1,0 +1,195 @@
+// The measuring units of the tool: figures against closed forms, chart and noise the same bytes on
+// every machine, and the noise meter against noise of known size.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+
+#include "tools/chart.h"
+#include "tools/metrics.h"
+#include "tools/noise_meter.h"
+#include "tools/noise_model.h"
+
+namespace vorn::tool {
+namespace {
+
+uint64_t checksum(const frame& f) {
+  uint64_t h = 0;
+  for (uint8_t b : f.data) h = h * 1099511628211u + b;
+  return h;
+}
+
+frame grey_frame(int width, int height, uint8_t level) {
+  frame f = make_frame(width, height);
+  std::fill(f.luma(), f.chroma(), level);
+  return f;
+}
+
+frame random_frame(int width, int height, unsigned seed) {
+  std::mt19937 engine(seed);
+  frame f = make_frame(width, height);
+  for (uint8_t& b : f.data) b = static_cast<uint8_t>(engine());
+  return f;
+}
+
+frame noisy(const frame& clean, double gain, uint64_t seed = 1, double blur = 0) {
+  frame f = clean;
+  noise_model model;
+  model.gain = gain;
+  model.seed = seed;
+  model.luma_blur = blur;
+  add_noise(f, model);
+  return f;
+}
+
+// SSIM by the definition: every window position on its own, in double precision.
+double slow_ssim(const plane_view& a, const plane_view& b) {
+  double weights[11], total = 0, sum = 0;
+  for (int i = 0; i < 11; ++i) sum += weights[i] = std::exp(-(i - 5) * (i - 5) / 4.5);
+  const auto at = [](const plane_view& p, int x, int y) -> double {
+    return p.data[y * p.stride + x * p.step];
+  };
+  int count = 0;
+  for (int y = 0; y + 11 <= a.height; ++y) {
+    for (int x = 0; x + 11 <= a.width; ++x, ++count) {
+      double ma = 0, mb = 0, aa = 0, bb = 0, ab = 0;
+      for (int j = 0; j < 11; ++j) {
+        for (int i = 0; i < 11; ++i) {
+          const double w = weights[i] * weights[j] / (sum * sum);
+          const double p = at(a, x + i, y + j), q = at(b, x + i, y + j);
+          ma += w * p;
+          mb += w * q;
+          aa += w * p * p;
+          bb += w * q * q;
+          ab += w * p * q;
+        }
+      }
+      const double c1 = 6.5025, c2 = 58.5225;
+      total += (2 * ma * mb + c1) * (2 * (ab - ma * mb) + c2) /
+               ((ma * ma + mb * mb + c1) * (aa - ma * ma + bb - mb * mb + c2));
+    }
+  }
+  return total / count;
+}
+
+TEST(metrics, closed_forms) {
+  const frame a = grey_frame(40, 30, 100), b = grey_frame(40, 30, 110);
+  EXPECT_NEAR(psnr(luma_view(a), luma_view(b)), 20 * std::log10(255.0 / 10), 1e-12);
+  EXPECT_TRUE(std::isinf(psnr(u_view(a), u_view(b))));
+  EXPECT_NEAR(ssim(luma_view(a), luma_view(b)),
+              (2 * 100 * 110 + 6.5025) / (100 * 100 + 110 * 110 + 6.5025), 1e-5);
+  const quality q = compare_frames(b, a);
+  EXPECT_DOUBLE_EQ(q.mean_shift_y, 10);
+  EXPECT_DOUBLE_EQ(q.mean_shift_u, 0);
+}
+
+TEST(metrics, ssim_follows_its_definition) {
+  const frame a = random_frame(37, 29, 1), b = noisy(a, 30);
+  EXPECT_NEAR(ssim(luma_view(a), luma_view(b)), slow_ssim(luma_view(a), luma_view(b)), 2e-5);
+  EXPECT_NEAR(ssim(v_view(a), v_view(b)), slow_ssim(v_view(a), v_view(b)), 2e-5);
+  const frame chart = draw_chart(320, 240), other = noisy(chart, 8);
+  EXPECT_NEAR(ssim(luma_view(chart), luma_view(other)),
+              slow_ssim(luma_view(chart), luma_view(other)), 2e-5);
+}
+
+TEST(metrics, padding_does_not_count) {
+  frame a = random_frame(21, 17, 2), b = a;
+  for (int y = 0; y < b.padded_height; ++y) b.luma()[y * b.padded_width + 21] ^= 0xff;
+  for (int x = 0; x < b.padded_width; ++x) b.luma()[17 * b.padded_width + x] ^= 0xff;
+  EXPECT_EQ(mean_squared_error(luma_view(a), luma_view(b)), 0);
+  EXPECT_NEAR(ssim(luma_view(a), luma_view(b)), 1, 1e-9);
+  const frame tiny = random_frame(1, 1, 3);
+  EXPECT_NEAR(compare_frames(tiny, tiny).ssim_y, 1, 1e-9);
+}
+
+TEST(chart, same_bytes_on_every_machine) {
+  EXPECT_EQ(checksum(draw_chart(640, 480)), 0xf510bff6ed3b762bu);
+  for (const auto& size : {std::pair{64, 64}, {65, 67}, {1000, 100}})
+    EXPECT_EQ(draw_chart(size.first, size.second).width, size.first);
+}
+
+TEST(chart, patches_are_flat) {
+  for (const auto& size : {std::pair{64, 64}, {640, 480}, {333, 251}}) {
+    const frame f = draw_chart(size.first, size.second);
+    const auto patches = chart_patches(size.first, size.second);
+    ASSERT_EQ(patches.size(), 24u);
+    for (const chart_patch& p : patches) {
+      const uint8_t level = f.luma()[p.y * f.padded_width + p.x];
+      const uint8_t* uv = f.chroma() + p.y / 2 * f.padded_width + p.x;
+      for (int y = p.y; y < p.y + p.height; ++y) {
+        for (int x = p.x; x < p.x + p.width; ++x) {
+          ASSERT_EQ(f.luma()[y * f.padded_width + x], level);
+          ASSERT_EQ(f.chroma()[y / 2 * f.padded_width + x], uv[x % 2]);
+        }
+      }
+    }
+  }
+}
+
+TEST(noise_model, same_bytes_on_every_machine) {
+  const frame chart = draw_chart(640, 480);
+  EXPECT_EQ(checksum(noisy(chart, 8)), 0xd665a3913f06de04u);
+  EXPECT_EQ(checksum(noisy(chart, 64, 5, 0.7)), 0xe4c8f22718206d0fu);
+  EXPECT_EQ(checksum(noisy(chart, 0)), checksum(chart));
+}
+
+// Photon and read noise through the slope of the tone curve at the level.
+TEST(noise_model, deviation_is_the_formula) {
+  for (const double blur : {0.0, 0.7}) {
+    for (const int level : {70, 128, 200}) {
+      const frame clean = grey_frame(512, 512, static_cast<uint8_t>(level));
+      const frame f = noisy(clean, 8, 3, blur);
+      const auto linear = [](double v) { return std::pow((v / 255 + 0.055) / 1.055, 2.4); };
+      const double light = linear(level), per_electron = 8 / 4500.0;
+      const double slope = 1 / (linear(level + 0.5) - linear(level - 0.5));
+      const double green = std::sqrt(light * per_electron + 4 * per_electron * per_electron);
+      // Luma noise is green noise and a share of what red and blue add to it.
+      const double measured = std::sqrt(mean_squared_error(luma_view(f), luma_view(clean)));
+      EXPECT_GT(measured, 0.85 * green * slope) << level << " blur " << blur;
+      EXPECT_LT(measured, 1.1 * green * slope) << level << " blur " << blur;
+      // The tone curve bends, so even noise of mean 0 moves the mean a little down.
+      EXPECT_NEAR(mean(luma_view(f)), level - 0.3, 0.35);
+    }
+  }
+}
+
+TEST(noise_model, chroma_noise_is_wider_than_luma_noise) {
+  noise_model model;
+  model.gain = 16;
+  const noise_curve sharp = model_curve(model);
+  EXPECT_NEAR(sharp.correlation_y, 0, 0.08);
+  EXPECT_GT(sharp.correlation_uv, 0.15);
+  model.luma_blur = 0.7;
+  EXPECT_GT(model_curve(model).correlation_y, 0.15);
+}
+
+TEST(noise_meter, finds_the_gain) {
+  const frame chart = draw_chart(960, 720);
+  for (const double gain : {2.0, 8.0, 32.0}) {
+    const noise_curve any = measure_noise({noisy(chart, gain)}, noise_scene::any);
+    EXPECT_NEAR(std::log2(gain_of(any) / gain), 0, 0.3) << gain;
+    const noise_curve burst = measure_noise(
+        {noisy(chart, gain, 1), noisy(chart, gain, 2), noisy(chart, gain, 3)}, noise_scene::burst);
+    EXPECT_NEAR(std::log2(gain_of(burst) / gain), 0, 0.15) << gain;
+  }
+}
+
+TEST(noise_meter, a_flat_frame_shows_its_noise_and_texture_is_not_taken_for_it) {
+  const frame flat = grey_frame(256, 256, 128);
+  const frame f = noisy(flat, 8);
+  const double truth = std::sqrt(mean_squared_error(luma_view(f), luma_view(flat)));
+  EXPECT_NEAR(measure_noise({f}, noise_scene::flat).y, truth, 0.05 * truth);
+  // The chart is half texture; without noise it must still measure as nearly clean.
+  EXPECT_LT(measure_noise({draw_chart(960, 720)}, noise_scene::any).y, 1.0);
+}
+
+TEST(noise_meter, says_nothing_about_pictures_too_small_or_clipped) {
+  EXPECT_TRUE(measure_noise({random_frame(1, 1, 1)}, noise_scene::any).classes.empty());
+  EXPECT_TRUE(measure_noise({random_frame(17, 9, 1)}, noise_scene::any).classes.empty());
+  EXPECT_TRUE(measure_noise({}, noise_scene::flat).classes.empty());
+  const noise_curve white = measure_noise({grey_frame(256, 256, 255)}, noise_scene::flat);
+  for (const noise_class& k : white.classes) EXPECT_LT(k.y, 0);
+}
+
+}  // namespace
+}  // namespace vorn::tool
