@@ -139,9 +139,26 @@ inline int open_descriptors() {
   return count_entries("/proc/self/fd");
 }
 
-// Under emulation the emulator's own threads count too, the same number at every call.
+// A joined thread stands in the list of threads for a moment longer, so a count is taken when it has
+// kept for a while. Under emulation the emulator's own threads count too, the same at every call.
 inline int running_threads() {
-  return count_entries("/proc/self/task");
+  int count = -1;
+  for (int kept = 0; kept < 20; usleep(2000)) {
+    const int now = count_entries("/proc/self/task");
+    kept = now == count ? kept + 1 : 0;
+    count = now;
+  }
+  return count;
+}
+
+// The same, but waits up to five seconds for the count that is expected.
+inline int threads_reaching(int expected) {
+  int count = count_entries("/proc/self/task");
+  for (int i = 0; i < 2500 && count != expected; ++i) {
+    usleep(2000);
+    count = count_entries("/proc/self/task");
+  }
+  return count;
 }
 
 // 64-bit FNV-1a over bytes: one number for a whole table or plane.
