@@ -9,6 +9,7 @@
 
 #include "api/handle.h"
 #include "api/log.h"
+#include "runtime/kernels.h"
 #include "runtime/pool.h"
 #include "ynr/ynr_handle.h"
 
@@ -189,4 +190,8 @@ const char* vorn_ycnr_result_text(int32_t result) {
     default:
       return "unknown result";
   }
+}
+
+const char* vorn_ycnr_kernel_form() {
+  return vorn::kernel_form_name(vorn::active_kernel_form());
 }

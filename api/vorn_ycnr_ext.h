@@ -72,6 +72,10 @@ VORN_API void vorn_ycnr_set_log_sink(vorn_ycnr_log_sink sink, void* context);
 /* What a result of any call means, in a few words; never null. */
 VORN_API const char* vorn_ycnr_result_text(int32_t result);
 
+/* Name of the kernels in force in this process: "scalar", "neon", "neon_dot", "sse2", "avx2" or
+ * "avx512"; never null. They differ in speed alone. */
+VORN_API const char* vorn_ycnr_kernel_form(void);
+
 #ifdef __cplusplus
 } /* extern "C" */
 #endif

@@ -1,5 +1,5 @@
-// The library's four calls for one frame size, with an `error` instead of a result code. The only
-// unit of the tool that calls the library.
+// The library's four calls for one frame size, with an `error` instead of a result code. Beside
+// machine.cpp, which asks for the kernels' name, the only unit of the tool that calls the library.
 #pragma once
 
 #include <string>

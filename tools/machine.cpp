@@ -3,9 +3,9 @@
 #include <sched.h>
 #include <sys/utsname.h>
 
-#include <algorithm>
-#include <cstdlib>
 #include <fstream>
+
+#include "vorn_ycnr_ext.h"
 
 #if defined(__aarch64__)
 #include <sys/auxv.h>
@@ -39,30 +39,23 @@ machine this_machine() {
   cpu_set_t set;
   CPU_ZERO(&set);
   if (sched_getaffinity(0, sizeof set, &set) == 0) m.processors = CPU_COUNT(&set);
-  // The library's order of preference; forms lists what it would take here, best last.
-  std::vector<std::string> forms = {"scalar", "neon"};
   const auto has = [&](bool there, const char* name) {
     if (there) m.instruction_sets.push_back(name);
-    return there;
   };
 #if defined(__x86_64__)
   has(true, "sse2");
-  forms.push_back("sse2");
-  if (has(__builtin_cpu_supports("avx2"), "avx2")) forms.push_back("avx2");
-  bool all = has(__builtin_cpu_supports("avx512f"), "avx512f");
-  all &= has(__builtin_cpu_supports("avx512bw"), "avx512bw");
-  all &= has(__builtin_cpu_supports("avx512vl"), "avx512vl");
-  all &= has(__builtin_cpu_supports("avx512vbmi"), "avx512vbmi");
-  all &= has(__builtin_cpu_supports("avx512vnni"), "avx512vnni");
-  if (all) forms.push_back("avx512");
+  has(__builtin_cpu_supports("avx2"), "avx2");
+  has(__builtin_cpu_supports("avx512f"), "avx512f");
+  has(__builtin_cpu_supports("avx512bw"), "avx512bw");
+  has(__builtin_cpu_supports("avx512vl"), "avx512vl");
+  has(__builtin_cpu_supports("avx512vbmi"), "avx512vbmi");
+  has(__builtin_cpu_supports("avx512vnni"), "avx512vnni");
 #elif defined(__aarch64__)
   constexpr unsigned long kDotProduct = 1ul << 20;  // HWCAP_ASIMDDP
   has(true, "neon");
-  if (has(getauxval(AT_HWCAP) & kDotProduct, "dotprod")) forms.push_back("neon_dot");
+  has(getauxval(AT_HWCAP) & kDotProduct, "dotprod");
 #endif
-  m.kernels = forms.back();
-  const char* const forced = std::getenv("VORN_KERNELS");
-  if (forced && std::find(forms.begin(), forms.end(), forced) != forms.end()) m.kernels = forced;
+  m.kernels = vorn_ycnr_kernel_form();
   return m;
 }
 

@@ -9,6 +9,7 @@
 
 #include "api/handle.h"
 #include "api/log.h"
+#include "runtime/kernels.h"
 #include "runtime/pool.h"
 #include "tests/support/frames.h"
 #include "tests/support/host.h"
@@ -272,6 +273,14 @@ TEST(Extension, ResultTexts) {
     for (size_t i = 0; i + 1 < texts.size(); ++i) EXPECT_NE(texts[i], texts.back());
   }
   EXPECT_EQ(std::string(vorn_ycnr_result_text(INT_MIN)), texts.back());
+}
+
+TEST(Extension, KernelFormIsTheOneInForce) {
+  const vorn::kernel_form usual = vorn::active_kernel_form();
+  EXPECT_STREQ(vorn_ycnr_kernel_form(), vorn::kernel_form_name(usual));
+  ASSERT_TRUE(vorn::use_kernel_form(vorn::kernel_form::scalar));
+  EXPECT_STREQ(vorn_ycnr_kernel_form(), "scalar");
+  vorn::use_kernel_form(usual);
 }
 
 }  // namespace
