@@ -47,15 +47,17 @@ struct frame {
   _tag_uni_image dst = {};
   int bytes = 0;
 
-  // Makes dst hold what src holds. Nothing to do where they are one buffer.
-  void copy_input() {
+  int luma_bytes() const { return src.width * src.height; }
+
+  // Makes dst hold what src holds, from a byte on. Nothing to do where they are one buffer.
+  void copy_input(int from = 0) {
     if (src.plane[0] != dst.plane[0])
-      std::memcpy(dst.plane[0], src.plane[0], static_cast<size_t>(bytes));
+      std::memcpy(dst.plane[0] + from, src.plane[0] + from, static_cast<size_t>(bytes - from));
   }
 };
 
-// Describes the frame and copies src into dst. Returns false with one ERROR line when the records
-// describe no usable frame; dst holds the copy even then, provided that it is large enough.
+// Describes the frame. Returns false with one ERROR line when the records describe no usable frame;
+// dst then holds a copy of src, provided that it is large enough.
 bool take_frame(const _tag_uni_image* src, const _tag_uni_image* dst, frame* out) {
   if (!src->plane[0] || !dst->plane[0]) {
     VORN_LOGE("plane is NULL, src %p, dst %p\n", static_cast<void*>(src->plane[0]),
@@ -77,8 +79,8 @@ bool take_frame(const _tag_uni_image* src, const _tag_uni_image* dst, frame* out
   }
   create_uni_image(&out->src, src->plane[0], src->width, src->height, VORN_IMAGE_YUV420SP);
   create_uni_image(&out->dst, dst->plane[0], src->width, src->height, VORN_IMAGE_YUV420SP);
-  out->copy_input();
   if (!same_size) {
+    out->copy_input();
     VORN_LOGE("src is %d x %d, dst is %d x %d\n", src->width, src->height, dst->width, dst->height);
     return false;
   }
@@ -170,6 +172,7 @@ int32_t vorn_ycnr_process(denoise_handle_t* handle, _tag_uni_image* src, _tag_un
   frame io;
   if (!take_frame(src, dst, &io)) return VORN_FAIL;
   if (!luma || !chroma) {
+    io.copy_input();
     VORN_LOGE("tuning is NULL, ynr %p, cnr %p\n", static_cast<const void*>(luma),
               static_cast<const void*>(chroma));
     return VORN_FAIL;
@@ -179,6 +182,7 @@ int32_t vorn_ycnr_process(denoise_handle_t* handle, _tag_uni_image* src, _tag_un
   const bool with_luma = known && luma->enable == 1;
   const bool with_chroma = known && chroma->enable == 1;
   if (!with_luma && !with_chroma) {
+    io.copy_input();
     VORN_LOGI("ynr_cnr_process bypass! \n");
     return VORN_OK;
   }
@@ -200,6 +204,8 @@ int32_t vorn_ycnr_process(denoise_handle_t* handle, _tag_uni_image* src, _tag_un
         vorn::cnr_check_frame(handle->cnr, src->width, src->height, handle->cnr_param.scale);
   const bool runs = luma_result == 0 && chroma_result == 0;
 
+  // The luma filter writes every luma sample, so only what it leaves alone is copied beforehand.
+  if (runs) io.copy_input(with_luma ? io.luma_bytes() : 0);
   if (with_luma && runs)
     luma_result =
         uni_luma_noise_reduce_mask_process(handle, &io.src, &io.dst, nullptr, &handle->ynr_param);
@@ -208,8 +214,9 @@ int32_t vorn_ycnr_process(denoise_handle_t* handle, _tag_uni_image* src, _tag_un
     io.copy_input();
     return VORN_FAIL;
   }
-  if (with_luma && with_chroma && runs)  // the chroma filter takes its guide from src
-    std::memcpy(io.src.plane[0], io.dst.plane[0], static_cast<size_t>(io.bytes));
+  // The chroma filter takes its guide from src; chroma itself is still the same in both.
+  if (with_luma && with_chroma && runs)
+    std::memcpy(io.src.plane[0], io.dst.plane[0], static_cast<size_t>(io.luma_bytes()));
   if (with_chroma && runs)
     chroma_result = uni_color_noise_reduce_process(handle, &io.src, &io.dst, &handle->cnr_param);
   if (chroma_result != 0) {

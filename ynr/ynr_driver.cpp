@@ -10,6 +10,7 @@
 #include "pyramid/down2.h"
 #include "pyramid/up2.h"
 #include "runtime/image.h"
+#include "runtime/stage.h"
 #include "ynr/pre_mask.h"
 #include "ynr/window.h"
 
@@ -226,7 +227,11 @@ int pyramid_denoise_mask_process(void* handle, _tag_uni_image* src, _tag_uni_ima
                                           param->pRadius[l]);
       VORN_LOGD("    layer %d nlm_denoise_process cost time: %.3f ms \n", l, lap(&clock));
     }
-    ImgSubImg_add128_u8(&ynr->out[l], &ynr->gauss[l], work);
+    stage_result |= vorn::run_rows(ynr->pool, work->height, 1, 3 * work->width,
+                                   [&](int row_begin, int row_end) {
+                                     vorn::subtract_rows(ynr->out[l], ynr->gauss[l], *work,
+                                                         row_begin, row_end);
+                                   });
     if (param->pIntensity[l] < 1) extend_right(work);
     VORN_LOGD("    layer %d ImgSubImg_add128_u8 cost time: %.3f ms \n", l, lap(&clock));
     const bool into_bordered = l == 1 && param->pIntensity[0] >= 1;
@@ -240,7 +245,11 @@ int pyramid_denoise_mask_process(void* handle, _tag_uni_image* src, _tag_uni_ima
     } else {
       // Both steps in one pass, without the enlarged detail ever being written.
       VORN_LOGD("    layer %d gaussin3x3_up2 cost time: %.3f ms \n", l, 0.0);
-      vorn::up2_add_rows(*work, ynr->gauss[l - 1], *merged, 0, merged->height);
+      stage_result |= vorn::run_rows(ynr->pool, merged->height, 2, 2 * merged->width,
+                                     [&](int row_begin, int row_end) {
+                                       vorn::up2_add_rows(*work, ynr->gauss[l - 1], *merged,
+                                                          row_begin, row_end);
+                                     });
     }
     VORN_LOGD("    layer %d gaussin3x3_up2_merge cost time: %.3f ms \n", l, lap(&clock));
   }
