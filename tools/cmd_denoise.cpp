@@ -52,7 +52,7 @@ void denoise_file(const denoise_args& args, const std::string& input, const std:
   int64_t count = 0;
   frame f;
   while (reader->next(f)) {
-    libraries.of(f).run(f, t);
+    naming(input == "-" ? "standard input" : input, [&] { libraries.of(f).run(f, t); });
     // Opened last: bad input leaves no trace of the output.
     if (!writer) writer = open_writer(output, args.pictures, reader->info);
     writer->write(f);

@@ -44,10 +44,12 @@ int run_replay(const replay_args& args) {
   for (const replay_case& c : cases) {
     const tuning t = tuning_of(c);
     frame f = read_dump_frame(c.input, c.width, c.height);
-    if (!library || library->width() != c.width || library->height() != c.height) {
-      library = std::make_unique<denoiser>(c.width, c.height);
-    }
-    library->run(f, t);
+    naming(c.input, [&] {
+      if (!library || library->width() != c.width || library->height() != c.height) {
+        library = std::make_unique<denoiser>(c.width, c.height);
+      }
+      library->run(f, t);
+    });
     if (!args.output.empty()) {
       write_file((std::filesystem::path(args.output) / c.result_name()).string(), f.data);
     }

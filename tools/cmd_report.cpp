@@ -58,18 +58,20 @@ int run(const report_options& o) {
     options.chroma = entry.values.chroma.enable == 1;
     const std::atomic<bool> stop{false};
     progress bar("sweeping", 0, "parameters");
-    entry.sweeps = sweep_parameters({{p.name, p.clean, p.before}}, entry.values, options,
-                                    [&](const search_progress& s) { bar.update(s.done, s.note); },
-                                    stop);
+    entry.sweeps = sweep_parameters(
+        {{p.name, p.clean, p.before}}, entry.values, options,
+        [&](const search_progress& s) { bar.update(s.done, s.note); }, stop);
   }
 
   // Last, because stage times need the library's log, which the sweeps do without.
   p.after = p.before;
   verbose_library_log();
-  denoiser filter(p.after.padded_width, p.after.padded_height);
-  frame warm = p.before;  // the first frame pays for cold memory
-  filter.run_timed(warm, entry.values);
-  p.stages = filter.run_timed(p.after, entry.values);
+  naming(o.input, [&] {
+    denoiser filter(p.after.padded_width, p.after.padded_height);
+    frame warm = p.before;  // the first frame pays for cold memory
+    filter.run_timed(warm, entry.values);
+    p.stages = filter.run_timed(p.after, entry.values);
+  });
 
   char subtitle[160];
   std::snprintf(subtitle, sizeof subtitle, "%d x %d, tuning for gain %g%s", p.before.width,
@@ -94,8 +96,7 @@ void add_report(CLI::App& program, job& chosen) {
       ->add_flag("--add-noise", o->add_noise,
                  "The input is clean: add the sensor model's noise of this gain first")
       ->excludes(clean);
-  command
-      ->add_option("--objective", o->objective_name, "Quality in the sweeps: psnr, ssim or mix")
+  command->add_option("--objective", o->objective_name, "Quality in the sweeps: psnr, ssim or mix")
       ->capture_default_str();
   command->add_flag("--no-sweeps", o->no_sweeps, "Leave out the curves over each parameter");
   add_tuning_options(*command, o->tuning_choice);

@@ -6,65 +6,56 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <mutex>
 
 #include "tools/error.h"
+#include "vorn_ycnr_ext.h"
 
 namespace vorn::tool {
 namespace {
 
-// The library logs to standard error. While one of these lives, descriptor 2 leads into memory.
+// Priorities of log lines.
+constexpr int kDebug = 3;
+constexpr int kWarning = 5;
+
+// Lines of the calling thread's library calls, from a priority on, kept while it lives.
 class log_capture {
  public:
-  log_capture() : guard_(lock()) {
-    std::fflush(stderr);
-    memory_ = memfd_create("log", MFD_CLOEXEC);
-    saved_ = memory_ < 0 ? -1 : dup(STDERR_FILENO);
-    if (saved_ >= 0) dup2(memory_, STDERR_FILENO);
+  struct line {
+    int priority;
+    std::string message;
+  };
+
+  explicit log_capture(int lowest_priority) : lowest_(lowest_priority) {
+    static const bool installed = (vorn_ycnr_set_log_sink(take, nullptr), true);
+    (void)installed;
+    current = this;
   }
-  ~log_capture() { stop(); }
-  // Ends the capture and gives what was logged.
-  std::string stop() {
-    std::string text;
-    if (saved_ >= 0) {
-      dup2(saved_, STDERR_FILENO);
-      close(saved_);
-      saved_ = -1;
-      char piece[4096];
-      lseek(memory_, 0, SEEK_SET);
-      for (ssize_t got; (got = read(memory_, piece, sizeof piece)) > 0;) text.append(piece, got);
-    }
-    if (memory_ >= 0) close(memory_);
-    memory_ = -1;
-    return text;
+  ~log_capture() { current = nullptr; }
+  log_capture(const log_capture&) = delete;
+  log_capture& operator=(const log_capture&) = delete;
+
+  const std::vector<line>& lines() const { return lines_; }
+
+  // As the library does it without a sink.
+  static void print(int priority, const char* message) {
+    std::fprintf(stderr, "%c YCNR_LOG: %s\n", "DIWE"[(priority - kDebug) & 3], message);
   }
 
  private:
-  static std::mutex& lock() {
-    static std::mutex one;
-    return one;
+  static void take(void*, int32_t priority, const char* message) noexcept {
+    if (current && priority >= current->lowest_) {
+      current->lines_.push_back({priority, message});
+    } else {
+      print(priority, message);
+    }
   }
-  std::lock_guard<std::mutex> guard_;
-  int memory_;
-  int saved_;
+
+  static thread_local log_capture* current;
+  int lowest_;
+  std::vector<line> lines_;
 };
 
-constexpr const char kTag[] = " YCNR_LOG: ";
-
-// Calls use(priority, message) for every log line; the message without its "L number, function:".
-template <typename Use>
-void for_each_line(const std::string& log, Use use) {
-  for (size_t at = 0; at < log.size();) {
-    size_t end = log.find('\n', at);
-    if (end == std::string::npos) end = log.size();
-    const std::string line = log.substr(at, end - at);
-    at = end + 1;
-    if (line.size() < sizeof kTag || line.compare(1, sizeof kTag - 1, kTag) != 0) continue;
-    const size_t colon = line.find(':', sizeof kTag);
-    if (colon != std::string::npos) use(line[0], line.substr(colon + 1));
-  }
-}
+thread_local log_capture* log_capture::current = nullptr;
 
 std::string trimmed(const std::string& text) {
   const size_t first = text.find_first_not_of(" \n");
@@ -72,26 +63,32 @@ std::string trimmed(const std::string& text) {
   return text.substr(first, text.find_last_not_of(" \n") - first + 1);
 }
 
+// What a line says behind its "L number, function:".
+std::string text_of(const log_capture::line& line) {
+  return trimmed(line.message.substr(line.message.find(':') + 1));
+}
+
 // The last error or warning in the log; the calls themselves say no more than -1.
-std::string last_complaint(const std::string& log, const std::string& otherwise) {
-  std::string cause = otherwise;
-  for_each_line(log, [&](char priority, const std::string& message) {
-    if (priority == 'E' || priority == 'W') cause = trimmed(message);
-  });
+std::string last_complaint(const log_capture& log) {
+  std::string cause = "no reason given";
+  for (const log_capture::line& line : log.lines()) {
+    if (line.priority >= kWarning) cause = text_of(line);
+  }
   return cause;
 }
 
 // Lines like "layer 0 pre_mask cost time: 1.234 ms" and "cnr_process time cost : 1.234".
-std::vector<stage_time> stage_times(const std::string& log) {
+std::vector<stage_time> stage_times(const log_capture& log) {
   std::vector<stage_time> stages;
-  for_each_line(log, [&](char, const std::string& message) {
-    size_t mark = message.find(" cost time");
-    if (mark == std::string::npos) mark = message.find(" time cost");
-    if (mark == std::string::npos) return;
-    const size_t colon = message.find(':', mark);
-    if (colon == std::string::npos) return;
-    stages.push_back({trimmed(message.substr(0, mark)), std::atof(message.c_str() + colon + 1)});
-  });
+  for (const log_capture::line& line : log.lines()) {
+    const std::string text = text_of(line);
+    size_t mark = text.find(" cost time");
+    if (mark == std::string::npos) mark = text.find(" time cost");
+    if (mark == std::string::npos) continue;
+    const size_t colon = text.find(':', mark);
+    if (colon == std::string::npos) continue;
+    stages.push_back({trimmed(text.substr(0, mark)), std::atof(text.c_str() + colon + 1)});
+  }
   return stages;
 }
 
@@ -121,21 +118,19 @@ void verbose_library_log() {
 denoiser::denoiser(int padded_width, int padded_height)
     : width_(padded_width), height_(padded_height) {
   ycnr_init_param size = {width_, height_};
-  log_capture capture;
+  const log_capture log(kDebug);
   handle_ = vorn_ycnr_init(&size);
-  const std::string log = capture.stop();
   if (!handle_) {
-    throw error("frames of " + size_text(width_, height_),
-                "refused: " + last_complaint(log, "no reason given"));
+    throw error("frames of " + size_text(width_, height_), "refused: " + last_complaint(log));
   }
 }
 
 denoiser::~denoiser() {
-  log_capture capture;
+  const log_capture log(kDebug);
   vorn_ycnr_deinit(handle_);
 }
 
-void denoiser::process(frame& f, const tuning& t, std::string* log) {
+void denoiser::process(frame& f, const tuning& t, std::vector<stage_time>* stages) {
   if (f.padded_width != width_ || f.padded_height != height_) {
     throw error("frame of " + size_text(f.padded_width, f.padded_height),
                 "the denoiser is for " + size_text(width_, height_));
@@ -149,19 +144,16 @@ void denoiser::process(frame& f, const tuning& t, std::string* log) {
   src.plane[0] = f.data.data();
   dst.plane[0] = result_.data();
   Denoise_Parameters_t parameters = {0, &copy.luma, &copy.chroma};
-  int32_t result;
-  std::string lines;
-  if (log) {
-    log_capture capture;
-    result = vorn_ycnr_process(handle_, &src, &dst, &parameters);
-    lines = capture.stop();
-    *log = lines;
-  } else {
-    result = vorn_ycnr_process(handle_, &src, &dst, &parameters);
+  const log_capture log(stages ? kDebug : kWarning);
+  if (vorn_ycnr_process(handle_, &src, &dst, &parameters) != VORN_OK) {
+    throw error("refused by the library", last_complaint(log));
   }
-  if (result != VORN_OK) {
-    throw error("frame of " + size_text(width_, height_),
-                "refused by the library: " + last_complaint(lines, "see its log above"));
+  if (stages) {
+    *stages = stage_times(log);
+  } else {
+    for (const log_capture::line& line : log.lines()) {
+      log_capture::print(line.priority, line.message.c_str());
+    }
   }
   f.data.swap(result_);
 }
@@ -171,11 +163,10 @@ void denoiser::run(frame& f, const tuning& t) {
 }
 
 std::vector<stage_time> denoiser::run_timed(frame& f, const tuning& t) {
-  std::string log;
+  std::vector<stage_time> stages;
   const auto start = std::chrono::steady_clock::now();
-  process(f, t, &log);
+  process(f, t, &stages);
   const std::chrono::duration<double, std::milli> ms = std::chrono::steady_clock::now() - start;
-  std::vector<stage_time> stages = stage_times(log);
   stages.push_back({"whole frame", ms.count()});
   return stages;
 }

@@ -31,14 +31,13 @@ class denoiser {
   void run(frame& f, const tuning& t);
 
   // The same, and the time of every stage in the order they ran, taken from the library's log; the
-  // last entry is "whole frame". Not while another thread uses a denoiser: the log is the
-  // process's.
+  // last entry is "whole frame".
   std::vector<stage_time> run_timed(frame& f, const tuning& t);
 
   ycnr_capability_param capability();
 
  private:
-  void process(frame& f, const tuning& t, std::string* log);
+  void process(frame& f, const tuning& t, std::vector<stage_time>* stages);
 
   int width_;
   int height_;

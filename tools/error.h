@@ -13,6 +13,16 @@ struct error : std::runtime_error {
       : std::runtime_error(where.empty() ? cause : where + ": " + cause) {}
 };
 
+// Puts a file's name in front of an error that work ends in.
+template <typename Work>
+void naming(const std::string& where, const Work& work) {
+  try {
+    work();
+  } catch (const error& fault) {
+    throw error(where, fault.what());
+  }
+}
+
 // Exit codes, the same for every subcommand.
 constexpr int kExitOk = 0;
 constexpr int kExitDifferent = 1;  // the job ran, but what it checks does not agree

@@ -235,7 +235,7 @@ struct tuning_bench::state {
     for_all(parts.size(), [&](int thread, size_t i) {
       const tuning_sample& sample = samples[i % samples.size()];
       frame f = luma ? sample.noisy : luma_results[i % samples.size()];
-      denoiser_for(thread, f).run(f, todo[i / samples.size()]);
+      naming(sample.name, [&] { denoiser_for(thread, f).run(f, todo[i / samples.size()]); });
       parts[i] = figures(f, sample.clean, luma, all);
     });
     for (size_t i = 0; i < todo.size(); ++i)

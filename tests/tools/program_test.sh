@@ -102,6 +102,12 @@ refuses "no command \"frobnicate\"" frobnicate
 refuses "--gain" denoise "$noisy" -o x1.png --gain -1
 refuses "not of the form 1920x1080" denoise "$noisy" -o x1.png --size 7
 refuses "layers must be 2 to 5" denoise "$noisy" -o x1.png --luma-layers 9
+head -c 96 /dev/zero >small_8x8.nv12
+refuses "small_8x8.nv12: refused by the library: frame 8 x 8, layer = 5: too small" denoise small_8x8.nv12 -o x1.png --luma-layers 5
+head -c 6 /dev/zero >tiny_2x2.nv12
+refuses "tiny_2x2.nv12: refused by the library: frame 2 x 2" denoise tiny_2x2.nv12 -o x1.png
+refuses "tiny_2x2.nv12: refused by the library: chroma" denoise tiny_2x2.nv12 -o x1.png --chroma-only
+refuses "tiny_2x2.nv12: refused by the library: frame 2 x 2" report tiny_2x2.nv12 -o x1.html --no-sweeps
 head -c 30000 a.y4m >cut.y4m
 refuses "ends within frame 0" denoise cut.y4m -o x1.y4m
 refuses "not a result of vorn-ycnr bench" bench --compare kinds.json kinds.json
