@@ -30,7 +30,7 @@ resources now() {
     if (std::fscanf(file, "%ld %ld", &pages, &resident) != 2) resident = 0;
     std::fclose(file);
   }
-  return {resident * (sysconf(_SC_PAGESIZE) / 1024), vorn_test::running_threads(),
+  return {resident * (sysconf(_SC_PAGESIZE) / 1024), vorn_test::count_entries("/proc/self/task"),
           vorn_test::open_descriptors()};
 }
 
@@ -92,9 +92,13 @@ int main(int argc, char** argv) {
     }
     ++frames;
     after = now();
-    if (frames == kWarmUp) before = after;
+    if (frames == kWarmUp) {
+      before = after;
+      before.threads = vorn_test::running_threads();
+    }
     if (after.resident_kib > peak) peak = after.resident_kib;
   }
+  after.threads = vorn_test::threads_reaching(before.threads);
   std::printf(
       "%u frames of %dx%d in %.1f s, %u failed; resident %ld -> %ld KiB (peak %ld), "
       "threads %d -> %d, descriptors %d -> %d\n",
