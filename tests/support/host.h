@@ -2,6 +2,7 @@
 // of the process's own resources.
 #pragma once
 
+#include <fcntl.h>
 #include <stdlib.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -77,6 +78,8 @@ class log_capture {
   log_capture() {
     std::fflush(stderr);
     file_ = memfd_create("log", 0);
+    // Appending: lines of several threads at once would share one place in the file otherwise.
+    if (fcntl(file_, F_SETFL, O_APPEND) < 0) abort();
     saved_ = dup(STDERR_FILENO);
     if (file_ < 0 || saved_ < 0 || dup2(file_, STDERR_FILENO) < 0) abort();
   }
