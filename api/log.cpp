@@ -3,7 +3,6 @@
 #include <pthread.h>
 #include <time.h>
 
-#include <climits>
 #include <cmath>
 #include <cstdarg>
 #include <cstdint>
@@ -42,10 +41,10 @@ bool pass_to_sink(int priority, char* text) {
   return taken;
 }
 
-// The number at the start of a text; 0 when there is none, the nearest int when it is too large.
+// The number at the start of a text; 0 when there is none. One that is too large wraps, as atoi
+// does on the device, where 4294967295 is -1; atoi itself leaves it undefined.
 int leading_number(const char* text) {
-  const long long number = std::strtoll(text, nullptr, 10);
-  return static_cast<int>(number > INT_MAX ? INT_MAX : number < INT_MIN ? INT_MIN : number);
+  return static_cast<int>(std::strtol(text, nullptr, 10));
 }
 
 }  // namespace
@@ -102,12 +101,18 @@ double getTime() {
 void getProperty_NR(const char* name, const char* default_value, char* value) {
   char set[vorn::kPropertyMax];
   vorn::platform_property(name, set);
-  std::snprintf(value, kPropertyBuffer, "%s", set[0] ? set : default_value);
+  if (set[0]) {
+    std::strcpy(value, set);
+    return;
+  }
+  std::strncpy(value, default_value, kPropertyBuffer);  // zeros up to the end
+  value[kPropertyBuffer - 1] = '\0';
 }
 
 void getTimestamp_NR(char* buffer, int size) {
   if (size < 1) return;
   const time_t now = time(nullptr);
+  tzset();  // the zone may have changed since the last call; localtime_r need not look
   tm local;
   if (!localtime_r(&now, &local)) return;
   strftime(buffer, static_cast<size_t>(size), "%Y%m%d%H%M%S", &local);

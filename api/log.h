@@ -10,7 +10,7 @@
 extern VORN_API int nr_log_Level;
 
 // Sets nr_log_Level from "ro.debuggable" (4 or 3), then from "persist.vendor.cam.nr_api.log" (any
-// value >= 0). A property that is not set changes nothing.
+// value >= 0, as a 32-bit number). A property that is not set changes nothing.
 VORN_API void initLogLevel();
 
 // Logs the library's version banner at INFO.
@@ -19,7 +19,8 @@ VORN_API void lib_version();
 // Milliseconds with a fraction, on the monotonic clock.
 VORN_API double getTime();
 
-// Copies a property into value (at least 256 bytes), or default_value when it is not set.
+// Copies a property into value (at least 256 bytes); when it is not set, default_value, cut at 255
+// characters and followed by zeros up to 256 bytes.
 VORN_API void getProperty_NR(const char* name, const char* default_value, char* value);
 
 // Local time as fourteen digits YYYYmmddHHMMSS; writes nothing when the local time is unknown.

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <ctime>
 #include <string>
 
@@ -33,7 +34,9 @@ TEST_F(Log, LevelFollowsTheProperties) {
       {"ro.debuggable=1\npersist.vendor.cam.nr_api.log=1\n", 4, 1},
       {"ro.debuggable=0\npersist.vendor.cam.nr_api.log=-1\n", 4, 3},
       {"persist.vendor.cam.nr_api.log=9\n", 4, 9},
-      {"persist.vendor.cam.nr_api.log=99999999999999999999\n", 4, 2147483647},
+      {"persist.vendor.cam.nr_api.log=4294967298\n", 4, 2},  // 32 bits of it
+      {"persist.vendor.cam.nr_api.log=4294967295\n", 1, 1},  // reads as -1
+      {"persist.vendor.cam.nr_api.log=99999999999999999999\n", 4, 4},
       {"persist.vendor.cam.nr_api.log=x\n", 4, 0},
   };
   properties props;
@@ -119,6 +122,10 @@ TEST(Property, ReadAfreshCutAndAbsent) {
   EXPECT_EQ(property("p", "default"), "default");
   unsetenv("VORN_PROPERTIES");
   EXPECT_EQ(property("p", std::string(300, 'z').c_str()), std::string(255, 'z'));
+  char value[256];
+  std::memset(value, 'u', sizeof value);
+  getProperty_NR("p", "no", value);
+  EXPECT_EQ(std::string(value, sizeof value), "no" + std::string(254, '\0'));
 }
 
 TEST(Clock, MillisecondsThatNeverGoBack) {
@@ -145,6 +152,13 @@ TEST(Clock, TimestampIsLocalTime) {
   ASSERT_NE(strptime(text, "%Y%m%d%H%M%S", &parsed), nullptr);
   EXPECT_LE(difftime(mktime(&parsed), before), 5.0);
   EXPECT_GE(difftime(mktime(&parsed), before), 0.0);
+  char east[256] = {}, west[256] = {};  // the zone changes while the process runs
+  setenv("TZ", "UTC-10", 1);
+  getTimestamp_NR(east, sizeof east);
+  setenv("TZ", "UTC+10", 1);
+  getTimestamp_NR(west, sizeof west);
+  unsetenv("TZ");
+  EXPECT_STRNE(east, west);
   char untouched = 'u';
   getTimestamp_NR(&untouched, 0);
   EXPECT_EQ(untouched, 'u');
