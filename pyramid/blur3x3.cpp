@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
 
 #include "api/log.h"
 #include "pyramid/pyramid_kernels.h"
@@ -22,18 +24,19 @@ mirrored_rows rows_around(const uint8_t* plane, int stride, int height, int y) {
           y < height - 1 ? centre + stride : centre - stride};
 }
 
+void blur_row(const mirrored_rows& rows, uint8_t* dst, int width) {
+  if (width > 1)
+    vorn::active_pyramid_kernels().blur(rows.upper, rows.centre, rows.lower, dst, width);
+  else if (width == 1)  // both neighbours are the column itself
+    dst[0] =
+        static_cast<uint8_t>((4 * (rows.upper[0] + 2 * rows.centre[0] + rows.lower[0]) + 8) >> 4);
+}
+
 void blur_rows(const uint8_t* src, int src_stride, int src_height, uint8_t* dst, int dst_stride,
                int width, int row_begin, int row_end) {
-  const vorn::pyramid_kernels& kernels = vorn::active_pyramid_kernels();
-  for (int y = row_begin; y < row_end; ++y) {
-    const mirrored_rows rows = rows_around(src, src_stride, src_height, y);
-    uint8_t* row = dst + static_cast<ptrdiff_t>(y) * dst_stride;
-    if (width > 1)
-      kernels.blur(rows.upper, rows.centre, rows.lower, row, width);
-    else if (width == 1)  // both neighbours are the column itself
-      row[0] =
-          static_cast<uint8_t>((4 * (rows.upper[0] + 2 * rows.centre[0] + rows.lower[0]) + 8) >> 4);
-  }
+  for (int y = row_begin; y < row_end; ++y)
+    blur_row(rows_around(src, src_stride, src_height, y),
+             dst + static_cast<ptrdiff_t>(y) * dst_stride, width);
 }
 
 }  // namespace
@@ -41,17 +44,23 @@ void blur_rows(const uint8_t* src, int src_stride, int src_height, uint8_t* dst,
 int GaussianBlur3x3(_tag_uni_image* src, _tag_uni_image* dst) {
   if (!src || !dst) return -1;
   VORN_LOG_AT(vorn::kLogDebug, 19, "%s++", __func__);
-  if (src->width == 1) {
-    // The mirrored neighbours of a single column lie outside the plane and count as zero.
-    for (int y = 0; y < src->height; ++y) {
-      const mirrored_rows rows = rows_around(src->plane[0], src->stride[0], src->height, y);
-      dst->plane[0][static_cast<ptrdiff_t>(y) * dst->stride[0]] =
-          static_cast<uint8_t>((2 * (rows.upper[0] + 2 * rows.centre[0] + rows.lower[0]) + 8) >> 4);
-    }
-  } else {
-    blur_rows(src->plane[0], src->stride[0], src->height, dst->plane[0], dst->stride[0], src->width,
-              0, src->height);
+  // A row is whole before it is written, so that dst may be src.
+  const size_t width = src->width > 0 ? static_cast<size_t>(src->width) : 0;
+  uint8_t* row = static_cast<uint8_t*>(std::malloc(width + 1));
+  if (!row) {
+    VORN_LOGE("malloc failed\n");
+    return -1;
   }
+  for (int y = 0; y < src->height; ++y) {
+    const mirrored_rows rows = rows_around(src->plane[0], src->stride[0], src->height, y);
+    if (width == 1)  // the mirrored neighbours lie outside the plane and count as zero
+      row[0] =
+          static_cast<uint8_t>((2 * (rows.upper[0] + 2 * rows.centre[0] + rows.lower[0]) + 8) >> 4);
+    else
+      blur_row(rows, row, src->width);
+    std::memcpy(dst->plane[0] + static_cast<ptrdiff_t>(y) * dst->stride[0], row, width);
+  }
+  std::free(row);
   VORN_LOG_AT(vorn::kLogDebug, 83, "%s--", __func__);
   return 0;
 }

@@ -6,7 +6,8 @@
 // Reads:   rows row_begin-1 .. row_end, mirrored; columns 0 .. W-1.
 // Writes:  columns 0 .. W-1 of the rows asked for.
 // Rounds:  half-up; exact in every form.
-// Errors:  -1 from GaussianBlur3x3 for a null image, from the stage when a job could not be queued.
+// Errors:  -1 from GaussianBlur3x3 for a null image or without memory for a row, and from the
+//          stage when a job could not be queued.
 // Threads: the U,V stage cuts the height into four equal slices, the last with the remainder;
 //          GaussianBlur3x3 runs on the caller's thread.
 #pragma once
@@ -30,7 +31,8 @@ struct blur_uv_job {
 
 // First plane of src into that of dst; size from src, each image its own stride.
 // A plane of one column is halved instead of blurred: kept on purpose
-// (Blur.SingleColumnLosesItsNeighbours).
+// (Blur.SingleColumnLosesItsNeighbours). dst may be src; a row is then blurred with the result of
+// the row above it.
 VORN_API int GaussianBlur3x3(_tag_uni_image* src, _tag_uni_image* dst);
 
 // A U and a V plane together, on the chroma pool.

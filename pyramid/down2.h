@@ -14,8 +14,7 @@
 // Rounds:  half-up; exact in every form.
 // Errors:  -1 from the stages when a job could not be queued. Pointers and sizes are not checked.
 // Threads: the `_thread` forms cut the destination into four slices of dst_height / 4 rows, the
-// last
-//          one with the remainder. `gaussin3x3_down2_ynr` runs on the caller's thread.
+//          last one with the remainder. `gaussin3x3_down2_ynr` runs on the caller's thread.
 //
 // Below eight outputs a row has no vector block that closes it on the left: its first output then
 // takes the byte before the row as its left neighbour (in the plane's first row, column 0).

@@ -1,9 +1,10 @@
 // Halves three planes of one size together: the chroma pyramid's guide, U and V.
 //
 // Shape:   three sources of w x h, three destinations of dw x dh, rows as far apart as they are
-// wide. Reads, Writes, Rounds: per plane as in down2.h. Errors:  -1 from the stages when a job
-// could not be queued. Pointers and sizes are not checked. Threads: four slices of dh / 4 rows; the
-// raw overload and the split run on the caller's thread.
+//          wide.
+// Reads, writes and rounding are those of down2.h for each plane.
+// Errors:  -1 from the stages when a job could not be queued. Pointers and sizes are not checked.
+// Threads: four slices of dh / 4 rows; the raw overload and the split run on the caller's thread.
 #pragma once
 
 #include "cnr/cnr_handle.h"

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 
 #include "pyramid/blur3x3.h"
 #include "pyramid/pyramid_kernels.h"
@@ -57,6 +58,17 @@ TEST_P(BlurForms, CornerSampleCountsTwiceEachWay) {
   EXPECT_EQ(2, dst.at(0, 1));
   EXPECT_EQ(2, dst.at(1, 0));
   EXPECT_EQ(1, dst.at(1, 1));
+}
+
+TEST_P(BlurForms, InPlaceEachRowTakesTheBlurredRowAbove) {
+  plane image(41, 6, 5), want = image;
+  for (int y = 0; y < want.height(); ++y) {
+    int row[41];
+    for (int x = 0; x < 41; ++x) row[x] = blurred(want, y, x);
+    for (int x = 0; x < 41; ++x) want.at(y, x) = static_cast<uint8_t>(row[x]);
+  }
+  EXPECT_EQ(0, GaussianBlur3x3(image.image(), image.image()));
+  EXPECT_EQ(0, std::memcmp(image.data(), want.data(), 41 * 6));
 }
 
 TEST(Blur, SingleColumnLosesItsNeighbours) {
