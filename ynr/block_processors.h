@@ -12,8 +12,10 @@
 // Shape:   cur is the block's first pixel; up<d> and down<d> are d rows above and below it. map has
 //          800 entries. Accumulators (17 words) are scratch of the caller and are overwritten.
 // Reads:   rows -d..3 + d, columns -d..3 + d around the block (7 + d for pairs), d the largest
-// ring. Writes:  4 (pairs: 8) x 4 pixels at out. Rounds:  see block_rules.h (one block) and
-// block_pair.h (pairs). Errors:  none are checked. Mask values of pairs are not 0.
+//          ring.
+// Writes:  4 (pairs: 8) x 4 pixels at out.
+// Rounds:  see block_rules.h (one block) and block_pair.h (pairs).
+// Errors:  none are checked. Mask values of pairs are not 0.
 #pragma once
 
 #include "api/vorn_ycnr.h"

@@ -1,10 +1,9 @@
 // Denoises one pyramid level with the 3x3, 5x5 or 7x7 window, block row by block row.
 //
 // Shape:   blocks of 4x4 pixels; pairs of blocks up to the last multiple of 8 columns, single
-// blocks
-//          behind it. A pair with two nonzero mask values takes the vector rule, every other block
-//          the scalar rule. The mask has one byte per block of the full-size frame; null means 64
-//          everywhere; 0 leaves a block of dst as it is.
+//          blocks behind it. A pair with two nonzero mask values takes the vector rule, every other
+//          block the scalar rule. The mask has one byte per block of the full-size frame; null
+//          means 64 everywhere; 0 leaves a block of dst as it is.
 // Reads:   1, 2 or 3 pixels beyond the level, rounded up to whole blocks, on all sides.
 // Writes:  whole blocks: up to the next multiple of 4 in both directions.
 // Rounds:  see block_rules.h and block_pair.h.
