@@ -11,6 +11,7 @@
 #include "cnr/cnr_handle.h"
 #include "runtime/image.h"
 #include "runtime/pool.h"
+#include "runtime/stage.h"
 #include "ynr/ynr_driver.h"
 #include "ynr/ynr_handle.h"
 
@@ -50,9 +51,10 @@ struct frame {
   int luma_bytes() const { return src.width * src.height; }
 
   // Makes dst hold what src holds, from a byte on. Nothing to do where they are one buffer.
-  void copy_input(int from = 0) {
+  void copy_input(pool* workers, int from = 0) {
     if (src.plane[0] != dst.plane[0])
-      std::memcpy(dst.plane[0] + from, src.plane[0] + from, static_cast<size_t>(bytes - from));
+      vorn::copy_bytes(workers, dst.plane[0] + from, src.plane[0] + from,
+                       static_cast<size_t>(bytes - from));
   }
 };
 
@@ -80,7 +82,7 @@ bool take_frame(const _tag_uni_image* src, const _tag_uni_image* dst, frame* out
   create_uni_image(&out->src, src->plane[0], src->width, src->height, VORN_IMAGE_YUV420SP);
   create_uni_image(&out->dst, dst->plane[0], src->width, src->height, VORN_IMAGE_YUV420SP);
   if (!same_size) {
-    out->copy_input();
+    out->copy_input(nullptr);
     VORN_LOGE("src is %d x %d, dst is %d x %d\n", src->width, src->height, dst->width, dst->height);
     return false;
   }
@@ -172,7 +174,7 @@ int32_t vorn_ycnr_process(denoise_handle_t* handle, _tag_uni_image* src, _tag_un
   frame io;
   if (!take_frame(src, dst, &io)) return VORN_FAIL;
   if (!luma || !chroma) {
-    io.copy_input();
+    io.copy_input(handle->pool);
     VORN_LOGE("tuning is NULL, ynr %p, cnr %p\n", static_cast<const void*>(luma),
               static_cast<const void*>(chroma));
     return VORN_FAIL;
@@ -182,7 +184,7 @@ int32_t vorn_ycnr_process(denoise_handle_t* handle, _tag_uni_image* src, _tag_un
   const bool with_luma = known && luma->enable == 1;
   const bool with_chroma = known && chroma->enable == 1;
   if (!with_luma && !with_chroma) {
-    io.copy_input();
+    io.copy_input(handle->pool);
     VORN_LOGI("ynr_cnr_process bypass! \n");
     return VORN_OK;
   }
@@ -205,23 +207,24 @@ int32_t vorn_ycnr_process(denoise_handle_t* handle, _tag_uni_image* src, _tag_un
   const bool runs = luma_result == 0 && chroma_result == 0;
 
   // The luma filter writes every luma sample, so only what it leaves alone is copied beforehand.
-  if (runs) io.copy_input(with_luma ? io.luma_bytes() : 0);
+  if (runs) io.copy_input(handle->pool, with_luma ? io.luma_bytes() : 0);
   if (with_luma && runs)
     luma_result =
         uni_luma_noise_reduce_mask_process(handle, &io.src, &io.dst, nullptr, &handle->ynr_param);
   if (luma_result != 0) {
     VORN_LOGI("vorn_ynr_process fail\n");
-    io.copy_input();
+    io.copy_input(handle->pool);
     return VORN_FAIL;
   }
   // The chroma filter takes its guide from src; chroma itself is still the same in both.
   if (with_luma && with_chroma && runs)
-    std::memcpy(io.src.plane[0], io.dst.plane[0], static_cast<size_t>(io.luma_bytes()));
+    vorn::copy_bytes(handle->pool, io.src.plane[0], io.dst.plane[0],
+                     static_cast<size_t>(io.luma_bytes()));
   if (with_chroma && runs)
     chroma_result = uni_color_noise_reduce_process(handle, &io.src, &io.dst, &handle->cnr_param);
   if (chroma_result != 0) {
     VORN_LOGI("vorn_cnr_process fail\n");
-    io.copy_input();
+    io.copy_input(handle->pool);
     return VORN_FAIL;
   }
   const double cost = getTime() - start;

@@ -336,13 +336,15 @@ void* filter_process(void* job, direction dir) {
   return nullptr;
 }
 
-template <typename Job>
-int filter_thread(cnr_handle_t* handle, void* (*process)(void*), const Job& prototype) {
-  Job jobs[vorn::kSlices];
-  const int height = prototype.dst_u->height;
-  vorn::cut_rows(jobs, prototype, height / vorn::kSlices, height);
-  for (int i = 0; i < vorn::kSlices; ++i) jobs[i].job_index = i;
-  return vorn::run_jobs(handle->pool, process, jobs);
+// One pass over a whole level on the pool. Rows do not depend on each other, so any cut gives the
+// same.
+int filter_level(const hor_ver_job& level, direction dir) {
+  chroma_pass pass;
+  describe(level, &pass);
+  vorn::row_queue rows(pass.height, vorn::kMinSpan);
+  return vorn::run_shared(level.pool, [&] {
+    for (int begin, end; rows.next(&begin, &end);) filter_rows(pass, dir, begin, end);
+  });
 }
 
 }  // namespace
@@ -379,16 +381,16 @@ int reduce_color_noise_hor_thread(cnr_handle_t* handle, _tag_uni_image* guide,
                                   _tag_uni_image* src_u, _tag_uni_image* src_v,
                                   _tag_uni_image* dst_u, _tag_uni_image* dst_v,
                                   _tag_cnr_param* param) {
-  const hor_ver_job prototype{guide, src_u, src_v, dst_u, dst_v, param, 0, 0, handle->pool, 0};
-  return filter_thread(handle, reduce_color_noise_hor_process, prototype);
+  return filter_level({guide, src_u, src_v, dst_u, dst_v, param, 0, 0, handle->pool, 0},
+                      direction::horizontal);
 }
 
 int reduce_color_noise_ver_thread(cnr_handle_t* handle, _tag_uni_image* guide,
                                   _tag_uni_image* src_u, _tag_uni_image* src_v,
                                   _tag_uni_image* dst_u, _tag_uni_image* dst_v,
                                   _tag_cnr_param* param) {
-  const hor_ver_job prototype{guide, src_u, src_v, dst_u, dst_v, param, 0, 0, handle->pool, 0};
-  return filter_thread(handle, reduce_color_noise_ver_process, prototype);
+  return filter_level({guide, src_u, src_v, dst_u, dst_v, param, 0, 0, handle->pool, 0},
+                      direction::vertical);
 }
 
 int reduce_color_noise_vermerge_thread(cnr_handle_t* handle, _tag_uni_image* guide,
@@ -397,5 +399,8 @@ int reduce_color_noise_vermerge_thread(cnr_handle_t* handle, _tag_uni_image* gui
                                        _tag_cnr_param* param, unsigned char* dst_uv) {
   const vermerge_job prototype{guide, src_u, src_v,        dst_u, dst_v, param,
                                0,     0,     handle->pool, 0,     dst_uv};
-  return filter_thread(handle, reduce_color_noise_vermerge_process, prototype);
+  vermerge_job jobs[vorn::kSlices];
+  vorn::cut_rows(jobs, prototype, dst_u->height / vorn::kSlices, dst_u->height);
+  for (int i = 0; i < vorn::kSlices; ++i) jobs[i].job_index = i;
+  return vorn::run_jobs(handle->pool, reduce_color_noise_vermerge_process, jobs);
 }

@@ -10,7 +10,8 @@
 //         vermerge rounds to nearest without dither.
 // Errors  the _thread functions return -1 when a slice could not be queued. Any tuning is defined:
 //         a radius or step below 1 has no taps, a range factor of 0 no weights.
-// Threads four row slices; each _process signals its pool last.
+// Threads four jobs that share the rows (vermerge: four slices); each _process signals its pool
+//         last.
 #pragma once
 
 #include "cnr/cnr_handle.h"

@@ -2,7 +2,8 @@
 // through which a stage waits for its slices.
 //
 // Threads: queue_lock guards the queue and shutdown; pro_lock guards done_count; no path holds
-// both, and neither is held while a job runs. One stage is in flight at a time.
+// both, and neither is held while a job runs. One stage is in flight at a time. Before a worker or
+// the submitter sleeps it polls for 30 us, yielding its processor.
 #pragma once
 
 #include <pthread.h>

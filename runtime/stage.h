@@ -1,6 +1,9 @@
-// Runs one stage on the pool: every job queued in order, then a wait for all of them.
+// Runs one stage on the pool: every job queued in order, then a wait for all of them. The jobs have
+// slices of the rows each, or share them.
 #pragma once
 
+#include <atomic>
+#include <cstddef>
 #include <cstdint>
 
 #include "runtime/pool.h"
@@ -8,6 +11,9 @@
 namespace vorn {
 
 constexpr int kSlices = 4;  // row slices per stage, one per worker
+
+// The slice that a worker on this processor begins with: 0..kSlices-1.
+int home_slice();
 
 // Row ranges of the four slices over rows 0..end: the first three are `step` rows each, the last
 // takes what remains. Job is any stage record with row_begin and row_end.
@@ -32,11 +38,72 @@ int run_jobs(pool* workers, void* (*process)(void*), Job (&jobs)[N]) {
   return queued == N ? result : -1;
 }
 
+// Rows 0..end of a stage, handed out in chunks to whichever worker asks next. Equal slices would
+// make a stage as slow as the slowest core; this way a slow or late worker holds it up by one
+// chunk. A worker begins in the quarter of the plane that belongs to its processor, so that a stage
+// mostly reads what the same processor's caches got from the stage before, and goes on where rows
+// are left.
+class row_queue {
+ public:
+  // Chunks begin at multiples of `multiple`.
+  row_queue(int end, int multiple) {
+    const int step = end / kSlices / multiple * multiple;
+    constexpr int kChunks = 4;  // of a quarter
+    chunk_ = (step / kChunks / multiple + 1) * multiple;
+    for (int i = 0; i < kSlices; ++i) {
+      quarters_[i].next.store(i * step, std::memory_order_relaxed);
+      quarters_[i].end = i + 1 < kSlices ? (i + 1) * step : end;
+    }
+  }
+
+  // Takes the next rows. Returns false when none are left.
+  bool next(int* row_begin, int* row_end) {
+    const int first = home_slice();
+    for (int i = 0; i < kSlices; ++i) {
+      quarter& q = quarters_[(first + i) % kSlices];
+      if (q.next.load(std::memory_order_relaxed) >= q.end) continue;
+      // Order among other memory is the pool's matter: its locks are taken before and after.
+      const int begin = q.next.fetch_add(chunk_, std::memory_order_relaxed);
+      if (begin >= q.end) continue;
+      *row_begin = begin;
+      *row_end = q.end - begin < chunk_ ? q.end : begin + chunk_;
+      return true;
+    }
+    return false;
+  }
+
+ private:
+  struct quarter {
+    std::atomic<int> next;
+    int end;
+  };
+  quarter quarters_[kSlices];
+  int chunk_;
+};
+
+// Calls work() in kSlices jobs, one per worker, which share a row_queue. Returns as run_jobs does.
+template <typename Work>
+int run_shared(pool* workers, const Work& work) {
+  struct shared_job {
+    const Work* work;
+    struct pool* workers;
+    static void* process(void* argument) {
+      const auto* job = static_cast<const shared_job*>(argument);
+      (*job->work)();
+      one_thread_done(job->workers);
+      return nullptr;
+    }
+  };
+  shared_job jobs[kSlices];
+  for (shared_job& job : jobs) job = {&work, workers};
+  return run_jobs(workers, shared_job::process, jobs);
+}
+
 // Below this a plane's rows are done on the calling thread: waking the workers costs microseconds,
 // about what this many bytes take.
 constexpr int kBytesWorthSlicing = 1 << 17;
 
-// Calls rows(begin, end) for slices of rows 0..end, which begin at multiples of `multiple`, on the
+// Calls rows(begin, end) for chunks of rows 0..end, which begin at multiples of `multiple`, on the
 // pool; for little work (or without a pool) once, on the calling thread. row_bytes is what a row
 // reads and writes. Returns as run_jobs does.
 template <typename Rows>
@@ -45,21 +112,13 @@ int run_rows(pool* workers, int end, int multiple, int row_bytes, const Rows& ro
     rows(0, end);
     return 0;
   }
-  struct rows_job {
-    const Rows* rows;
-    int row_begin;
-    int row_end;
-    struct pool* workers;
-    static void* process(void* argument) {
-      const auto* job = static_cast<const rows_job*>(argument);
-      (*job->rows)(job->row_begin, job->row_end);
-      one_thread_done(job->workers);
-      return nullptr;
-    }
-  };
-  rows_job jobs[kSlices];
-  cut_rows(jobs, rows_job{&rows, 0, 0, workers}, end / kSlices / multiple * multiple, end);
-  return run_jobs(workers, rows_job::process, jobs);
+  row_queue queue(end, multiple);
+  return run_shared(workers, [&] {
+    for (int begin, until; queue.next(&begin, &until);) rows(begin, until);
+  });
 }
+
+// memcpy on the pool. Copies all of it in any case: what no worker took, the calling thread does.
+void copy_bytes(pool* workers, void* to, const void* from, size_t bytes);
 
 }  // namespace vorn

@@ -312,12 +312,26 @@ int walk(_tag_uni_image* src, _tag_uni_image* dst, _tag_uni_image* mask, int* ma
   return 0;
 }
 
-int run_slices(ynr_handle_t* handle, void* (*process)(void*), _tag_uni_image* src,
-               _tag_uni_image* dst, _tag_uni_image* mask, int* weight_map) {
-  const nlm_slice_job prototype{src, dst, mask, weight_map, 0, 0, handle->pool};
-  nlm_slice_job jobs[vorn::kSlices];
-  vorn::cut_rows(jobs, prototype, src->height / 16 * 4, src->height);
-  return vorn::run_jobs(handle->pool, process, jobs);
+// What a job of the 3x3 window logs, under the name of its body.
+void log_process3x3(double start) {
+  if (vorn::log_enabled(vorn::kLogDebug))
+    vorn::log_write(vorn::kLogDebug, "L %d, %s:        process3x3_pro   %.3f  \n", 1898,
+                    "process3x3_process", getTime() - start);
+}
+
+constexpr int kChunkMultiple = 16;  // rows: of whole blocks, so that plans pay
+
+// A whole level on the pool. Block rows do not depend on each other, so any cut gives the same.
+template <int Rings>
+int walk_shared(ynr_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst,
+                _tag_uni_image* mask, int* map) {
+  vorn::row_queue rows(src->height, kChunkMultiple);
+  return vorn::run_shared(handle->pool, [&] {
+    const double start = getTime();
+    run_walk<Rings> run(src, dst, mask, map);
+    for (int begin, end; rows.next(&begin, &end);) run.walk(begin, end);
+    if (Rings == 1) log_process3x3(start);
+  });
 }
 
 }  // namespace
@@ -341,7 +355,7 @@ void* process3x3_process(void* job) {
   const nlm_slice_job* j = static_cast<nlm_slice_job*>(job);
   const double start = getTime();
   process3x3_pro(j->src, j->dst, j->mask, j->weight_map, j->row_begin, j->row_end);
-  VORN_LOG_AT(vorn::kLogDebug, 1898, "        process3x3_pro   %.3f  \n", getTime() - start);
+  log_process3x3(start);
   one_thread_done(j->pool);
   return nullptr;
 }
@@ -362,17 +376,17 @@ void* process7x7_process(void* job) {
 
 int process3x3_thread(ynr_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst,
                       _tag_uni_image* mask, int* weight_map) {
-  return run_slices(handle, process3x3_process, src, dst, mask, weight_map);
+  return walk_shared<1>(handle, src, dst, mask, weight_map);
 }
 
 int process5x5_thread(ynr_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst,
                       _tag_uni_image* mask, int* weight_map) {
-  return run_slices(handle, process5x5_process, src, dst, mask, weight_map);
+  return walk_shared<2>(handle, src, dst, mask, weight_map);
 }
 
 int process7x7_thread(ynr_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst,
                       _tag_uni_image* mask, int* weight_map) {
-  return run_slices(handle, process7x7_process, src, dst, mask, weight_map);
+  return walk_shared<3>(handle, src, dst, mask, weight_map);
 }
 
 int Process3x3(_tag_uni_image* src, _tag_uni_image* dst, _tag_uni_image* mask, int* weight_map) {

@@ -8,8 +8,8 @@
 // Writes:  whole blocks: up to the next multiple of 4 in both directions.
 // Rounds:  see block_rules.h and block_pair.h.
 // Errors:  images are not checked. The sliced forms return -1 when a slice could not be queued.
-// Threads: nlm_denoise_process and process<w>_thread run four slices on the pool; slices share
-//          nothing but read-only input. The others run on the caller's thread.
+// Threads: nlm_denoise_process and process<w>_thread run four jobs on the pool, which share the
+//          block rows. The others run on the caller's thread.
 #pragma once
 
 #include "ynr/ynr_handle.h"
@@ -34,7 +34,7 @@ VORN_API int nlm_denoise_guided_process(_tag_uni_image* src, _tag_uni_image* gui
                                         _tag_uni_image* dst, _tag_uni_image* mask, int intensity,
                                         int radius);
 
-// Four slices on the pool; the job body; the rows of one slice.
+// A level on the pool; the body of a job over one slice; the rows of one slice.
 VORN_API int process3x3_thread(ynr_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst,
                                _tag_uni_image* mask, int* weight_map);
 VORN_API int process5x5_thread(ynr_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst,

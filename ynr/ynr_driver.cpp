@@ -79,6 +79,14 @@ void extend_right(const _tag_uni_image* level) {
   }
 }
 
+// One level from the one above it: gaussin3x3_down2_ynr on the pool.
+int halve(pool* workers, const _tag_uni_image& fine, const _tag_uni_image& coarse) {
+  return vorn::run_rows(workers, coarse.height, 1, 5 * coarse.width, [&](int begin, int end) {
+    vorn::down2_rows(fine.plane[0], fine.height, fine.stride[0], coarse.plane[0], coarse.width,
+                     coarse.stride[0], begin, end);
+  });
+}
+
 // The position mask of one frame, when the caller brought none.
 class frame_mask {
  public:
@@ -157,17 +165,13 @@ void FillExpandPixels(_tag_uni_image* image, int border) {
 }
 
 int BuildGauPyrs_u8(ynr_handle_t* handle, _tag_uni_image* src, _tag_uni_image* levels, int layer) {
+  int result = 0;
   double clock = getTime();
-  int result = gaussin3x3_down2_ynr(handle, src, &levels[1]);
-  VORN_LOGD("        0->1 gaussin3x3_down2_ynr cost time : %.3f ms \n", lap(&clock));
-  // With three layers or more the first call's result is not looked at.
-  if (layer < 3) return result;
-  for (int i = 1; i <= layer - 2; ++i) {
-    result = gaussin3x3_down2_ynr(handle, &levels[i], &levels[i + 1]);
+  for (int i = 0; i == 0 || i <= layer - 2; ++i) {
+    result |= halve(handle ? handle->pool : nullptr, i == 0 ? *src : levels[i], levels[i + 1]);
     VORN_LOGD("        %d->%d gaussin3x3_down2_ynr cost time : %.3f ms \n", i, i + 1, lap(&clock));
-    if (result != 0) return result;
   }
-  return 0;
+  return result;
 }
 
 int pyramid_denoise_mask_process(void* handle, _tag_uni_image* src, _tag_uni_image* dst,
@@ -196,7 +200,8 @@ int pyramid_denoise_mask_process(void* handle, _tag_uni_image* src, _tag_uni_ima
   ynr->work[0] = *dst;
   ynr->gauss[0] = *src;
   double clock = getTime();
-  const int pyramid_result = BuildGauPyrs_u8(ynr, src, ynr->gauss, layer);
+  // A job that could not be queued spoils the frame; the luma plane then goes back to the input.
+  int stage_result = BuildGauPyrs_u8(ynr, src, ynr->gauss, layer);
   VORN_LOGD("    BuildGauPyrs_u8 cost time: %.3f ms \n", lap(&clock));
   const int coarsest = layer - 1;
   const _tag_uni_image& whole = ynr->gauss_whole[coarsest];
@@ -212,8 +217,6 @@ int pyramid_denoise_mask_process(void* handle, _tag_uni_image* src, _tag_uni_ima
     VORN_LOGD("    pre_mask cost time: %.3f ms \n", lap(&clock));
   }
 
-  // A job that could not be queued spoils the frame; the luma plane then goes back to the input.
-  int stage_result = 0;
   for (int l = coarsest; l >= 1; --l) {
     _tag_uni_image* work = &ynr->work[l];
     lap(&clock);
@@ -227,11 +230,10 @@ int pyramid_denoise_mask_process(void* handle, _tag_uni_image* src, _tag_uni_ima
                                           param->pRadius[l]);
       VORN_LOGD("    layer %d nlm_denoise_process cost time: %.3f ms \n", l, lap(&clock));
     }
-    stage_result |= vorn::run_rows(ynr->pool, work->height, 1, 3 * work->width,
-                                   [&](int row_begin, int row_end) {
-                                     vorn::subtract_rows(ynr->out[l], ynr->gauss[l], *work,
-                                                         row_begin, row_end);
-                                   });
+    stage_result |= vorn::run_rows(
+        ynr->pool, work->height, 1, 3 * work->width, [&](int row_begin, int row_end) {
+          vorn::subtract_rows(ynr->out[l], ynr->gauss[l], *work, row_begin, row_end);
+        });
     if (param->pIntensity[l] < 1) extend_right(work);
     VORN_LOGD("    layer %d ImgSubImg_add128_u8 cost time: %.3f ms \n", l, lap(&clock));
     const bool into_bordered = l == 1 && param->pIntensity[0] >= 1;
@@ -245,11 +247,10 @@ int pyramid_denoise_mask_process(void* handle, _tag_uni_image* src, _tag_uni_ima
     } else {
       // Both steps in one pass, without the enlarged detail ever being written.
       VORN_LOGD("    layer %d gaussin3x3_up2 cost time: %.3f ms \n", l, 0.0);
-      stage_result |= vorn::run_rows(ynr->pool, merged->height, 2, 2 * merged->width,
-                                     [&](int row_begin, int row_end) {
-                                       vorn::up2_add_rows(*work, ynr->gauss[l - 1], *merged,
-                                                          row_begin, row_end);
-                                     });
+      stage_result |= vorn::run_rows(
+          ynr->pool, merged->height, 2, 2 * merged->width, [&](int row_begin, int row_end) {
+            vorn::up2_add_rows(*work, ynr->gauss[l - 1], *merged, row_begin, row_end);
+          });
     }
     VORN_LOGD("    layer %d gaussin3x3_up2_merge cost time: %.3f ms \n", l, lap(&clock));
   }
@@ -266,5 +267,5 @@ int pyramid_denoise_mask_process(void* handle, _tag_uni_image* src, _tag_uni_ima
   }
   VORN_LOGD("YNR process time cost: %.3f ms \n", getTime() - frame_start);
   dump(kOutputProperty, "ynr2_output", dst);
-  return pyramid_result;
+  return 0;
 }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <vector>
 
@@ -46,6 +47,40 @@ TEST(Slices, RowsAreCutIntoFourTheLastTakesTheRest) {
       EXPECT_EQ(jobs[i].row_end, i < 3 ? r.begins[i + 1] : r.end);
     }
   }
+}
+
+// Every row once, in ranges that begin at multiples, for planes lower than a chunk too.
+TEST(Slices, SharedRowsAreEachTakenOnce) {
+  pool* workers = nullptr;
+  ASSERT_EQ(vorn_threadpool_init(&workers, 4), 0);
+  for (int multiple : {1, 2, 16}) {
+    for (int end : {0, 1, 3, 15, 16, 17, 63, 64, 65, 250, 1501}) {
+      std::vector<std::atomic<int>> taken(static_cast<size_t>(end));
+      std::atomic<int> misplaced{0};
+      vorn::row_queue rows(end, multiple);
+      ASSERT_EQ(vorn::run_shared(workers,
+                                 [&] {
+                                   for (int begin, until; rows.next(&begin, &until);) {
+                                     misplaced += begin % multiple != 0 || begin >= until;
+                                     for (int row = begin; row < until; ++row)
+                                       ++taken[static_cast<size_t>(row)];
+                                   }
+                                 }),
+                0);
+      EXPECT_EQ(misplaced, 0);
+      for (int row = 0; row < end; ++row)
+        ASSERT_EQ(taken[static_cast<size_t>(row)], 1) << row << " of " << end << " by " << multiple;
+    }
+  }
+  std::vector<char> from(200001), to(from.size());
+  for (size_t i = 0; i < from.size(); ++i) from[i] = static_cast<char>(i * 7);
+  for (size_t bytes : {size_t{0}, size_t{1}, size_t{16384}, size_t{16385}, from.size() - 1}) {
+    std::fill(to.begin(), to.end(), 0);
+    vorn::copy_bytes(workers, to.data(), from.data(), bytes);
+    EXPECT_TRUE(std::equal(to.begin(), to.begin() + static_cast<ptrdiff_t>(bytes), from.begin()));
+    EXPECT_EQ(to[bytes], 0);
+  }
+  EXPECT_EQ(vorn_threadpool_destroy(workers), 0);
 }
 
 // A stage of a few microseconds, over and over, with every number of workers and with heights that

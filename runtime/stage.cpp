@@ -1,0 +1,25 @@
+#include "runtime/stage.h"
+
+#include <sched.h>
+#include <unistd.h>
+
+#include <cstring>
+
+int vorn::home_slice() {
+  static const int processors = static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN));
+  const int processor = sched_getcpu();  // -1 where the kernel cannot tell
+  if (processor < 0) return 0;
+  return processors < kSlices ? processor * kSlices / processors % kSlices : processor % kSlices;
+}
+
+void vorn::copy_bytes(pool* workers, void* to, const void* from, size_t bytes) {
+  constexpr size_t kPiece = 1 << 14;
+  const auto copy = [=](int begin, int end) {
+    const size_t at = static_cast<size_t>(begin) * kPiece;
+    const size_t until = static_cast<size_t>(end) * kPiece;
+    std::memcpy(static_cast<char*>(to) + at, static_cast<const char*>(from) + at,
+                (until < bytes ? until : bytes) - at);
+  };
+  const int pieces = static_cast<int>((bytes + kPiece - 1) / kPiece);
+  if (run_rows(workers, pieces, 1, kPiece, copy) != 0) std::memcpy(to, from, bytes);
+}
