@@ -174,7 +174,7 @@ int color_noise_reduce_mask_process(void* handle, _tag_uni_image* src, _tag_uni_
   const int width = src->width;
   const int height = src->height;
   if (check_size(cnr, width, height, param->scale != 0) != 0) return -1;
-  if (!mask || !mask->plane[0] || mask->width < 1 || mask->height < 1) {
+  if (!mask || !mask->plane[0] || mask->width < 0 || mask->height < 1) {
     VORN_LOGE("the chroma filter's mask is empty\n");
     return -1;
   }
@@ -185,7 +185,7 @@ int color_noise_reduce_mask_process(void* handle, _tag_uni_image* src, _tag_uni_
   const double begin = getTime();
   double start = begin;
   if (param->saturation != 0) {
-    vorn::split_with_gain(chroma_plane(*src), images[2].plane[0], images[4].plane[0], pairs,
+    vorn::split_with_gain(chroma_plane(*src), images[2].plane[0], images[4].plane[0], 2 * pairs,
                           param->saturation);
     VORN_LOGD("    splitUV_saturation cost time: %.3f \n", getTime() - start);
   } else {

@@ -8,19 +8,21 @@ namespace {
 using vorn::chroma_pixel;
 
 enum class direction { horizontal, vertical };
+enum class output { planes, interleaved };
 
 // The mask as a level samples it: one mask pixel per ratio x ratio level pixels.
 struct level_mask {
   const uint8_t* plane;
   int width;
   int ratio;
-  int64_t last;  // index of the mask's last byte
+  int64_t last;  // index of the mask's last byte; a mask without rows or columns has its first
 
   level_mask(const _tag_uni_image& mask, int level_width)
       : plane(mask.plane[0]),
         width(mask.width),
         ratio(mask.width > 0 ? level_width / mask.width : 0),
-        last(static_cast<int64_t>(mask.width) * mask.height - 1) {}
+        last(mask.width > 0 && mask.height > 0 ? static_cast<int64_t>(mask.width) * mask.height - 1
+                                               : 0) {}
 
   int at(int x, int y) const {
     if (ratio == 0) return plane[0];
@@ -42,8 +44,7 @@ int masked_range_index(const chroma_pixel& centre, const chroma_pixel& tap,
   return e < 0 ? 0 : static_cast<int>((e + 256) >> 9);
 }
 
-void* mask_process(void* job, direction dir) {
-  const auto& slice = *static_cast<const hor_ver_mask_job*>(job);
+void filter_rows(const hor_ver_mask_job& slice, direction dir, output out) {
   const bool along_row = dir == direction::horizontal;
   const _tag_cnr_param& param = *slice.param;
   const int width = slice.dst_u->width;
@@ -85,7 +86,7 @@ void* mask_process(void* job, direction dir) {
         u = vorn::fine_quotient(sum_u, sum);
         v = vorn::fine_quotient(sum_v, sum);
       }
-      if (slice.dst_uv) {
+      if (out == output::interleaved) {
         slice.dst_uv[2 * at] = u;
         slice.dst_uv[2 * at + 1] = v;
       } else {
@@ -94,6 +95,12 @@ void* mask_process(void* job, direction dir) {
       }
     }
   }
+}
+
+// The planar passes read nothing of the record behind its mask.
+void* mask_process(void* job, direction dir, output out) {
+  const auto& slice = *static_cast<const hor_ver_mask_job*>(job);
+  if (slice.row_begin < slice.row_end) filter_rows(slice, dir, out);
   one_thread_done(slice.pool);
   return nullptr;
 }
@@ -109,15 +116,15 @@ int mask_thread(cnr_handle_t* handle, void* (*process)(void*), const hor_ver_mas
 }  // namespace
 
 void* reduce_color_noise_mask_hor_process(void* job) {
-  return mask_process(job, direction::horizontal);
+  return mask_process(job, direction::horizontal, output::planes);
 }
 
 void* reduce_color_noise_mask_ver_process(void* job) {
-  return mask_process(job, direction::vertical);
+  return mask_process(job, direction::vertical, output::planes);
 }
 
 void* reduce_color_noise_mask_vermerge_process(void* job) {
-  return mask_process(job, direction::vertical);
+  return mask_process(job, direction::vertical, output::interleaved);
 }
 
 int reduce_color_noise_mask_hor_thread(cnr_handle_t* handle, _tag_uni_image* guide,

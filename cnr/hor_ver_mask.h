@@ -2,7 +2,8 @@
 // the colour distance and so smooth harder (64 leaves it as it is).
 //
 // Shape   as in hor_ver.h; the mask is sampled by integer steps of level width / mask width on both
-//         axes, its rows mask->width bytes apart.
+//         axes, its rows mask->width bytes apart. A mask that is wider than the level, or 0 wide,
+//         is its first byte.
 // Reads   as in hor_ver.h; mask positions past its last byte read its last byte.
 // Writes  rows row_begin..row_end-1 of dst_u and dst_v; vermerge of dst_uv alone.
 // Rounds  to nearest through a table of reciprocals, without dither.
@@ -12,7 +13,7 @@
 
 #include "cnr/cnr_handle.h"
 
-// One slice of a masked pass; dst_uv is set for vermerge only.
+// One slice of a masked pass; dst_uv is read by vermerge only.
 struct hor_ver_mask_job {
   _tag_uni_image* guide;
   _tag_uni_image* src_u;

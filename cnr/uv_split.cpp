@@ -43,8 +43,10 @@ void* split_UV_process(void* job) {
 
 void* split_UV_saturation_process(void* job) {
   const auto& slice = *static_cast<split_uv_job*>(job);
-  vorn::split_with_gain(slice.src_uv + slice.start, slice.dst_u + slice.start / 2,
-                        slice.dst_v + slice.start / 2, pair_count(slice), slice.saturation);
+  if (slice.end > slice.start)
+    vorn::split_with_gain(slice.src_uv + slice.start, slice.dst_u + slice.start / 2,
+                          slice.dst_v + slice.start / 2,
+                          static_cast<size_t>(slice.end) - slice.start, slice.saturation);
   one_thread_done(slice.pool);
   return nullptr;
 }
@@ -83,11 +85,12 @@ int mergeUV_thread(cnr_handle_t* handle, unsigned char* dst_uv, unsigned char* s
 
 namespace vorn {
 
-void split_with_gain(const uint8_t* src_uv, uint8_t* dst_u, uint8_t* dst_v, size_t pairs,
+void split_with_gain(const uint8_t* src_uv, uint8_t* dst_u, uint8_t* dst_v, size_t bytes,
                      int gain) {
   // Kept on purpose: whole steps use the low 8 bits of the gain, the pairs after them all of it
   // (UvSplit.GainBeyondEightBits).
-  const size_t whole = pairs - pairs % kPairsPerStep;
+  const size_t pairs = (bytes + 1) / 2;
+  const size_t whole = bytes / (2 * kPairsPerStep) * kPairsPerStep;
   active_chroma_kernels().split_gain(src_uv, dst_u, dst_v, whole,
                                      static_cast<int8_t>(static_cast<uint8_t>(gain)));
   for (size_t i = whole; i < pairs; ++i) {

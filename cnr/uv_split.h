@@ -46,8 +46,9 @@ VORN_API int mergeUV_thread(cnr_handle_t* handle, unsigned char* dst_uv, unsigne
 
 namespace vorn {
 
-// Splits `pairs` pairs with a gain: the one rule of all splits with saturation. Whole steps of 16
-// pairs take the low 8 bits of the gain as a signed number, the pairs after them the full value.
-void split_with_gain(const uint8_t* src_uv, uint8_t* dst_u, uint8_t* dst_v, size_t pairs, int gain);
+// Splits the pairs that begin in `bytes` bytes with a gain: the one rule of all splits with
+// saturation. Whole steps of 32 bytes take the low 8 bits of the gain as a signed number, the pairs
+// after them the full value.
+void split_with_gain(const uint8_t* src_uv, uint8_t* dst_u, uint8_t* dst_v, size_t bytes, int gain);
 
 }  // namespace vorn

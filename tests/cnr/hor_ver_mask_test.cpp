@@ -104,9 +104,51 @@ TEST(HorVerMask, MaskSampling) {
   wide.run(true, masked_level::param(1000, 1, 1));
   EXPECT_EQ(wide.dst_u, wide.src_u);
 
+  masked_level narrow(2, 1, 0, {0, 255});  // no columns, and so no rows: the first byte as well
+  narrow.src_u = {100, 200};
+  narrow.images[1].plane[0] = narrow.src_u.data();
+  narrow.run(true, masked_level::param(1000, 1, 1));
+  EXPECT_EQ(narrow.dst_u, narrow.src_u);
+
   masked_level ragged(5, 9, 2, {255, 255});
   ragged.fill(4, 100);
   ragged.run(false, masked_level::param(50, 18, 3));  // under the address sanitizer
+}
+
+// A record may end with the mask: the planar passes read nothing behind it. An empty slice reads
+// nothing at all and signals.
+TEST(HorVerMask, PlanarJobsEndWithTheMask) {
+  vorn_test::pool_handle workers;
+  masked_level image(24, 10, 24, std::vector<uint8_t>(240, 100));
+  image.fill(5, 20);
+  _tag_cnr_param p = masked_level::param(20, 6, 2);
+  for (auto* process : {reduce_color_noise_mask_hor_process, reduce_color_noise_mask_ver_process}) {
+    const bool along_row = process == reduce_color_noise_mask_hor_process;
+    image.run(along_row, p);
+    const std::vector<uint8_t> expected = image.dst_u;
+    EXPECT_NE(expected, image.src_u);
+    std::fill(image.dst_u.begin(), image.dst_u.end(), 0xEE);
+    hor_ver_mask_job job{&image.images[0],
+                         &image.images[1],
+                         &image.images[2],
+                         &image.images[3],
+                         &image.images[4],
+                         &p,
+                         0,
+                         10,
+                         workers.handle.pool,
+                         0,
+                         &image.mask,
+                         image.uv.data()};
+    reset_thread_done(job.pool);
+    process(&job);
+    EXPECT_EQ(image.dst_u, expected);
+    EXPECT_EQ(image.uv, std::vector<uint8_t>(480, 0xEE));
+    job.row_end = 0;
+    job.mask = nullptr;
+    process(&job);
+    EXPECT_EQ(sync_thread_done(job.pool, 2), 0);
+  }
 }
 
 }  // namespace

@@ -12,7 +12,7 @@ using vorn_test::with_every_form;
 std::vector<uint8_t> split_value(uint8_t x, int gain, size_t pairs) {
   const std::vector<uint8_t> uv(2 * pairs, x);
   std::vector<uint8_t> u(pairs), v(pairs);
-  vorn::split_with_gain(uv.data(), u.data(), v.data(), pairs, gain);
+  vorn::split_with_gain(uv.data(), u.data(), v.data(), uv.size(), gain);
   EXPECT_EQ(u, v);
   return u;
 }
@@ -36,6 +36,11 @@ TEST(UvSplit, GainBeyondEightBits) {
     const std::vector<uint8_t> u = split_value(130, 256 + 16, 20);
     for (int i = 0; i < 16; ++i) EXPECT_EQ(u[i], 132);
     for (int i = 16; i < 20; ++i) EXPECT_EQ(u[i], 130 + 34);
+    // 31 bytes: a pair begins in each two of them, but they are no whole step.
+    const std::vector<uint8_t> uv(32, 130);
+    std::vector<uint8_t> short_u(16), short_v(16);
+    vorn::split_with_gain(uv.data(), short_u.data(), short_v.data(), 31, 256 + 16);
+    for (int i = 0; i < 16; ++i) EXPECT_EQ(short_u[i], 130 + 34);
     // 127 * INT_MIN wraps to INT_MIN, -128 * INT_MIN to 0.
     EXPECT_EQ(split_value(255, INT_MIN, 1)[0], 0);
     EXPECT_EQ(split_value(0, INT_MIN, 1)[0], 0);
@@ -48,12 +53,12 @@ TEST(UvSplit, AllFormsAllBytesAllGains) {
   const vorn::kernel_form before = vorn::active_kernel_form();
   for (int gain = -128; gain < 128; ++gain) {
     vorn::use_kernel_form(vorn::kernel_form::scalar);
-    vorn::split_with_gain(uv.data(), u.data(), v.data(), 256, gain);
+    vorn::split_with_gain(uv.data(), u.data(), v.data(), 512, gain);
     plain_u = u;
     plain_v = v;
     vorn::use_kernel_form(before);
     with_every_form([&] {
-      vorn::split_with_gain(uv.data(), u.data(), v.data(), 256, gain);
+      vorn::split_with_gain(uv.data(), u.data(), v.data(), 512, gain);
       ASSERT_EQ(u, plain_u) << gain;
       ASSERT_EQ(v, plain_v) << gain;
     });
