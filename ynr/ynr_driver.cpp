@@ -121,14 +121,13 @@ bool usable_plane(const _tag_uni_image* image) {
 // go through memory of the handle; blocks that a mask leaves alone keep what dst holds.
 int denoise_finest(ynr_handle_t* ynr, _tag_uni_image* dst, _tag_uni_image* mask,
                    bool covers_all_blocks, int intensity, int radius) {
-  const bool whole_blocks = !ynr->block_dst.plane[0];
+  _tag_uni_image blocks = vorn::block_destination(*ynr);
   const bool window = radius == 3 || radius == 5 || radius == 7;
-  if (whole_blocks || !window)
+  if (!blocks.plane[0] || !window)
     return nlm_denoise_process(ynr, &ynr->out[0], dst, mask, intensity, radius);
-  if (!covers_all_blocks) copy_rows(&ynr->block_dst, dst);
-  const int result =
-      nlm_denoise_process(ynr, &ynr->out[0], &ynr->block_dst, mask, intensity, radius);
-  copy_rows(dst, &ynr->block_dst);
+  if (!covers_all_blocks) copy_rows(&blocks, dst);
+  const int result = nlm_denoise_process(ynr, &ynr->out[0], &blocks, mask, intensity, radius);
+  copy_rows(dst, &blocks);
   return result;
 }
 
@@ -150,10 +149,10 @@ int vorn::ynr_check_frame(const ynr_handle_t* handle, int width, int height, int
 }
 
 void FillExpandPixels(_tag_uni_image* image, int border) {
-  // Without a row or column inside the border there is nothing to copy from.
-  if (border < 1 || image->height <= border || image->width <= border) return;
-  if (image->height > 2 * border) {
-    fill_border(image, border);
+  // Without a row (or, for the columns, a column) inside the border there is nothing to copy from.
+  if (border < 1 || image->height <= border || image->width < 1) return;
+  if (image->height - border > border) {
+    if (image->width > border) fill_border(image, border);
     return;
   }
   // Too low for inner rows: row copies only, from the top down as the rows then stand.

@@ -41,6 +41,10 @@ int round_up_to_block(int n) {
   return (n + kBlock - 1) / kBlock * kBlock;
 }
 
+bool overhangs(int width, int height) {
+  return width % kBlock != 0 || height % kBlock != 0;
+}
+
 void describe(_tag_uni_image* image, unsigned char* first, int width, int height, int stride) {
   image->width = width;
   image->height = height;
@@ -85,16 +89,13 @@ int ynr_Allocate_slice_memory(ynr_handle_t* handle) {
   // The first bound keeps the sum of the plan itself inside 64 bits.
   const bool sane = width >= 1 && height >= 1 && int64_t{width} * height <= INT32_MAX;
   const int64_t bytes = sane ? plan_bytes(width, height) : 0;
-  const bool fits = sane && bytes <= INT32_MAX;
-  const bool overhangs = fits && (width % kBlock != 0 || height % kBlock != 0);
-  const int block_width = overhangs ? round_up_to_block(width) : 0;
-  const int block_height = overhangs ? round_up_to_block(height) : 0;
   unsigned char* block = nullptr;
-  // Zeroed, so that no sample of any frame depends on what the memory held before.
-  if (fits) {
-    block = static_cast<unsigned char*>(std::calloc(
-        static_cast<size_t>(bytes) + static_cast<size_t>(block_width) * block_height + kSlackBytes,
-        1));
+  if (sane && bytes <= INT32_MAX) {
+    size_t all = static_cast<size_t>(bytes) + kSlackBytes;
+    if (overhangs(width, height))
+      all += static_cast<size_t>(round_up_to_block(width)) * round_up_to_block(height);
+    // Zeroed, so that no sample of any frame depends on what the memory held before.
+    block = static_cast<unsigned char*>(std::calloc(all, 1));
   }
   if (!block) {
     VORN_LOGE("malloc failed\n");
@@ -114,12 +115,21 @@ int ynr_Allocate_slice_memory(ynr_handle_t* handle) {
     describe(&handle->quarter_map[level], next, map_width, map_height, map_width);
     next += static_cast<size_t>(map_width) * map_height;
   }
-  next = lay_out_bordered(next, width, height, &handle->out_whole[0], &handle->out[0]);
-  if (overhangs) describe(&handle->block_dst, next, width, height, block_width);
+  lay_out_bordered(next, width, height, &handle->out_whole[0], &handle->out[0]);
 
   handle->memory_mb = static_cast<int>(bytes / 1048576);
   VORN_LOGD("ynr malloc size : %d M  \n", handle->memory_mb);
   return 0;
+}
+
+_tag_uni_image vorn::block_destination(const ynr_handle_t& handle) {
+  _tag_uni_image image{};
+  if (overhangs(handle.width, handle.height)) {
+    const _tag_uni_image& last = handle.out_whole[0];
+    describe(&image, last.plane[0] + static_cast<size_t>(last.stride[0]) * last.height,
+             handle.width, handle.height, round_up_to_block(handle.width));
+  }
+  return image;
 }
 
 int ynr_deinit(void* handle) {

@@ -32,11 +32,6 @@ struct ynr_handle_t {
   _tag_uni_image out[5];
   _tag_uni_image quarter_map[5];  // one byte per 4x4 block, levels 1..4; no stage uses it
   int memory_mb;                  // scratch block in MiB, rounded down
-  // A full-size plane with room for whole 4x4 blocks. Set only when the frame's width or height is
-  // no multiple of 4: the finest level is then filtered into it, since blocks that overhang the
-  // caller's frame would reach the next row, the chroma plane or memory behind the frame. Not
-  // part of memory_mb.
-  _tag_uni_image block_dst;
 };
 
 // Creates the handle of width x height frames on the pool of `owner`. Returns null, with an ERROR
@@ -57,3 +52,13 @@ VORN_API int ynr_capability(void* handle, __ynr_capability_param* capability);
 VORN_API int uni_luma_noise_reduce_mask_process(void* handle, _tag_uni_image* src,
                                                 _tag_uni_image* dst, _tag_uni_image* mask,
                                                 _tag_ynr_param_output* param);
+
+namespace vorn {
+
+// A full-size plane with room for whole 4x4 blocks, in the scratch block behind the level-0 image;
+// not part of memory_mb. Its plane is null where width and height are multiples of 4. Elsewhere the
+// finest level is filtered into it: blocks that overhang the caller's frame would reach the next
+// row, the chroma plane or memory behind the frame.
+_tag_uni_image block_destination(const ynr_handle_t& handle);
+
+}  // namespace vorn

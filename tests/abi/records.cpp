@@ -87,3 +87,7 @@ FIELD(ynr_handle_t, out_whole, 24 + 6 * 320);
 FIELD(ynr_handle_t, out, 24 + 7 * 320);
 FIELD(ynr_handle_t, quarter_map, 24 + 8 * 320);
 FIELD(ynr_handle_t, memory_mb, 24 + 9 * 320);
+
+// These two have no fields of our own: a caller may lay one out for their exported allocators.
+static_assert(sizeof(cnr_handle_t) == 24 + 14 * 64 + 8, "");
+static_assert(sizeof(ynr_handle_t) == 24 + 9 * 320 + 8, "");

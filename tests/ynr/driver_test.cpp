@@ -223,7 +223,7 @@ TEST(LumaHandle, MemoryPlan) {
   EXPECT_EQ(h->quarter_map[4].height, 46);
   EXPECT_EQ(h->out_whole[0].plane[0] - start, 28722047 - 4016 * 3016);
   EXPECT_EQ(h->out[0].plane[0] - h->out_whole[0].plane[0], 8 * 4016 + 8);
-  EXPECT_EQ(h->block_dst.plane[0], nullptr);
+  EXPECT_EQ(vorn::block_destination(*h).plane[0], nullptr);
   __ynr_capability_param c;
   EXPECT_EQ(ynr_capability(l.top.ynr, &c), 0);
   EXPECT_STREQ(c.name, "CAM_ALGO_CV_YNR2");
@@ -278,8 +278,13 @@ TEST(Border, DegenerateImages) {
   FillExpandPixels(&image, 3);
   for (int y = 0; y < 5; ++y) EXPECT_EQ(bytes[static_cast<size_t>(4 * y)], 30) << y;
   const std::vector<unsigned char> before = bytes;
-  for (int border : {0, -1, 4, 5, 1000}) FillExpandPixels(&image, border);
+  for (int border : {0, -1, 5, 1000}) FillExpandPixels(&image, border);
   EXPECT_EQ(bytes, before);
+  // Row copies do not ask for a column inside the border.
+  bytes = {1, 1, 2, 2, 3, 3, 4, 4, 5, 5};
+  image.width = image.stride[0] = 2;
+  FillExpandPixels(&image, 3);
+  EXPECT_EQ(bytes, std::vector<unsigned char>(10, 4));
 }
 
 }  // namespace
