@@ -2,9 +2,9 @@
 // it in luma, U and V.
 //
 // Shape   five images of one size, width = stride. vermerge writes dst_uv, width * 2 bytes per row.
-// Reads   the guide and both sources, up to smooth_radius pixels along the axis, cut at the
-// borders. Writes  rows row_begin..row_end-1 of dst_u and dst_v (vermerge: of dst_uv alone).
-// Sources and
+// Reads   the guide and both sources, up to smooth_radius pixels along the axis and never beyond
+//         the level.
+// Writes  rows row_begin..row_end-1 of dst_u and dst_v (vermerge: of dst_uv alone). Sources and
 //         destinations are different planes.
 // Rounds  (sum + bias) / weight, truncated, the bias 0 to 3/4 of the weight by a fixed dither;
 //         vermerge rounds to nearest without dither.

@@ -36,7 +36,9 @@ class mask_row {
   // 5x5 scales both axes by the ratio of the widths.
   static mask_row scaled(const _tag_uni_image* mask, int src_width, int y) {
     if (!mask) return mask_row(nullptr, 0, 0);
-    const int row = clamped(wrapping_product(mask->width, y) / src_width, mask->height);
+    // A level without columns asks for a row, though for none of its values.
+    const int scaled_y = src_width ? wrapping_product(mask->width, y) / src_width : 0;
+    const int row = clamped(scaled_y, mask->height);
     return mask_row(mask->plane[0] + static_cast<ptrdiff_t>(row) * mask->stride[0], mask->width,
                     src_width);
   }

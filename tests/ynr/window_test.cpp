@@ -248,6 +248,12 @@ TEST_F(Levels, GuidedTakesEveryBlockByTheScalarRule) {
     }
   }
   expect_same(&dst, &want);
+
+  mask_plane mask(4, 2);
+  _tag_uni_image m = mask.image();
+  s.width = 0;  // a level without columns has no ratio to its mask
+  EXPECT_EQ(nlm_denoise_guided_process(&s, &s, &d, &m, 45, 5), 0);
+  expect_same(&dst, &want);
 }
 
 }  // namespace
