@@ -31,13 +31,14 @@ struct level_mask {
   }
 };
 
-// Distance of two pixels divided by mask / 64, as an index of the range weights.
+// Distance of two pixels divided by mask / 64, as an index of the range weights. Up to that
+// quotient everything wraps as 32-bit numbers, from there on nothing does.
 int masked_range_index(const chroma_pixel& centre, const chroma_pixel& tap,
                        const _tag_cnr_param& param, int mask, int grey_sq, int radial) {
   const int d_u = vorn::wrapping_product(std::abs(centre.u - tap.u), param.color_edge_u) / 8;
   const int d_v = vorn::wrapping_product(std::abs(centre.v - tap.v), param.color_edge_v) / 8;
   const int d = vorn::wrapping_sum(vorn::wrapping_sum(std::abs(centre.y - tap.y), d_u), d_v);
-  const int64_t scaled = ((mask >> 1) + 64 * static_cast<int64_t>(d)) / mask;
+  const int64_t scaled = vorn::wrapping_sum(mask >> 1, vorn::wrapping_product(64, d)) / mask;
   const int64_t d2 = scaled + ((scaled * grey_sq) >> 11);
   const int64_t e = d2 * 4 * radial;
   if (e >= 261376) return vorn::kRangeWeights - 1;

@@ -510,7 +510,7 @@ TEST(stages, vertical_filter_to_interleaved) {
   trials(1300, 60, [](random_source& random, denoise_handle_t* handle) {
     const int w = random.between(1, 70), h = random.between(1, 40);
     chroma_planes in(w, h, random);
-    _tag_cnr_param p = random_param(random, strength::everyday);
+    _tag_cnr_param p = random_param(random, static_cast<strength>(random.between(0, 2)));
     canvas uv(2 * w, h, 2 * w, random), want(uv), u(w, h, w, random), v(u);
     model::filter_interleaved(in.guide.plane(), in.u.plane(), in.v.plane(), want.data(), of(p));
     reduce_color_noise_vermerge_thread(handle->cnr, in.guide.image(), in.u.image(), in.v.image(),
@@ -527,7 +527,7 @@ TEST(stages, masked_filters) {
     canvas mask(mask_w, mask_h, mask_w, random);
     for (int i = 0; i < mask_w * mask_h; ++i)
       if (random.one_in(5)) mask.data()[i] = 0;
-    _tag_cnr_param p = random_param(random, strength::everyday);
+    _tag_cnr_param p = random_param(random, static_cast<strength>(random.between(0, 2)));
     canvas out(w, h, w, random), want_u(out), want_v(out), u(out), v(out);
     const auto where =
         sizes({w, h, ratio, p.smooth_radius, p.smooth_step, p.color_edge_u, p.color_edge_v});
