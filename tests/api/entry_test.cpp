@@ -293,6 +293,92 @@ TEST(Process, EachAlgorithmWritesItsOwnPlane) {
   EXPECT_EQ(dst.bytes(), expected.bytes());
 }
 
+// The lines of both drivers as people read them in a device's log, without source line and function
+// and with T for a time.
+TEST(Process, DriverLines) {
+  const auto run = [](int width, int height, tuning& with) {
+    denoiser one(width, height);
+    frame src(width, height), dst(width, height);
+    src.draw(6);
+    log_capture log;
+    EXPECT_EQ(one.run(src, dst, with), 0);
+    std::vector<std::string> texts = log.lines();
+    EXPECT_GE(texts.size(), 3u);
+    texts.erase(texts.begin(), texts.begin() + 3);  // the entry's own
+    for (std::string& text : texts) {
+      text.replace(1, text.find(':', text.find(", ")), "");
+      for (size_t dot = text.find('.'); dot != std::string::npos; dot = text.find('.', dot)) {
+        const size_t begin = text.find_last_not_of("0123456789", dot - 1) + 1;
+        text.replace(begin, dot + 4 - begin, "T");
+      }
+    }
+    return texts;
+  };
+  tuning luma(1, 0), chroma(0, 1);
+  luma.ynr.pIntensity[2] = 0;
+  luma.ynr.pRadius[0] = 3;
+  const std::string window = "D        process3x3_pro   T  ";
+  EXPECT_EQ(run(64, 48, luma),
+            (std::vector<std::string>{"D    nradius = 7 ",
+                                      "D        0->1 gaussin3x3_down2_ynr cost time : T ms ",
+                                      "D        1->2 gaussin3x3_down2_ynr cost time : T ms ",
+                                      "D    BuildGauPyrs_u8 cost time: T ms ",
+                                      "D    pre_mask cost time: T ms ",
+                                      "D    layer 2 memcpy cost time: T ms ",
+                                      "D    layer 2 ImgSubImg_add128_u8 cost time: T ms ",
+                                      "D    layer 2 gaussin3x3_up2 cost time: T ms ",
+                                      "D    layer 2 gaussin3x3_up2_merge cost time: T ms ",
+                                      "D    layer 1 FillExpandPixels cost time: T ms ",
+                                      "D    layer 1 nlm_denoise_process cost time: T ms ",
+                                      "D    layer 1 ImgSubImg_add128_u8 cost time: T ms ",
+                                      "D    layer 1 gaussin3x3_up2 cost time: T ms ",
+                                      "D    layer 1 gaussin3x3_up2_merge cost time: T ms ",
+                                      "D    layer 0 FillExpandPixels cost time: T ms ",
+                                      window,
+                                      window,
+                                      window,
+                                      window,
+                                      "D    layer 0 nlm_denoise_process cost time: T ms ",
+                                      "DYNR process time cost: T ms ",
+                                      "Iynr_process time cost : T "}));
+
+  const std::vector<std::string> end = {"D    mergeUV cost time: T ", "DCNR_process cost time: T ",
+                                        "Icnr_process time cost : T "};
+  const auto check = [&](int height, std::vector<std::string> expected) {
+    SCOPED_TRACE(testing::Message() << "scale " << chroma.cnr.scale << " height " << height);
+    const std::string tuned = "Dscale = " + std::to_string(chroma.cnr.scale) +
+                              ", smooth_radius = 6, smooth_step = 2 , range_factor = 20 ";
+    expected.insert(expected.begin(),
+                    {tuned, "D    splitUV cost time: T ", "D    pyramid_down2 cost time: T "});
+    if (chroma.cnr.saturation) expected[1] = "D    splitUV saturation cost time: T ";
+    expected.insert(expected.end(), end.begin(), end.end());
+    EXPECT_EQ(run(64, height, chroma), expected);
+  };
+  const std::vector<std::string> coarse = {
+      "D    pyramid_down_yuv 0 cost time: T ", "D    reduce_color_noise_hor 1 cost time: T ",
+      "D    reduce_color_noise_ver 1 cost time: T ", "D    ImgSubImg_add128_u8 1 cost time: T "};
+  const auto two_levels = [&](const std::vector<std::string>& merge) {
+    std::vector<std::string> lines = coarse;
+    lines.insert(lines.end(), merge.begin(), merge.end());
+    lines.push_back("D    reduce_color_noise_hor 0 cost time: T ");
+    lines.push_back("D    reduce_color_noise_ver 0 cost time: T ");
+    return lines;
+  };
+  check(48, two_levels({"D    gaussin3x3_up2_merge UV 1 cost time: T "}));
+  check(50, two_levels(
+                {"D    pyramid_up2 1 cost time: T ", "D    ImgAddDiff_sub128_u8 1 cost time: T "}));
+  chroma.cnr.scale = 1;
+  check(48,
+        {"D    pyramid_down_yuv cost time: T ", "D    reduce_color_noise_hor_thread cost time: T ",
+         "D    reduce_color_noise_ver_thread cost time: T ", "D    pyramid_up2 cost time: T "});
+  chroma.cnr.scale = 0;
+  chroma.cnr.saturation = 4;
+  check(48,
+        {"D    reduce_color_noise_hor cost time: T ", "D    reduce_color_noise_ver cost time: T "});
+  chroma.cnr.scale = 3;
+  check(48, {});
+}
+
 // Only the size and the first plane of the records count.
 TEST(Process, StridesTypesAndLeadingSlotAreIgnored) {
   denoiser one(64, 48);
