@@ -8,6 +8,7 @@
 #include <cstdlib>
 
 #include "cnr/cnr_tables.h"
+#include "runtime/arithmetic.h"
 
 namespace vorn {
 
@@ -56,14 +57,6 @@ inline int64_t vertical_dither_start(int y, int level_mode) {
 
 inline int dither_entry(int64_t index) {
   return chroma_dither().dither[index & (kDitherEntries - 1)];
-}
-
-inline int wrapping_product(int a, int b) {
-  return static_cast<int>(static_cast<unsigned>(a) * static_cast<unsigned>(b));
-}
-
-inline int wrapping_sum(int a, int b) {
-  return static_cast<int>(static_cast<unsigned>(a) + static_cast<unsigned>(b));
 }
 
 // Squared distance of a colour from grey: 0..32768.

@@ -6,6 +6,7 @@
 
 #include "api/log.h"
 #include "cnr/cnr_driver.h"
+#include "runtime/arithmetic.h"
 
 namespace {
 
@@ -17,10 +18,6 @@ constexpr int kLevels = 7;  // images per pyramid level
 // last row of the last plane, a difference, it finds "no difference" in the first spare byte.
 constexpr size_t kSpareBytes = 128;
 constexpr unsigned char kNoDifference = 128;
-
-int wrapping_square(int a) {
-  return static_cast<int>(static_cast<unsigned>(a) * static_cast<unsigned>(a));
-}
 
 // The radius rounded towards zero to a multiple of the step; 0 for a step of 0.
 int radius_in_steps(int radius, int step) {
@@ -122,7 +119,7 @@ int uni_color_noise_reduce_process(void* handle, _tag_uni_image* src, _tag_uni_i
   _tag_cnr_param param{};
   const float coef = range_coefficient(1.0f, tuning->range_factor);
   for (float& entry : param.range_coef) entry = coef;
-  param.range_factor_sq = wrapping_square(tuning->range_factor);
+  param.range_factor_sq = vorn::wrapping_product(tuning->range_factor, tuning->range_factor);
   param.smooth_step = tuning->step;
   param.smooth_radius = radius_in_steps(tuning->smooth_radius, tuning->step);
   param.scale = tuning->scale;

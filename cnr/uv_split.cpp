@@ -1,6 +1,7 @@
 #include "cnr/uv_split.h"
 
 #include "cnr/chroma_kernels.h"
+#include "runtime/arithmetic.h"
 #include "runtime/stage.h"
 
 namespace {
@@ -10,8 +11,7 @@ using vorn::kPairsPerStep;
 // x moved away from 128 by gain / 16 of its distance, rounded half up. The product wraps as a
 // 32-bit one: gains beyond the tuning range are defined, if not useful.
 uint8_t with_gain(uint8_t x, int gain) {
-  const unsigned product = static_cast<unsigned>(x - 128) * static_cast<unsigned>(gain);
-  const int y = x + (static_cast<int>(product + 8u) >> 4);
+  const int y = x + (vorn::wrapping_sum(vorn::wrapping_product(x - 128, gain), 8) >> 4);
   return static_cast<uint8_t>(y < 0 ? 0 : y > 255 ? 255 : y);
 }
 

@@ -6,13 +6,11 @@
 #include <new>
 
 #include "api/log.h"
+#include "runtime/arithmetic.h"
 
 namespace {
 
-// 32-bit product as the hardware forms it.
-int wrapping_product(int a, int b) {
-  return static_cast<int>(static_cast<unsigned>(a) * static_cast<unsigned>(b));
-}
+using vorn::wrapping_product;
 
 // Start of a plane. Integer arithmetic: a record may be laid out over no buffer, or with a size
 // that no buffer has; its planes are never used then.

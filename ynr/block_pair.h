@@ -10,6 +10,7 @@
 
 #include <cstddef>
 
+#include "runtime/arithmetic.h"
 #include "runtime/neon.h"
 #include "runtime/reciprocal.h"
 #include "ynr/block_rules.h"
@@ -38,17 +39,7 @@ static inline int32x2_t truncate_to_s32(float32x2_t x) {
 #if defined(__aarch64__)
   return vcvt_s32_f32(x);
 #else
-  float in[2];
-  int32_t out[2];
-  vst1_f32(in, x);
-  for (int i = 0; i < 2; ++i) {
-    if (in[i] >= 2147483648.0f)
-      out[i] = INT32_MAX;
-    else if (in[i] < -2147483648.0f)
-      out[i] = INT32_MIN;
-    else
-      out[i] = in[i] == in[i] ? static_cast<int32_t>(in[i]) : 0;
-  }
+  const int32_t out[2] = {truncated(vget_lane_f32(x, 0)), truncated(vget_lane_f32(x, 1))};
   return vld1_s32(out);
 #endif
 }

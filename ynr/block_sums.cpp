@@ -3,20 +3,13 @@
 #include <cmath>
 #include <cstddef>
 
+#include "runtime/arithmetic.h"
 #include "ynr/block_pair.h"
 #include "ynr/block_rules.h"
 
 namespace {
 
-using vorn::kMapSize;
-
-// Truncation toward zero; saturates, and takes a NaN for 0, as the Arm conversions do.
-int to_int(float x) {
-  if (x >= 2147483648.0f) return INT32_MAX;
-  if (x < -2147483648.0f) return INT32_MIN;
-  return x == x ? static_cast<int>(x) : 0;
-}
-
+// As vorn::truncated.
 int64_t to_int64(double x) {
   if (x >= 9223372036854775808.0) return INT64_MAX;
   if (x < -9223372036854775808.0) return INT64_MIN;
@@ -42,7 +35,7 @@ void add_weighted(int* acc, const unsigned char* block, int stride, unsigned w) 
 void MakeWeightMap(int* map, float sigma, int count) {
   map[0] = vorn::kCentreWeight;
   if (count < 2) return;
-  const int s = to_int(sigma * sigma);
+  const int s = vorn::truncated(sigma * sigma);
   const float inverse = 1.0f / static_cast<float>(s);  // infinite below sigma 1: all weights 0
   for (int d = 1; d < count; ++d) {
     const int square = static_cast<int>(wrapped(d) * wrapped(d));

@@ -6,9 +6,14 @@
 #include <cstring>
 
 #include "api/log.h"
+#include "runtime/arithmetic.h"
 #include "runtime/stage.h"
 
 namespace {
+
+using vorn::truncated;
+using vorn::wrapping_product;
+using vorn::wrapping_sum;
 
 constexpr int kCentreValue = 64;
 constexpr int kFloor = 16;
@@ -27,12 +32,8 @@ struct grid {
         normaliser(width / 8 + height / 8) {}
 };
 
-int wrapping_product(int a, int b) {
-  return static_cast<int>(static_cast<unsigned>(a) * static_cast<unsigned>(b));
-}
-
 unsigned char to_mask(int t) {
-  const int raised = static_cast<int>(static_cast<unsigned>(t) + kCentreValue);
+  const int raised = wrapping_sum(t, kCentreValue);
   return static_cast<unsigned char>(std::max(kFloor, std::min(255, raised)));
 }
 
@@ -42,13 +43,6 @@ unsigned char integer_chain(int k, int d, int normaliser) {
   int t = k;
   for (int i = 0; i < 3; ++i) t = wrapping_product(t, d) / normaliser;
   return to_mask(t);
-}
-
-// Truncation toward zero that saturates, as the Arm conversion does.
-int truncated(float x) {
-  if (x >= 2147483648.0f) return INT32_MAX;
-  if (x < -2147483648.0f) return INT32_MIN;
-  return static_cast<int>(x);
 }
 
 // The same cube with one factor d / R in single precision.
@@ -70,9 +64,7 @@ unsigned char float_chain(int k, int d, float inverse) {
 int pre_mask(_tag_uni_image* /*src*/, _tag_uni_image* mask, int width, int height, int strength) {
   if (height < 4) return 0;
   const grid g(width, height);
-  const int k = strength > 63
-                    ? wrapping_product(4, static_cast<int>(static_cast<unsigned>(strength) - 64u))
-                    : 4 * 14;
+  const int k = strength > 63 ? wrapping_product(4, strength - kCentreValue) : 4 * 14;
   const float inverse = static_cast<float>(1.0 / g.normaliser);
   const int stride = mask->stride[0];
   const int bulk = g.columns > 0 ? g.columns / kStep * kStep : 0;

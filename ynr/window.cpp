@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "api/log.h"
+#include "runtime/arithmetic.h"
 #include "runtime/image.h"
 #include "runtime/reciprocal.h"
 #include "runtime/stage.h"
@@ -16,10 +17,7 @@
 namespace {
 
 using vorn::kNeutralMask;
-
-int wrapping_product(int a, int b) {
-  return static_cast<int>(static_cast<unsigned>(a) * static_cast<unsigned>(b));
-}
+using vorn::wrapping_product;
 
 int clamped(int i, int end) {
   return std::max(0, std::min(i, end - 1));
