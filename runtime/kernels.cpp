@@ -60,7 +60,7 @@ bool kernel_form_available(kernel_form form) {
     case kernel_form::sse2:
       return true;
     case kernel_form::avx2:
-      return __builtin_cpu_supports("avx2");
+      return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
     case kernel_form::avx512:
       return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
              __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi") &&

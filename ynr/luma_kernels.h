@@ -6,7 +6,6 @@
 //   distances  every block against its 8, 16 or 24 displaced blocks     tile     -> distance
 //   look_up    distance and mask value to weight, and their total       distance -> weight, total
 //   blend      weighted sums, times the block's reciprocal, to pixels   tile, weight -> 64 x 4
-//   pixels
 //
 // Shape:   the tile holds the run's 64 x 4 pixels and 3 more rows above and below, a row every
 //          kTilePitch bytes, with at least 16 readable bytes left and right of the 64.
@@ -30,8 +29,9 @@ constexpr int kRunPixels = 4 * kRunBlocks;
 constexpr int kMaxRings = 3;
 constexpr int kNeighbours = 8;  // per ring, in the order of kRing (block_rules.h)
 constexpr int kMaxNeighbours = kNeighbours * kMaxRings;
-constexpr int kTilePitch = 96;
-constexpr int kTileMargin = 16;  // bytes left and right of the run's pixels
+constexpr int kTileMargin = 64;  // bytes left and right of a band's pixels: rows begin cache lines
+constexpr int kBandRuns = 16;    // runs whose rows lie in one window
+constexpr int kTilePitch = kBandRuns * kRunPixels + 2 * kTileMargin;
 constexpr int kTileRows = 4 + 2 * kMaxRings;
 
 // Weight by index 0..799 as bytes; entry 0 repeats entry 1, since no neighbour's index is below 1.
@@ -49,23 +49,35 @@ struct index_rule {
   uint16_t shift_factor;  // 2^(16 - shift): the shift as the high half of a product
 };
 
-// What one block row of a run needs between the phases.
-struct run_scratch {
-  alignas(64) unsigned char tile[kTileRows * kTilePitch];
-  alignas(64) uint16_t distance[kMaxNeighbours][kRunBlocks];
-  alignas(64) unsigned char weight[kMaxNeighbours][kRunBlocks];
-  alignas(64) uint16_t total[kRunBlocks];
-  alignas(64) float reciprocal[kRunBlocks];
+// What a run is filtered by: a rule per block, the weights, and a bit per block that takes the
+// scalar rule.
+struct run_rules {
+  const index_rule* of_block;
+  const weight_table* table;
+  uint32_t exact;
 };
 
-// tile points at the run's first pixel; rings is 1, 2 or 3; rules has one entry per block.
+// fetch copies `count` pixels into a tile, each exclusive-or `bias`; filter makes the run's 64 x 4
+// pixels. tile points at the run's first pixel; rings is 1, 2 or 3.
 struct luma_kernels {
+  unsigned char bias;
+  void (*fetch)(unsigned char* to, const unsigned char* from, int count);
+  void (*filter)(const unsigned char* tile, int rings, const run_rules* rules, unsigned char* out,
+                 int out_stride);
+};
+
+// The phases of the forms that keep their results in memory in between, and the filter made of
+// them.
+struct luma_phases {
   void (*distances)(const unsigned char* tile, int rings, uint16_t (*distance)[kRunBlocks]);
   void (*look_up)(const uint16_t (*distance)[kRunBlocks], int rings, const index_rule* rules,
                   const weight_table* table, unsigned char (*weight)[kRunBlocks], uint16_t* total);
   void (*blend)(const unsigned char* tile, int rings, const unsigned char (*weight)[kRunBlocks],
                 const float* reciprocal, unsigned char* out, int out_stride);
 };
+void filter_in_phases(const luma_phases& phases, const unsigned char* tile, int rings,
+                      const run_rules* rules, unsigned char* out, int out_stride);
+void fetch_unchanged(unsigned char* to, const unsigned char* from, int count);
 
 // The set of a form; scalar where the form is not part of this build.
 const luma_kernels& luma_kernels_of(kernel_form form);

@@ -140,8 +140,13 @@ void blend(const unsigned char* tile, int rings, const unsigned char (*weight)[k
   if (rings == 3) blend_rings<3>(tile, weight, reciprocal, out, out_stride);
 }
 
+void filter(const unsigned char* tile, int rings, const run_rules* rules, unsigned char* out,
+            int out_stride) {
+  filter_in_phases({distances, look_up, blend}, tile, rings, rules, out, out_stride);
+}
+
 }  // namespace
 
-const luma_kernels kLumaNeon = {distances, look_up, blend};
+const luma_kernels kLumaNeon = {0, fetch_unchanged, filter};
 
 }  // namespace vorn

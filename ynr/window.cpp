@@ -127,7 +127,7 @@ struct run_plan {
   int columns[vorn::kRunBlocks];           // mask column of each block
   bool in_order;                           // they follow each other, as on the full-size level
   unsigned char values[vorn::kRunBlocks];  // mask values that the rest was made for
-  vorn::index_rule rules[vorn::kRunBlocks];
+  alignas(64) vorn::index_rule rules[vorn::kRunBlocks];
   uint32_t written;  // blocks that are filtered at all
   uint32_t scalar;   // blocks under the scalar rule
   bool by_blocks;    // a mask value that the rules do not cover: never in a made mask
@@ -157,6 +157,16 @@ void plan_run(run_plan* plan) {
   }
 }
 
+// Whether any of a run's mask values is 0 or 1: its upper seven bits are all clear.
+bool any_below_two(const unsigned char (&values)[vorn::kRunBlocks]) {
+  constexpr uint64_t kUpper = 0xFEFEFEFEFEFEFEFE, kOnes = 0x0101010101010101;
+  uint64_t half[2];
+  std::memcpy(half, values, sizeof half);
+  uint64_t clear = 0;
+  for (uint64_t h : half) clear |= ((h & kUpper) - kOnes) & ~h & (kOnes << 7);
+  return clear != 0;
+}
+
 // The same for new values of which none is 0 or 1 in a run of pairs only: their rules alone change.
 void plan_rules(run_plan* plan) {
   const vorn::index_rule* rules = vorn::index_rule_table();
@@ -176,9 +186,11 @@ bool make_weight_table(vorn::weight_table* table, const int* map) {
   return true;
 }
 
-// Runs go down the rows of a band of columns, so that the plans of a mask that is the same for all
-// rows are made once per band; wide enough to read whole cache lines and pages in order.
-constexpr int kBandRuns = 8;
+// Runs go down the rows of a band of columns. The rows that the window reaches from the block row
+// under way stand in a buffer of its own, with the pitch that the kernels are built for: a row is
+// fetched once, whole cache lines in order, and what a run reads was written a while ago.
+constexpr int kSteps = 3;  // block rows until the rows that stay move back to the buffer's start
+constexpr int kBufferRows = vorn::kTileRows + 4 * (kSteps - 1);
 
 template <int Rings>
 class run_walk {
@@ -188,10 +200,8 @@ class run_walk {
         dst_(dst),
         mask_(mask),
         map_(map),
-        kernels_(vorn::luma_kernels_of(vorn::active_kernel_form())),
-        refined_(vorn::reciprocal_table()),
-        exact_(vorn::exact_reciprocals()) {
-    std::memset(scratch_.tile, 0, sizeof scratch_.tile);
+        kernels_(vorn::luma_kernels_of(vorn::active_kernel_form())) {
+    std::memset(rows_, 0, sizeof rows_);
   }
 
   void walk(int row_begin, int row_end) {
@@ -200,27 +210,33 @@ class run_walk {
         walk_blocks<Rings>(src_, dst_, mask_, map_, y, 0, src_->width);
       return;
     }
-    for (int x = 0; x < src_->width; x += kBandRuns * vorn::kRunPixels)
+    for (int x = 0; x < src_->width; x += vorn::kBandRuns * vorn::kRunPixels)
       walk_band(x, row_begin, row_end);
   }
 
  private:
   void walk_band(int band_x, int row_begin, int row_end) {
     const int runs =
-        std::min(kBandRuns, (src_->width - band_x + vorn::kRunPixels - 1) / vorn::kRunPixels);
-    run_plan plans[kBandRuns];
+        std::min(vorn::kBandRuns, (src_->width - band_x + vorn::kRunPixels - 1) / vorn::kRunPixels);
+    run_plan plans[vorn::kBandRuns];
+    int top = 0;  // buffer row of the first row that the window reaches
     for (int y = row_begin; y < row_end; y += 4) {
       const mask_row row = mask_row_for<Rings>(mask_, src_->width, y);
+      // All plans first: the kernels read them in wide pieces, which wait for stores just made.
       for (int i = 0; i < runs; ++i) {
-        const int x = band_x + i * vorn::kRunPixels;
         if (y == row_begin)
-          start_plan(&plans[i], row, x);
+          start_plan(&plans[i], row, band_x + i * vorn::kRunPixels);
         else if (Rings == 2 && mask_)
           update_plan(&plans[i], row);
+      }
+      top = y == row_begin ? fetch_first(band_x, y) : fetch_next(top, band_x, y);
+      const unsigned char* tile = rows_ + (top + Rings) * vorn::kTilePitch + vorn::kTileMargin;
+      for (int i = 0; i < runs; ++i, tile += vorn::kRunPixels) {
+        const int x = band_x + i * vorn::kRunPixels;
         if (plans[i].by_blocks)
           walk_blocks<Rings>(src_, dst_, mask_, map_, y, x, x + vorn::kRunPixels);
         else if (plans[i].written)
-          filter_run(plans[i], x, y);
+          filter_run(plans[i], tile, x, y);
       }
     }
   }
@@ -239,7 +255,6 @@ class run_walk {
 
   void update_plan(run_plan* plan, const mask_row& row) {
     unsigned char values[vorn::kRunBlocks];
-    unsigned char least = 255;
     if (plan->in_order) {
       std::memcpy(values, row.values() + plan->columns[0], sizeof values);
     } else {
@@ -248,44 +263,51 @@ class run_walk {
     }
     if (std::memcmp(values, plan->values, sizeof values) == 0) return;
     std::memcpy(plan->values, values, sizeof values);
-    for (unsigned char v : values) least = v < least ? v : least;
-    if (least >= 2 && plan->written == kWholeRun && plan->scalar == 0 && !plan->by_blocks)
+    if (plan->written == kWholeRun && plan->scalar == 0 && !plan->by_blocks &&
+        !any_below_two(values))
       plan_rules(plan);
     else
       plan_run(plan);
   }
 
-  // Copies the run's rows and as many around them as the window reaches, and nothing beyond that.
-  unsigned char* fetch_tile(const run_plan& plan, int x, int y) {
-    unsigned char* tile = scratch_.tile + vorn::kMaxRings * vorn::kTilePitch + vorn::kTileMargin;
+  // Fetches level rows y .. y + count - 1 of the band to buffer rows from `row` on: its whole
+  // blocks and as many columns around them as the window reaches, nothing beyond that.
+  void fetch(int row, int band_x, int y, int count) {
+    const int pixels =
+        std::min(vorn::kBandRuns * vorn::kRunPixels, (src_->width - band_x + 3) & ~3);
     const ptrdiff_t stride = src_->stride[0];
-    const unsigned char* from = src_->plane[0] + (y - Rings) * stride + x - Rings;
-    unsigned char* to = tile - Rings * vorn::kTilePitch - Rings;
-    if (plan.blocks == vorn::kRunBlocks) {  // a length that the compiler knows
-      for (int r = 0; r < 4 + 2 * Rings; ++r, from += stride, to += vorn::kTilePitch)
-        std::memcpy(to, from, vorn::kRunPixels + 2 * Rings);
-    } else {
-      for (int r = 0; r < 4 + 2 * Rings; ++r, from += stride, to += vorn::kTilePitch)
-        std::memcpy(to, from, static_cast<size_t>(4 * plan.blocks + 2 * Rings));
-    }
-    return tile;
+    const unsigned char* from = src_->plane[0] + y * stride + band_x - Rings;
+    unsigned char* to = rows_ + row * vorn::kTilePitch + vorn::kTileMargin - Rings;
+    for (int r = 0; r < count; ++r, from += stride, to += vorn::kTilePitch)
+      kernels_.fetch(to, from, pixels + 2 * Rings);
   }
 
-  void filter_run(const run_plan& plan, int x, int y) {
-    const unsigned char* tile = fetch_tile(plan, x, y);
-    kernels_.distances(tile, Rings, scratch_.distance);
-    kernels_.look_up(scratch_.distance, Rings, plan.rules, &table_, scratch_.weight,
-                     scratch_.total);
-    for (int i = 0; i < vorn::kRunBlocks; ++i) scratch_.reciprocal[i] = refined_[scratch_.total[i]];
+  int fetch_first(int band_x, int y) {
+    fetch(0, band_x, y - Rings, 4 + 2 * Rings);
+    return 0;
+  }
+
+  // The four rows that the window reaches from block row y and did not from the one before.
+  int fetch_next(int top, int band_x, int y) {
+    constexpr int kKept = 2 * Rings;
+    top += 4;
+    if (top + 4 + kKept > kBufferRows) {
+      std::memmove(rows_, rows_ + top * vorn::kTilePitch, kKept * vorn::kTilePitch);
+      top = 0;
+    }
+    fetch(top + kKept, band_x, y + Rings, 4);
+    return top;
+  }
+
+  void filter_run(const run_plan& plan, const unsigned char* tile, int x, int y) {
+    const vorn::run_rules rules = {plan.rules, &table_, plan.scalar};
     unsigned char* out = dst_->plane[0] + static_cast<ptrdiff_t>(y) * dst_->stride[0] + x;
-    if (plan.written == kWholeRun && plan.scalar == 0) {
-      kernels_.blend(tile, Rings, scratch_.weight, scratch_.reciprocal, out, dst_->stride[0]);
+    if (plan.written == kWholeRun) {
+      kernels_.filter(tile, Rings, &rules, out, dst_->stride[0]);
       return;
     }
-    for (int i = 0; i < vorn::kRunBlocks; ++i)
-      if (plan.scalar >> i & 1) scratch_.reciprocal[i] = exact_[scratch_.total[i]];
     unsigned char pixels[4 * vorn::kRunPixels];
-    kernels_.blend(tile, Rings, scratch_.weight, scratch_.reciprocal, pixels, vorn::kRunPixels);
+    kernels_.filter(tile, Rings, &rules, pixels, vorn::kRunPixels);
     for (int i = 0; i < vorn::kRunBlocks; ++i) {
       if (!(plan.written >> i & 1)) continue;
       for (int r = 0; r < 4; ++r)
@@ -299,10 +321,8 @@ class run_walk {
   _tag_uni_image* mask_;
   int* map_;
   const vorn::luma_kernels& kernels_;
-  const float* refined_;
-  const float* exact_;
   vorn::weight_table table_;
-  vorn::run_scratch scratch_;
+  alignas(64) unsigned char rows_[kBufferRows * vorn::kTilePitch];
 };
 
 template <int Rings>

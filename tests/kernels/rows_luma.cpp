@@ -161,27 +161,26 @@ void block7(unsigned char* c, int s, unsigned char* out, int out_stride, int* ma
 using vorn::kRunBlocks;
 using vorn::kRunPixels;
 
-// The tile of a run: whole rows of the scratch tile, margins included.
-view<uint8_t> run_tile(trial& t) {
-  static_assert(vorn::kTilePitch == kRunPixels + 2 * vorn::kTileMargin, "rows without a gap");
-  constexpr int before = vorn::kMaxRings * vorn::kTilePitch + vorn::kTileMargin;
-  return t.input<uint8_t>("tile", {vorn::kTileRows * vorn::kTilePitch - before, 1, before});
-}
+using vorn::kTilePitch;
 
-void distances(trial& t) {
-  const int rings = t.parameter("rings", 1, vorn::kMaxRings);
-  const int words = rings * vorn::kNeighbours * kRunBlocks;
-  const auto tile = run_tile(t);
-  const auto distance = t.output<uint16_t>("distance", {words});
+void fetch(trial& t) {
+  const auto src = t.input<uint8_t>("src", {t.width});
+  const auto to = t.output<uint8_t>("to", {t.width});
   t.run([&](kernel_form form) {
-    vorn::luma_kernels_of(form).distances(
-        tile.row(), rings, reinterpret_cast<uint16_t(*)[kRunBlocks]>(distance.row()));
+    const vorn::luma_kernels& kernels = vorn::luma_kernels_of(form);
+    kernels.fetch(to.row(), src.row(), t.width);
+    for (int x = 0; x < t.width; ++x) to.row()[x] ^= kernels.bias;
   });
 }
 
-void look_up(trial& t) {
+void filter(trial& t) {
   const int rings = t.parameter("rings", 1, vorn::kMaxRings);
-  const int entries = rings * vorn::kNeighbours * kRunBlocks;
+  // A run's rows and what may be read around them, with any contrast: weights are for small ones.
+  constexpr int kMargin = 16;
+  const int contrast = (1 << t.parameter("contrast_bits", 0, 8)) - 1;
+  const auto tile = t.input<uint8_t>(
+      "tile", {kRunPixels + kMargin, 4 + vorn::kMaxRings, kMargin, vorn::kMaxRings},
+      range{255 - contrast, 255});
   // Supports around the sizes at which the forms change their way of looking up.
   constexpr int kSupports[] = {1, 2, 63, 64, 65, 127, 128, 129, 254, 255, 256, 257, 500, 800};
   vorn::weight_table table{};
@@ -189,41 +188,18 @@ void look_up(trial& t) {
   for (int i = 0; i < table.support; ++i)
     table.of[i] = static_cast<unsigned char>(t.random(1, 255));
   const int lowest = t.parameter("m_lowest", 2, 255);
-  vorn::index_rule rules[kRunBlocks];
-  for (vorn::index_rule& r : rules) r = vorn::index_rule_table()[t.random(lowest, 255)];
-  // Half of the distances near zero, where the weights are.
-  const auto distance = t.input<uint16_t>("distance", {entries}, [&t](int, int) -> long {
-    return t.random(0, 1) ? t.random(0, 784) : t.random(0, 90);
-  });
-  const auto weight = t.output<uint8_t>("weight", {entries});
-  const auto total = t.output<uint16_t>("total", {kRunBlocks});
-  t.run([&](kernel_form form) {
-    vorn::luma_kernels_of(form).look_up(
-        reinterpret_cast<const uint16_t(*)[kRunBlocks]>(distance.row()), rings, rules, &table,
-        reinterpret_cast<unsigned char(*)[kRunBlocks]>(weight.row()), total.row());
-  });
-}
-
-void blend(trial& t) {
-  const int rings = t.parameter("rings", 1, vorn::kMaxRings);
-  const int neighbours = rings * vorn::kNeighbours;
-  const auto tile = run_tile(t);
-  const auto weight = t.input<uint8_t>("weight", {neighbours * kRunBlocks});
-  // The reciprocals of the weights' totals, of either rule.
-  const float* exact = vorn::exact_reciprocals();
-  const float* refined = vorn::reciprocal_table();
-  float reciprocal[kRunBlocks];
-  const bool whole = t.parameter("exact", 0, 1);
+  vorn::index_rule of_block[kRunBlocks];
+  for (vorn::index_rule& r : of_block) r = vorn::index_rule_table()[t.random(lowest, 255)];
+  const uint32_t exact = static_cast<uint32_t>(t.parameter("exact", 0, 0xFFFF));
+  const vorn::run_rules rules = {of_block, &table, exact};
   const auto out = t.output<uint8_t>("out", {kRunPixels, 4});
+  const auto fetched = t.scratch<uint8_t>("fetched", {vorn::kTileRows * kTilePitch});
   t.run([&](kernel_form form) {
-    for (int block = 0; block < kRunBlocks; ++block) {
-      int total = 256;
-      for (int n = 0; n < neighbours; ++n) total += weight.row()[n * kRunBlocks + block];
-      reciprocal[block] = (whole ? exact : refined)[total];
-    }
-    vorn::luma_kernels_of(form).blend(
-        tile.row(), rings, reinterpret_cast<const unsigned char(*)[kRunBlocks]>(weight.row()),
-        reciprocal, out.row(), out.stride());
+    const vorn::luma_kernels& kernels = vorn::luma_kernels_of(form);
+    unsigned char* at = fetched.row() + vorn::kMaxRings * kTilePitch + vorn::kTileMargin;
+    for (int y = -vorn::kMaxRings; y < 4 + vorn::kMaxRings; ++y)
+      kernels.fetch(at + y * kTilePitch - kMargin, tile.row(y) - kMargin, kRunPixels + 2 * kMargin);
+    kernels.filter(at, rings, &rules, out.row(), out.stride());
   });
 }
 
@@ -232,10 +208,10 @@ void blend(trial& t) {
 void add_luma_rows() {
   // A run of blocks has one size; its widths, too, only count trials.
   const sizes run = {1, 1, 80, 4, false, kRunPixels, 4};
-  add_table("luma", sizeof(vorn::luma_kernels) / sizeof(void (*)()));
-  add({"luma.distances", run, distances});
-  add({"luma.look_up", run, look_up});
-  add({"luma.blend", run, blend});
+  add_table("luma", (sizeof(vorn::luma_kernels) - offsetof(vorn::luma_kernels, fetch)) /
+                        sizeof(void (*)()));
+  add({"luma.fetch", {1, 1, 80, 1, true, 1030, 1}, fetch});
+  add({"luma.filter", run, filter});
   // A pair of blocks has one size; the widths only count trials.
   const sizes pair = {1, 1, 80, 1, false, 8, 4};
   // The vector rule divides by a refined reciprocal: exact halves may come out one lower.
