@@ -28,6 +28,9 @@ pthread_mutex_t sink_lock = PTHREAD_MUTEX_INITIALIZER;
 void (*log_sink)(void*, int, const char*) = nullptr;
 void* sink_context = nullptr;
 
+// Held while the C library's time zone is looked up anew, for handles on several threads.
+pthread_mutex_t zone_lock = PTHREAD_MUTEX_INITIALIZER;
+
 // Whether a sink took the line.
 bool pass_to_sink(int priority, char* text) {
   pthread_mutex_lock(&sink_lock);
@@ -112,8 +115,10 @@ void getProperty_NR(const char* name, const char* default_value, char* value) {
 void getTimestamp_NR(char* buffer, int size) {
   if (size < 1) return;
   const time_t now = time(nullptr);
-  tzset();  // the zone may have changed since the last call; localtime_r need not look
   tm local;
-  if (!localtime_r(&now, &local)) return;
-  strftime(buffer, static_cast<size_t>(size), "%Y%m%d%H%M%S", &local);
+  pthread_mutex_lock(&zone_lock);
+  tzset();  // the zone may have changed since the last call; localtime_r need not look
+  if (localtime_r(&now, &local))
+    strftime(buffer, static_cast<size_t>(size), "%Y%m%d%H%M%S", &local);
+  pthread_mutex_unlock(&zone_lock);
 }
