@@ -25,6 +25,10 @@ std::vector<kernel_form>& forms() {
   return all;
 }
 
+bool has_exported(kernel_form form) {
+  return form == kernel_form::scalar || form == kernel_form::neon;
+}
+
 double wall() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
@@ -93,8 +97,9 @@ void measure(benchmark::State& state, double pixels, size_t bytes,
 }
 
 void for_each_form(const std::string& name, double seconds,
-                   const std::function<void(benchmark::State&, kernel_form)>& run) {
-  for (kernel_form form : chosen_forms())
+                   const std::function<void(benchmark::State&, kernel_form)>& run, bool exported) {
+  for (kernel_form form : chosen_forms()) {
+    if (exported && !has_exported(form)) continue;
     benchmark::RegisterBenchmark((name + "/" + vorn::kernel_form_name(form)).c_str(),
                                  [run, form](benchmark::State& state) {
                                    vorn::use_kernel_form(form);
@@ -102,13 +107,14 @@ void for_each_form(const std::string& name, double seconds,
                                  })
         ->UseManualTime()
         ->MinTime(seconds);
+  }
 }
 
 void register_kernels() {
   kernel_check::add_all_rows();
   for (const kernel_check::row& r : kernel_check::rows()) {
     for (kernel_form form : chosen_forms()) {
-      if (r.exported && form != kernel_form::scalar && form != kernel_form::neon) continue;
+      if (r.exported && !has_exported(form)) continue;
       const std::string name = "kernel/" + r.name + "/" + vorn::kernel_form_name(form);
       benchmark::RegisterBenchmark(
           name.c_str(),
@@ -138,7 +144,7 @@ void register_stages() {
       if (!s.pooled && workers > 1) continue;
       const std::string name =
           std::string("stage/") + s.name + (s.pooled ? "/" + std::to_string(workers) : "");
-      for_each_form(name, 0.1, [&s, workers](benchmark::State& state, kernel_form) {
+      const auto run = [&s, workers](benchmark::State& state, kernel_form) {
         // Kept from one benchmark to the next: drawing the frame takes longer than most stages.
         static std::unique_ptr<scene> at;
         static int at_workers = 0;
@@ -149,7 +155,8 @@ void register_stages() {
         }
         measure(state, 1.0 * kWidth * kHeight, static_cast<size_t>(kWidth) * kHeight,
                 [&] { s.run(*at); });
-      });
+      };
+      for_each_form(name, 0.1, run, s.by_blocks);
     }
 }
 

@@ -27,9 +27,11 @@ double copy_seconds(size_t bytes);
 void measure(benchmark::State& state, double pixels, size_t bytes,
              const std::function<void()>& body, const std::function<void()>& prepare = nullptr);
 
-// Registers a benchmark named "<name>/<form>" for every chosen form.
+// Registers a benchmark named "<name>/<form>" for every chosen form, or for those of exported
+// members (scalar and NEON) alone.
 void for_each_form(const std::string& name, double seconds,
-                   const std::function<void(benchmark::State&, vorn::kernel_form)>& run);
+                   const std::function<void(benchmark::State&, vorn::kernel_form)>& run,
+                   bool exported = false);
 
 void register_kernels();  // each row of the kernel check
 void register_stages();   // each stage of the two algorithms, and single planes

@@ -1,5 +1,6 @@
 #include "bench/stages.h"
 
+#include "bench/blocks.h"
 #include "cnr/hor_ver.h"
 #include "cnr/uv_split.h"
 #include "pyramid/detail.h"
@@ -63,6 +64,10 @@ stage window(const char* name, int radius) {
           }};
 }
 
+stage blocks(const char* name, int radius) {
+  return {name, false, [radius](scene& s) { filter_by_blocks(s, radius); }, true};
+}
+
 struct empty_job {
   int row_begin, row_end;
   struct pool* pool;
@@ -92,6 +97,9 @@ const std::vector<stage>& stages() {
       window("nlm_3x3", 3),
       window("nlm_5x5", 5),
       window("nlm_7x7", 7),
+      blocks("blocks_3x3", 3),
+      blocks("blocks_5x5", 5),
+      blocks("blocks_7x7", 7),
       {"split_uv", true,
        [](scene& s) {
          split_UV_thread(s.d.chroma(), s.frame.plane[1], s.plane(2)->plane[0], s.plane(4)->plane[0],

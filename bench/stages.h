@@ -32,6 +32,7 @@ struct stage {
   const char* name;
   bool pooled;  // runs on the workers; the others on the caller's thread
   std::function<void(scene&)> run;
+  bool by_blocks = false;  // of exported members, which have a scalar and a NEON form alone
 };
 
 const std::vector<stage>& stages();
