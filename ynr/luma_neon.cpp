@@ -27,15 +27,15 @@ static inline void add_pixels(uint16x8_t pixels, uint16x8_t left, uint16x8_t rig
 // A source row's pixels at columns -d, 0 and d go to the output rows d below it (as their row
 // above), at it, and d above it.
 template <int Ring, int Row>
-static inline void add_ring_row(const unsigned char* row, uint16x8_t centre, const pair_weights& w,
+static inline void add_ring_row(const tile_columns& tile, uint16x8_t centre, const pair_weights& w,
                                 uint32x4_t (&left_sums)[4], uint32x4_t (&right_sums)[4]) {
   constexpr int d = Ring + 1;
   if (Row < -d || Row > 3 + d) return;
   constexpr bool above = Row + d >= 0 && Row + d < 4;
   constexpr bool own = Row >= 0 && Row < 4;
   constexpr bool below = Row - d >= 0 && Row - d < 4;
-  const uint16x8_t left = vmovl_u8(vld1_u8(row - d));
-  const uint16x8_t right = vmovl_u8(vld1_u8(row + d));
+  const uint16x8_t left = vmovl_u8(vld1_u8(tile.pixels(-d, Row)));
+  const uint16x8_t right = vmovl_u8(vld1_u8(tile.pixels(d, Row)));
   if (above) {
     uint32x4_t *l = &left_sums[(Row + d) & 3], *r = &right_sums[(Row + d) & 3];
     add_pixels<2>(left, w.left[Ring], w.right[Ring], l, r);
@@ -56,21 +56,20 @@ static inline void add_ring_row(const unsigned char* row, uint16x8_t centre, con
 }
 
 template <int Rings, int Row>
-static inline void add_row(const unsigned char* tile, const pair_weights& w,
+static inline void add_row(const tile_columns& tile, const pair_weights& w,
                            uint32x4_t (&left_sums)[4], uint32x4_t (&right_sums)[4]) {
   if (Row < -Rings || Row > 3 + Rings) return;
-  const unsigned char* row = tile + Row * kTilePitch;
-  const uint16x8_t centre = vmovl_u8(vld1_u8(row));
-  add_ring_row<0, Row>(row, centre, w, left_sums, right_sums);
-  if (Rings >= 2) add_ring_row<1, Row>(row, centre, w, left_sums, right_sums);
-  if (Rings >= 3) add_ring_row<2, Row>(row, centre, w, left_sums, right_sums);
+  const uint16x8_t centre = vmovl_u8(vld1_u8(tile.pixels(0, Row)));
+  add_ring_row<0, Row>(tile, centre, w, left_sums, right_sums);
+  if (Rings >= 2) add_ring_row<1, Row>(tile, centre, w, left_sums, right_sums);
+  if (Rings >= 3) add_ring_row<2, Row>(tile, centre, w, left_sums, right_sums);
 }
 
 template <int Rings>
-static inline void blend_pair(const unsigned char* tile, const pair_weights& w,
+static inline void blend_pair(const tile_columns& tile, const pair_weights& w,
                               uint32x4_t (&left_sums)[4], uint32x4_t (&right_sums)[4]) {
   for (int r = 0; r < 4; ++r) {  // the block itself, weight 256
-    const uint16x8_t centre = vshlq_n_u16(vmovl_u8(vld1_u8(tile + r * kTilePitch)), 8);
+    const uint16x8_t centre = vshlq_n_u16(vmovl_u8(vld1_u8(tile.pixels(0, r))), 8);
     left_sums[r] = vmovl_u16(vget_low_u16(centre));
     right_sums[r] = vmovl_u16(vget_high_u16(centre));
   }
@@ -124,7 +123,7 @@ void blend_rings(const unsigned char* tile, const unsigned char (*weight)[kRunBl
         w.right[ring] = vmovl_u8(vld1_u8(by_block[ring][block + 2 * pair + 1]));
       }
       uint32x4_t left[4], right[4];
-      blend_pair<Rings>(tile + 8 * pair, w, left, right);
+      blend_pair<Rings>(tile_columns(tile + 8 * pair), w, left, right);
       const float* r = reciprocal + block + 2 * pair;
       pixels[2 * pair] = normalise(left, vld1q_dup_f32(r));
       pixels[2 * pair + 1] = normalise(right, vld1q_dup_f32(r + 1));

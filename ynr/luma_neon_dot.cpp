@@ -26,13 +26,14 @@ static inline void to_words(uint8x16_t a, uint8x16_t b, uint8x16_t c, uint8x16_t
   words[3] = vreinterpretq_u8_u16(vzip2q_u16(ab_high, cd_high));
 }
 
-// Adds what source row Row (-3..6) of one block gives to its four output rows: one permute per ring
-// that reaches the row, used for the output rows a ring distance above it, at it and below it.
+// Adds what source row Row (-3..6) of one block, which begins 3 rows and columns before it, gives
+// to its four output rows: one permute per ring that reaches the row, used for the output rows a
+// ring distance above it, at it and below it.
 template <int Rings, int Row, int Lane>
 static inline void add_row(const unsigned char* block, const ring_words (&words)[Rings],
                            const uint8x16_t (&quads)[kMaxRings], uint32x4_t (&sum)[4]) {
   if (Row < -Rings || Row > 3 + Rings) return;
-  const uint8x16_t row = vld1q_u8(block - kMaxRings + Row * kTilePitch);
+  const uint8x16_t row = vld1q_u8(block + (kMaxRings + Row) * kTilePitch);
   for (int ring = 0; ring < Rings; ++ring) {
     const int d = ring + 1;
     if (Row < -d || Row > 3 + d) continue;
@@ -50,7 +51,7 @@ template <int Rings, int Lane>
 static inline block_pixels blend_block(const unsigned char* tile, const ring_words (&words)[Rings],
                                        const uint8x16_t (&quads)[kMaxRings],
                                        const float* reciprocal) {
-  const unsigned char* block = tile + 4 * Lane;
+  const unsigned char* block = opaque(tile + 4 * Lane - kMaxRings - kMaxRings * kTilePitch);
   uint32x4_t sum[4] = {vdupq_n_u32(0), vdupq_n_u32(0), vdupq_n_u32(0), vdupq_n_u32(0)};
   add_row<Rings, -3, Lane>(block, words, quads, sum);
   add_row<Rings, -2, Lane>(block, words, quads, sum);

@@ -201,11 +201,12 @@ class run_walk {
         mask_(mask),
         map_(map),
         kernels_(vorn::luma_kernels_of(vorn::active_kernel_form())) {
+    by_table_ = make_weight_table(&table_, map);
     std::memset(rows_, 0, sizeof rows_);
   }
 
   void walk(int row_begin, int row_end) {
-    if (!make_weight_table(&table_, map_)) {
+    if (!by_table_) {
       for (int y = row_begin; y < row_end; y += 4)
         walk_blocks<Rings>(src_, dst_, mask_, map_, y, 0, src_->width);
       return;
@@ -322,6 +323,7 @@ class run_walk {
   int* map_;
   const vorn::luma_kernels& kernels_;
   vorn::weight_table table_;
+  bool by_table_;  // the weight map fits one
   alignas(64) unsigned char rows_[kBufferRows * vorn::kTilePitch];
 };
 
