@@ -380,20 +380,22 @@ static inline void blend_half(const unsigned char* tile, const run_pairs& pairs,
 }
 
 template <int Rings>
-static void filter_rings(const unsigned char* tile, const run_rules* rules, unsigned char* out,
-                         int out_stride) {
-  run_pairs pairs;
-  make_indices<Rings>(tile, rules->of_block, &pairs);
-  look_up(pairs_of(Rings), rules->table, &pairs);
-  blend_half<Rings, 0>(tile, pairs, rules->exact & 0xFF, out, out_stride);
-  blend_half<Rings, 1>(tile, pairs, rules->exact & 0xFF00, out, out_stride);
+static void filter_rings(const unsigned char* tile, const run_rules* rules, int runs,
+                         unsigned char* out, int out_stride) {
+  for (; runs > 0; --runs, ++rules, tile += kRunPixels, out += kRunPixels) {
+    run_pairs pairs;
+    make_indices<Rings>(tile, rules->of_block, &pairs);
+    look_up(pairs_of(Rings), rules->table, &pairs);
+    blend_half<Rings, 0>(tile, pairs, rules->exact & 0xFF, out, out_stride);
+    blend_half<Rings, 1>(tile, pairs, rules->exact & 0xFF00, out, out_stride);
+  }
 }
 
-static void filter(const unsigned char* tile, int rings, const run_rules* rules, unsigned char* out,
-                   int out_stride) {
-  if (rings == 1) filter_rings<1>(tile, rules, out, out_stride);
-  if (rings == 2) filter_rings<2>(tile, rules, out, out_stride);
-  if (rings == 3) filter_rings<3>(tile, rules, out, out_stride);
+static void filter(const unsigned char* tile, int rings, const run_rules* rules, int runs,
+                   unsigned char* out, int out_stride) {
+  if (rings == 1) filter_rings<1>(tile, rules, runs, out, out_stride);
+  if (rings == 2) filter_rings<2>(tile, rules, runs, out, out_stride);
+  if (rings == 3) filter_rings<3>(tile, rules, runs, out, out_stride);
 }
 
 }  // namespace

@@ -280,23 +280,33 @@ static void blend(const unsigned char* tile, const run_words& words, uint32_t ex
 }
 
 template <int Rings>
-static void filter_rings(const unsigned char* tile, const run_rules* rules, unsigned char* out,
-                         int out_stride) {
-  run_words words;
+static void make_words(const unsigned char* tile, const run_rules* rules, run_words* words) {
   if (rules->table->support <= 128)
-    make_words<Rings, table_size::short_one>(tile, rules, &words);
+    make_words<Rings, table_size::short_one>(tile, rules, words);
   else if (rules->table->support <= 255)
-    make_words<Rings, table_size::long_one>(tile, rules, &words);
+    make_words<Rings, table_size::long_one>(tile, rules, words);
   else
-    make_words<Rings, table_size::whole>(tile, rules, &words);
-  blend<Rings>(tile, words, rules->exact, out, out_stride);
+    make_words<Rings, table_size::whole>(tile, rules, words);
 }
 
-static void filter(const unsigned char* tile, int rings, const run_rules* rules, unsigned char* out,
-                   int out_stride) {
-  if (rings == 1) filter_rings<1>(tile, rules, out, out_stride);
-  if (rings == 2) filter_rings<2>(tile, rules, out, out_stride);
-  if (rings == 3) filter_rings<3>(tile, rules, out, out_stride);
+// Weights are long chains of operations, so they are made one run ahead: the blend of the run
+// before needs nothing of them and fills the gaps.
+template <int Rings>
+static void filter_rings(const unsigned char* tile, const run_rules* rules, int runs,
+                         unsigned char* out, int out_stride) {
+  run_words words[2];
+  make_words<Rings>(tile, rules, &words[0]);
+  for (int i = 0; i < runs; ++i, tile += kRunPixels, out += kRunPixels) {
+    if (i + 1 < runs) make_words<Rings>(tile + kRunPixels, &rules[i + 1], &words[(i + 1) & 1]);
+    blend<Rings>(tile, words[i & 1], rules[i].exact, out, out_stride);
+  }
+}
+
+static void filter(const unsigned char* tile, int rings, const run_rules* rules, int runs,
+                   unsigned char* out, int out_stride) {
+  if (rings == 1) filter_rings<1>(tile, rules, runs, out, out_stride);
+  if (rings == 2) filter_rings<2>(tile, rules, runs, out, out_stride);
+  if (rings == 3) filter_rings<3>(tile, rules, runs, out, out_stride);
 }
 
 }  // namespace

@@ -30,7 +30,7 @@ constexpr int kMaxRings = 3;
 constexpr int kNeighbours = 8;  // per ring, in the order of kRing (block_rules.h)
 constexpr int kMaxNeighbours = kNeighbours * kMaxRings;
 constexpr int kTileMargin = 64;  // bytes left and right of a band's pixels: rows begin cache lines
-constexpr int kBandRuns = 16;    // runs whose rows lie in one window
+constexpr int kBandRuns = 32;    // runs whose rows lie in one window
 constexpr int kTilePitch = kBandRuns * kRunPixels + 2 * kTileMargin;
 constexpr int kTileRows = 4 + 2 * kMaxRings;
 
@@ -57,13 +57,14 @@ struct run_rules {
   uint32_t exact;
 };
 
-// fetch copies `count` pixels into a tile, each exclusive-or `bias`; filter makes the run's 64 x 4
-// pixels. tile points at the run's first pixel; rings is 1, 2 or 3.
+// fetch copies `count` pixels into a tile, each exclusive-or `bias`; filter makes the 64 x 4 pixels
+// of each of `runs` runs side by side, 1 to kBandRuns, by a rule each. tile points at the first
+// run's first pixel; rings is 1, 2 or 3.
 struct luma_kernels {
   unsigned char bias;
   void (*fetch)(unsigned char* to, const unsigned char* from, int count);
-  void (*filter)(const unsigned char* tile, int rings, const run_rules* rules, unsigned char* out,
-                 int out_stride);
+  void (*filter)(const unsigned char* tile, int rings, const run_rules* rules, int runs,
+                 unsigned char* out, int out_stride);
 };
 
 // The phases of the forms that keep their results in memory in between, and the filter made of
@@ -76,7 +77,7 @@ struct luma_phases {
                 const float* reciprocal, unsigned char* out, int out_stride);
 };
 void filter_in_phases(const luma_phases& phases, const unsigned char* tile, int rings,
-                      const run_rules* rules, unsigned char* out, int out_stride);
+                      const run_rules* rules, int runs, unsigned char* out, int out_stride);
 void fetch_unchanged(unsigned char* to, const unsigned char* from, int count);
 
 // The set of a form; scalar where the form is not part of this build.

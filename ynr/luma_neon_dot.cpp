@@ -104,9 +104,9 @@ void blend(const unsigned char* tile, int rings, const unsigned char (*weight)[k
   if (rings == 3) blend_rings<3>(tile, weight, reciprocal, out, out_stride);
 }
 
-void filter(const unsigned char* tile, int rings, const run_rules* rules, unsigned char* out,
-            int out_stride) {
-  filter_in_phases({distances, look_up, blend}, tile, rings, rules, out, out_stride);
+void filter(const unsigned char* tile, int rings, const run_rules* rules, int runs,
+            unsigned char* out, int out_stride) {
+  filter_in_phases({distances, look_up, blend}, tile, rings, rules, runs, out, out_stride);
 }
 
 }  // namespace

@@ -93,9 +93,9 @@ struct exact_reciprocal_table {
   }
 };
 
-void filter(const unsigned char* tile, int rings, const run_rules* rules, unsigned char* out,
-            int out_stride) {
-  filter_in_phases({distances, look_up, blend}, tile, rings, rules, out, out_stride);
+void filter(const unsigned char* tile, int rings, const run_rules* rules, int runs,
+            unsigned char* out, int out_stride) {
+  filter_in_phases({distances, look_up, blend}, tile, rings, rules, runs, out, out_stride);
 }
 
 }  // namespace
@@ -106,14 +106,14 @@ void fetch_unchanged(unsigned char* to, const unsigned char* from, int count) {
   std::memcpy(to, from, static_cast<size_t>(count));
 }
 
-void filter_in_phases(const luma_phases& phases, const unsigned char* tile, int rings,
-                      const run_rules* rules, unsigned char* out, int out_stride) {
+static void filter_run(const luma_phases& phases, const unsigned char* tile, int rings,
+                       const run_rules& rules, unsigned char* out, int out_stride) {
   alignas(64) uint16_t distance[kMaxNeighbours][kRunBlocks];
   alignas(64) unsigned char weight[kMaxNeighbours][kRunBlocks];
   alignas(64) uint16_t total[kRunBlocks];
   alignas(64) float reciprocal[kRunBlocks];
   phases.distances(tile, rings, distance);
-  phases.look_up(distance, rings, rules->of_block, rules->table, weight, total);
+  phases.look_up(distance, rings, rules.of_block, rules.table, weight, total);
 #if defined(__aarch64__)
   for (int i = 0; i < kRunBlocks; i += 4)
     vst1q_f32(reciprocal + i, refined_reciprocal_x4(vcvtq_f32_u32(vmovl_u16(vld1_u16(total + i)))));
@@ -121,12 +121,18 @@ void filter_in_phases(const luma_phases& phases, const unsigned char* tile, int 
   const float* refined = reciprocal_table();
   for (int i = 0; i < kRunBlocks; ++i) reciprocal[i] = refined[total[i]];
 #endif
-  if (rules->exact) {
+  if (rules.exact) {
     const float* exact = exact_reciprocals();
     for (int i = 0; i < kRunBlocks; ++i)
-      if (rules->exact >> i & 1) reciprocal[i] = exact[total[i]];
+      if (rules.exact >> i & 1) reciprocal[i] = exact[total[i]];
   }
   phases.blend(tile, rings, weight, reciprocal, out, out_stride);
+}
+
+void filter_in_phases(const luma_phases& phases, const unsigned char* tile, int rings,
+                      const run_rules* rules, int runs, unsigned char* out, int out_stride) {
+  for (int i = 0; i < runs; ++i, tile += kRunPixels, out += kRunPixels)
+    filter_run(phases, tile, rings, rules[i], out, out_stride);
 }
 
 const index_rule* index_rule_table() {

@@ -232,12 +232,16 @@ class run_walk {
       }
       top = y == row_begin ? fetch_first(band_x, y) : fetch_next(top, band_x, y);
       const unsigned char* tile = rows_ + (top + Rings) * vorn::kTilePitch + vorn::kTileMargin;
-      for (int i = 0; i < runs; ++i, tile += vorn::kRunPixels) {
+      for (int i = 0; i < runs;) {
         const int x = band_x + i * vorn::kRunPixels;
+        const int whole = filter_whole(plans + i, runs - i, tile + i * vorn::kRunPixels, x, y);
+        i += whole;
+        if (whole) continue;
         if (plans[i].by_blocks)
           walk_blocks<Rings>(src_, dst_, mask_, map_, y, x, x + vorn::kRunPixels);
         else if (plans[i].written)
-          filter_run(plans[i], tile, x, y);
+          filter_partly(plans[i], tile + i * vorn::kRunPixels, x, y);
+        ++i;
       }
     }
   }
@@ -300,21 +304,32 @@ class run_walk {
     return top;
   }
 
-  void filter_run(const run_plan& plan, const unsigned char* tile, int x, int y) {
+  // Filters the runs from the first plan on that are written whole. Returns how many these are.
+  int filter_whole(const run_plan* plans, int count, const unsigned char* tile, int x, int y) {
+    vorn::run_rules rules[vorn::kBandRuns];
+    int runs = 0;
+    for (; runs < count && plans[runs].written == kWholeRun && !plans[runs].by_blocks; ++runs)
+      rules[runs] = {plans[runs].rules, &table_, plans[runs].scalar};
+    if (runs) kernels_.filter(tile, Rings, rules, runs, written_at(x, y), dst_->stride[0]);
+    return runs;
+  }
+
+  // Filters a run of which some blocks stay as they are or lie outside the level.
+  void filter_partly(const run_plan& plan, const unsigned char* tile, int x, int y) {
     const vorn::run_rules rules = {plan.rules, &table_, plan.scalar};
-    unsigned char* out = dst_->plane[0] + static_cast<ptrdiff_t>(y) * dst_->stride[0] + x;
-    if (plan.written == kWholeRun) {
-      kernels_.filter(tile, Rings, &rules, out, dst_->stride[0]);
-      return;
-    }
     unsigned char pixels[4 * vorn::kRunPixels];
-    kernels_.filter(tile, Rings, &rules, pixels, vorn::kRunPixels);
+    kernels_.filter(tile, Rings, &rules, 1, pixels, vorn::kRunPixels);
+    unsigned char* out = written_at(x, y);
     for (int i = 0; i < vorn::kRunBlocks; ++i) {
       if (!(plan.written >> i & 1)) continue;
       for (int r = 0; r < 4; ++r)
         std::memcpy(out + static_cast<ptrdiff_t>(r) * dst_->stride[0] + 4 * i,
                     pixels + r * vorn::kRunPixels + 4 * i, 4);
     }
+  }
+
+  unsigned char* written_at(int x, int y) {
+    return dst_->plane[0] + static_cast<ptrdiff_t>(y) * dst_->stride[0] + x;
   }
 
   _tag_uni_image* src_;

@@ -1,6 +1,7 @@
 // The luma filter: the leaf kernels of a run of blocks in every form, and the exported pair members
 // against two blocks of the scalar rule.
-#include "runtime/reciprocal.h"
+#include <vector>
+
 #include "tests/kernels/kernel_check.h"
 #include "ynr/block_processors.h"
 #include "ynr/block_sums.h"
@@ -162,6 +163,7 @@ using vorn::kRunBlocks;
 using vorn::kRunPixels;
 
 using vorn::kTilePitch;
+constexpr int kTimedRuns = 8;
 
 void fetch(trial& t) {
   const auto src = t.input<uint8_t>("src", {t.width});
@@ -175,11 +177,12 @@ void fetch(trial& t) {
 
 void filter(trial& t) {
   const int rings = t.parameter("rings", 1, vorn::kMaxRings);
-  // A run's rows and what may be read around them, with any contrast: weights are for small ones.
+  const int runs = t.timed() ? kTimedRuns : t.parameter("runs", 1, 3);
+  // The runs' rows and what may be read around them, with any contrast: weights are for small ones.
   constexpr int kMargin = 16;
   const int contrast = (1 << t.parameter("contrast_bits", 0, 8)) - 1;
   const auto tile = t.input<uint8_t>(
-      "tile", {kRunPixels + kMargin, 4 + vorn::kMaxRings, kMargin, vorn::kMaxRings},
+      "tile", {runs * kRunPixels + kMargin, 4 + vorn::kMaxRings, kMargin, vorn::kMaxRings},
       range{255 - contrast, 255});
   // Supports around the sizes at which the forms change their way of looking up.
   constexpr int kSupports[] = {1, 2, 63, 64, 65, 127, 128, 129, 254, 255, 256, 257, 500, 800};
@@ -188,18 +191,21 @@ void filter(trial& t) {
   for (int i = 0; i < table.support; ++i)
     table.of[i] = static_cast<unsigned char>(t.random(1, 255));
   const int lowest = t.parameter("m_lowest", 2, 255);
-  vorn::index_rule of_block[kRunBlocks];
+  std::vector<vorn::index_rule> of_block(static_cast<size_t>(runs * kRunBlocks));
   for (vorn::index_rule& r : of_block) r = vorn::index_rule_table()[t.random(lowest, 255)];
-  const uint32_t exact = static_cast<uint32_t>(t.parameter("exact", 0, 0xFFFF));
-  const vorn::run_rules rules = {of_block, &table, exact};
-  const auto out = t.output<uint8_t>("out", {kRunPixels, 4});
+  std::vector<vorn::run_rules> rules;
+  for (int i = 0; i < runs; ++i)
+    rules.push_back({&of_block[static_cast<size_t>(i * kRunBlocks)], &table,
+                     static_cast<uint32_t>(t.parameter("exact", 0, 0xFFFF))});
+  const auto out = t.output<uint8_t>("out", {runs * kRunPixels, 4});
   const auto fetched = t.scratch<uint8_t>("fetched", {vorn::kTileRows * kTilePitch});
   t.run([&](kernel_form form) {
     const vorn::luma_kernels& kernels = vorn::luma_kernels_of(form);
     unsigned char* at = fetched.row() + vorn::kMaxRings * kTilePitch + vorn::kTileMargin;
     for (int y = -vorn::kMaxRings; y < 4 + vorn::kMaxRings; ++y)
-      kernels.fetch(at + y * kTilePitch - kMargin, tile.row(y) - kMargin, kRunPixels + 2 * kMargin);
-    kernels.filter(at, rings, &rules, out.row(), out.stride());
+      kernels.fetch(at + y * kTilePitch - kMargin, tile.row(y) - kMargin,
+                    runs * kRunPixels + 2 * kMargin);
+    kernels.filter(at, rings, rules.data(), runs, out.row(), out.stride());
   });
 }
 
@@ -207,7 +213,7 @@ void filter(trial& t) {
 
 void add_luma_rows() {
   // A run of blocks has one size; its widths, too, only count trials.
-  const sizes run = {1, 1, 80, 4, false, kRunPixels, 4};
+  const sizes run = {1, 1, 80, 4, false, kTimedRuns * kRunPixels, 4};
   add_table("luma", (sizeof(vorn::luma_kernels) - offsetof(vorn::luma_kernels, fetch)) /
                         sizeof(void (*)()));
   add({"luma.fetch", {1, 1, 80, 1, true, 1030, 1}, fetch});
