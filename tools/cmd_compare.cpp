@@ -68,9 +68,15 @@ int run_compare(const compare_args& args) {
   int64_t count = 0;
   for (;; count++) {
     std::vector<frame> frames(args.files.size());
-    const bool more = readers[0]->next(frames[0]);
+    const auto next = [&](size_t i) {
+      if (!readers[i]->next(frames[i])) return false;
+      const int orientation = readers[i]->info.orientation;
+      if (orientation != 1) frames[i] = upright(frames[i], orientation);
+      return true;
+    };
+    const bool more = next(0);
     for (size_t i = 1; i < readers.size(); i++) {
-      if (readers[i]->next(frames[i]) != more) {
+      if (next(i) != more) {
         throw error(args.files[i], "not as many frames as " + args.files[0]);
       }
       if (!more) continue;

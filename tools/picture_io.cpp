@@ -88,6 +88,48 @@ std::vector<uint8_t> jpeg_markers(const uint8_t* bytes, size_t size) {
   return out;
 }
 
+// The orientation entry of an EXIF segment's first directory; 1 where there is none or its bytes
+// make no sense.
+int exif_orientation(const uint8_t* bytes, size_t size) {
+  constexpr uint8_t kExif[] = {'E', 'x', 'i', 'f', 0, 0};
+  if (size < sizeof kExif || std::memcmp(bytes, kExif, sizeof kExif) != 0) return 1;
+  const uint8_t* const tiff = bytes + sizeof kExif;
+  const size_t length = size - sizeof kExif;
+  if (length < 8) return 1;
+  const bool little = tiff[0] == 'I';
+  const auto number = [&](size_t at, int count) {
+    uint32_t value = 0;
+    for (int i = 0; i < count; i++)
+      value = value << 8 | tiff[at + size_t(little ? count - 1 - i : i)];
+    return value;
+  };
+  const size_t directory = number(4, 4);
+  if (directory > length - 2) return 1;
+  constexpr size_t kEntry = 12;
+  constexpr uint32_t kOrientation = 0x0112, kShort = 3;
+  for (uint32_t i = 0; i < number(directory, 2); i++) {
+    const size_t entry = directory + 2 + i * kEntry;
+    if (entry + kEntry > length) return 1;
+    if (number(entry, 2) != kOrientation || number(entry + 2, 2) != kShort) continue;
+    const int orientation = int(number(entry + 8, 2));
+    return orientation >= 1 && orientation <= 8 ? orientation : 1;
+  }
+  return 1;
+}
+
+// Of copied segments.
+int orientation_of(const std::vector<uint8_t>& markers) {
+  for (size_t at = 0; at + 4 <= markers.size();) {
+    const size_t length = size_t(markers[at + 2]) << 8 | markers[at + 3];
+    if (markers[at + 1] == 0xe1) {
+      const int orientation = exif_orientation(&markers[at + 4], length - 2);
+      if (orientation != 1) return orientation;
+    }
+    at += 2 + length;
+  }
+  return 1;
+}
+
 // Chroma at any JPEG subsampling to 4:2:0: the mean over the four luma positions of each sample.
 void halve_chroma(const uint8_t* src, int src_stride, int x_factor, int y_factor, uint8_t* dst,
                   const frame& f) {
@@ -119,6 +161,26 @@ struct planar_chroma {
                          f.chroma_width(), f.chroma_width(), f.chroma_height());
   }
 };
+
+// --- colours -------------------------------------------------------------------------------------
+
+// BT.601 in units of 1/65536. Precise enough that what to_rgb() makes of samples, from_rgb() turns
+// into the same samples again, wherever the colour exists in RGB at all.
+struct from_yuv {
+  int black;  // luma code
+  int y, v_to_r, u_to_g, v_to_g, u_to_b;
+};
+constexpr from_yuv kFromFullRange = {0, 65536, 91881, 22554, 46802, 116130};
+constexpr from_yuv kFromNarrowRange = {16, 76309, 104597, 25675, 53279, 132201};
+constexpr int kRToY = 19595, kGToY = 38470, kBToY = 7471;
+constexpr int kRToU = 11058, kGToU = 21710, kBToU = 32768;
+constexpr int kRToV = 32768, kGToV = 27439, kBToV = 5329;
+
+// value / 2^bits, rounded, as a byte.
+template <int bits>
+uint8_t whole(int value) {
+  return uint8_t(std::clamp((value + (1 << (bits - 1))) >> bits, 0, 255));
+}
 
 // --- byte streams --------------------------------------------------------------------------------
 
@@ -464,6 +526,19 @@ class raw_writer : public frame_writer {
   int stride_;
 };
 
+// Turns what goes to a file that cannot say how its picture is stored.
+class turning_writer : public frame_writer {
+ public:
+  turning_writer(std::unique_ptr<frame_writer> file, int orientation)
+      : file_(std::move(file)), orientation_(orientation) {}
+  void write(const frame& f) override { file_->write(upright(f, orientation_)); }
+  void finish() override { file_->finish(); }
+
+ private:
+  std::unique_ptr<frame_writer> file_;
+  int orientation_;
+};
+
 file_kind kind_of_content(const std::vector<uint8_t>& bytes) {
   static const uint8_t kPng[] = {0x89, 'P', 'N', 'G'};
   if (bytes.size() >= 4 && std::memcmp(bytes.data(), kPng, 4) == 0) return file_kind::png;
@@ -550,6 +625,11 @@ std::unique_ptr<frame_writer> open_writer(const std::string& path, const picture
                                           const stream_info& info) {
   file_kind kind = options.write_as;
   if (kind == file_kind::unknown) kind = file_kind_of(path);
+  if (info.orientation != 1 && kind != file_kind::jpeg) {
+    stream_info turned = info;
+    turned.orientation = 1;
+    return std::make_unique<turning_writer>(open_writer(path, options, turned), info.orientation);
+  }
   switch (kind) {
     case file_kind::png:
     case file_kind::jpeg:
@@ -571,7 +651,50 @@ frame read_picture(const std::string& path, const picture_options& options) {
   frame f, second;
   reader->next(f);
   if (reader->next(second)) throw error(display_name(path, true), "holds more than one frame");
+  if (reader->info.orientation != 1) return upright(f, reader->info.orientation);
   return f;
+}
+
+frame upright(const frame& f, int orientation) {
+  const bool swap = orientation >= 5;
+  const bool mirror_x =
+      orientation == 2 || orientation == 3 || orientation == 7 || orientation == 8;
+  const bool mirror_y =
+      orientation == 3 || orientation == 4 || orientation == 6 || orientation == 7;
+  frame out = make_frame(swap ? f.height : f.width, swap ? f.width : f.height);
+  out.gray = f.gray;
+  out.full_range = f.full_range;
+  // Where a pixel of the result lies in f.
+  const auto source = [&](int x, int y) {
+    if (swap) std::swap(x, y);
+    return std::pair(mirror_x ? f.width - 1 - x : x, mirror_y ? f.height - 1 - y : y);
+  };
+  for (int y = 0; y < out.height; y++) {
+    for (int x = 0; x < out.width; x++) {
+      const auto [from_x, from_y] = source(x, y);
+      out.luma()[size_t(y) * out.padded_width + x] =
+          f.luma()[size_t(from_y) * f.padded_width + from_x];
+    }
+  }
+  // The mean over a sample's four pixels: the sample itself, unless an odd size moves the pairs.
+  for (int y = 0; y < out.chroma_height(); y++) {
+    for (int x = 0; x < out.chroma_width(); x++) {
+      int u = 2, v = 2;
+      for (int k = 0; k < 4; k++) {
+        const auto [from_x, from_y] = source(std::min(2 * x + (k & 1), out.width - 1),
+                                             std::min(2 * y + (k >> 1), out.height - 1));
+        const uint8_t* const pair =
+            f.chroma() + size_t(from_y / 2) * f.padded_width + size_t(from_x / 2) * 2;
+        u += pair[0];
+        v += pair[1];
+      }
+      uint8_t* const pair = out.chroma() + size_t(y) * out.padded_width + size_t(x) * 2;
+      pair[0] = uint8_t(u >> 2);
+      pair[1] = uint8_t(v >> 2);
+    }
+  }
+  pad_edges(out);
+  return out;
 }
 
 void write_picture(const std::string& path, const frame& f, const picture_options& options) {
@@ -631,7 +754,10 @@ frame decode_jpeg(const uint8_t* bytes, size_t size, const std::string& name, st
   }
   need_size(width, height, name);
   if (colour == TJCS_CMYK || colour == TJCS_YCCK) throw error(name, "CMYK JPEG is not supported");
-  if (info) info->jpeg_markers = jpeg_markers(bytes, size);
+  if (info) {
+    info->jpeg_markers = jpeg_markers(bytes, size);
+    info->orientation = orientation_of(info->jpeg_markers);
+  }
   if (colour == TJCS_RGB) {
     rgb_image image;
     image.width = width;
@@ -710,23 +836,46 @@ rgb_image to_rgb(const frame& f) {
   image.width = f.width;
   image.height = f.height;
   image.data.resize(size_t(f.width) * f.height * 3);
-  planar_chroma chroma(f);
-  chroma.split(f);
-  // With the chroma planes and the matrix mirrored the bytes come out as R, G, B.
-  libyuv::I420ToRGB24MatrixFilter(
-      f.luma(), f.padded_width, chroma.v.data(), f.chroma_width(), chroma.u.data(),
-      f.chroma_width(), image.data.data(), f.width * 3,
-      f.full_range ? &libyuv::kYvuJPEGConstants : &libyuv::kYvuI601Constants, f.width, f.height,
-      libyuv::kFilterBilinear);
+  const from_yuv& m = f.full_range ? kFromFullRange : kFromNarrowRange;
+  uint8_t* out = image.data.data();
+  for (int y = 0; y < f.height; y++) {
+    const uint8_t* const luma = f.luma() + size_t(y) * f.padded_width;
+    const uint8_t* const chroma = f.chroma() + size_t(y / 2) * f.padded_width;
+    for (int x = 0; x < f.width; x++, out += 3) {
+      const int light = m.y * (luma[x] - m.black);
+      const int u = chroma[x & ~1] - 128, v = chroma[x | 1] - 128;
+      out[0] = whole<16>(light + m.v_to_r * v);
+      out[1] = whole<16>(light - m.u_to_g * u - m.v_to_g * v);
+      out[2] = whole<16>(light + m.u_to_b * u);
+    }
+  }
   return image;
 }
 
 frame from_rgb(const rgb_image& image) {
   frame f = make_frame(image.width, image.height);
-  planar_chroma chroma(f);
-  libyuv::RAWToJ420(image.data.data(), image.width * 3, f.luma(), f.padded_width, chroma.u.data(),
-                    f.chroma_width(), chroma.v.data(), f.chroma_width(), image.width, image.height);
-  merge_chroma(f, chroma.u, chroma.v);
+  const uint8_t* in = image.data.data();
+  for (int y = 0; y < f.height; y++) {
+    uint8_t* const luma = f.luma() + size_t(y) * f.padded_width;
+    for (int x = 0; x < f.width; x++, in += 3)
+      luma[x] = whole<16>(kRToY * in[0] + kGToY * in[1] + kBToY * in[2]);
+  }
+  const size_t stride = size_t(image.width) * 3;
+  for (int y = 0; y < f.chroma_height(); y++) {
+    // At odd sizes the last pixel counts twice.
+    const uint8_t* const top = image.data.data() + size_t(2 * y) * stride;
+    const uint8_t* const low = 2 * y + 1 < f.height ? top + stride : top;
+    uint8_t* const chroma = f.chroma() + size_t(y) * f.padded_width;
+    for (int x = 0; x < f.chroma_width(); x++) {
+      const int left = 6 * x, right = 2 * x + 1 < f.width ? left + 3 : left;
+      int sum[3];
+      for (int c = 0; c < 3; c++)
+        sum[c] = top[left + c] + top[right + c] + low[left + c] + low[right + c];
+      constexpr int kGrey = 128 << 18;
+      chroma[2 * x] = whole<18>(kGrey + (kBToU * sum[2] - kRToU * sum[0] - kGToU * sum[1]));
+      chroma[2 * x + 1] = whole<18>(kGrey + (kRToV * sum[0] - kGToV * sum[1] - kBToV * sum[2]));
+    }
+  }
   pad_edges(f);
   return f;
 }

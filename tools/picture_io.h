@@ -2,7 +2,9 @@
 // I420.
 //
 // Colour. RGB pictures are converted with the full-range BT.601 matrix (that of JPEG), chroma
-// averaged over 2x2 pixels. JPEG files that are YCbCr 4:2:0 keep their own samples, both ways. y4m
+// averaged over 2x2 pixels; writing RGB, every chroma sample serves its 2x2 pixels unchanged. So a
+// frame comes back from a PNG file as it was, but for colours outside of RGB, which are clipped.
+// JPEG files that are YCbCr 4:2:0 keep their own samples, both ways. y4m
 // and raw samples are taken as they are, whatever their range.
 #pragma once
 
@@ -38,7 +40,13 @@ struct picture_options {
 struct stream_info {
   std::string y4m_header;             // first line of a y4m stream, without the line feed
   std::vector<uint8_t> jpeg_markers;  // APP1, APP2 and COM segments (EXIF, colour profile, text)
+  // How a JPEG file's picture is stored, as EXIF numbers it; 1 is upright. JPEG output keeps the
+  // picture as it is stored, and says so with the same EXIF; all other output is turned upright.
+  int orientation = 1;
 };
+
+// f turned upright. Sizes are swapped by orientations 5 to 8.
+frame upright(const frame& f, int orientation);
 
 // Gives the frames of a file one after the other. Faults are `error`s that name the file.
 class frame_reader {
@@ -66,7 +74,7 @@ std::unique_ptr<frame_reader> open_reader(const std::string& path, const picture
 std::unique_ptr<frame_writer> open_writer(const std::string& path, const picture_options& options,
                                           const stream_info& info);
 
-// The only frame of a file; a file with several is an error.
+// The only frame of a file, upright; a file with several is an error.
 frame read_picture(const std::string& path, const picture_options& options = {});
 void write_picture(const std::string& path, const frame& f, const picture_options& options = {});
 

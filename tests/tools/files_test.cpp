@@ -95,6 +95,20 @@ TEST_F(Files, ColoursSurviveRgb) {
   EXPECT_EQ(grey.chroma()[1], 128);
 }
 
+TEST_F(Files, PngKeepsSamplesOfColoursThatRgbHas) {
+  for (const auto& [width, height] : {std::pair{64, 48}, {35, 21}, {1, 1}}) {
+    frame f = make_frame(width, height);
+    for (int y = 0; y < height; y++) {
+      for (int x = 0; x < width; x++)
+        f.luma()[y * f.padded_width + x] = uint8_t(75 + (x * 37 + y * 11) % 100);
+    }
+    pad_edges(f);
+    for (size_t i = 0; i < f.luma_size() / 2; i++) f.chroma()[i] = uint8_t(108 + i * 13 % 41);
+    write_picture(path("f.png"), f);
+    EXPECT_EQ(read_picture(path("f.png")).data, f.data) << width << "x" << height;
+  }
+}
+
 TEST_F(Files, PngKeepsGreyAndJpegKeepsItsPlanes) {
   frame grey = pattern(9, 7);
   grey.gray = true;
@@ -127,6 +141,81 @@ TEST_F(Files, JpegDescriptionSurvives) {
   stream_info back;
   decode_jpeg(bytes.data(), bytes.size(), "f.jpg", &back);
   EXPECT_EQ(back.jpeg_markers, info.jpeg_markers);
+}
+
+// An EXIF segment with an orientation, in either byte order.
+std::vector<uint8_t> exif(uint8_t orientation, bool little) {
+  std::vector<uint8_t> bytes = {0xff, 0xe1, 0, 40, 'E', 'x', 'i', 'f', 0, 0};
+  const auto put = [&](uint32_t value, int count) {
+    for (int i = 0; i < count; i++)
+      bytes.push_back(uint8_t(value >> 8 * (little ? i : count - 1 - i)));
+  };
+  for (int i = 0; i < 2; i++) bytes.push_back(little ? 'I' : 'M');
+  put(42, 2);
+  put(8, 4);
+  put(2, 2);  // entries: a software version, the orientation
+  put(0x0131, 2), put(2, 2), put(1, 4), put(0, 4);
+  put(0x0112, 2), put(3, 2), put(1, 4), put(orientation, 2);  // the value's padding is cut off
+  bytes[3] = uint8_t(bytes.size() - 2 + 2);
+  put(0, 2);
+  return bytes;
+}
+
+TEST_F(Files, OrientationTurnsAllButJpeg) {
+  // Corners of the upright picture: a b over c d. Where they are stored, row by row.
+  constexpr uint8_t a = 40, b = 90, c = 140, d = 190;
+  const uint8_t stored[8][4] = {{a, b, c, d}, {b, a, d, c}, {d, c, b, a}, {c, d, a, b},
+                                {a, c, b, d}, {b, d, a, c}, {d, b, c, a}, {c, a, d, b}};
+  for (int orientation = 1; orientation <= 8; orientation++) {
+    const bool turned = orientation >= 5;
+    frame f = make_frame(turned ? 32 : 48, turned ? 48 : 32);
+    for (int y = 0; y < f.height; y++) {
+      for (int x = 0; x < f.width; x++) {
+        const int corner = y / (f.height / 2) * 2 + x / (f.width / 2);
+        f.luma()[y * f.padded_width + x] = stored[orientation - 1][corner];
+        f.chroma()[y / 2 * f.padded_width + x / 2 * 2] =
+            uint8_t(100 + stored[orientation - 1][corner] / 4);
+      }
+    }
+    stream_info info;
+    info.jpeg_markers = exif(uint8_t(orientation), orientation % 2 == 0);
+    write_file(path("f.jpg"), encode_jpeg(f, 100, info));
+    const auto reader = open_reader(path("f.jpg"), {});
+    frame read;
+    ASSERT_TRUE(reader->next(read));
+    EXPECT_EQ(reader->info.orientation, orientation);
+    EXPECT_EQ(read.width, f.width);  // as it is stored, for JPEG output
+    for (const char* ending : {"png", "y4m", "nv12", "jpg"}) {
+      const std::string name = path(std::string("g_48x32.") + ending);
+      const auto writer = open_writer(name, {}, reader->info);
+      writer->write(read);
+      writer->finish();
+      const frame g = read_picture(name);
+      ASSERT_EQ(g.width, 48) << ending << orientation;
+      const uint8_t upright_corners[4] = {a, b, c, d};
+      for (int corner = 0; corner < 4; corner++) {
+        const int x = 12 + corner % 2 * 24, y = 8 + corner / 2 * 16;
+        EXPECT_NEAR(g.luma()[y * 48 + x], upright_corners[corner], 3) << ending << orientation;
+        EXPECT_NEAR(g.chroma()[y / 2 * 48 + x], 100 + upright_corners[corner] / 4, 3);
+      }
+    }
+  }
+  // Turned twice is as before, at odd sizes too.
+  const frame odd = pattern(7, 4);
+  const frame twice = upright(upright(odd, 5), 5);
+  EXPECT_EQ(twice.data, odd.data);
+  EXPECT_EQ(upright(pattern(7, 5), 6).width, 5);
+  // Cut short anywhere it is no orientation, and nothing worse.
+  const std::vector<uint8_t> whole = exif(6, true);
+  for (size_t size = 10; size + 2 < whole.size(); size++) {
+    stream_info info;
+    info.jpeg_markers.assign(whole.begin(), whole.begin() + ptrdiff_t(size));
+    info.jpeg_markers[3] = uint8_t(size - 2);
+    const std::vector<uint8_t> bytes = encode_jpeg(pattern(16, 16), 90, info);
+    stream_info back;
+    decode_jpeg(bytes.data(), bytes.size(), "f.jpg", &back);
+    EXPECT_EQ(back.orientation, 1) << size;
+  }
 }
 
 TEST_F(Files, StreamsKeepTheirHeaderAndLength) {
