@@ -1,6 +1,8 @@
-// vorn-ycnr noise: how noisy are these pictures, and which tuning entry do they call for?
+// vorn-ycnr noise: how noisy are these pictures, and which tuning entry do they call for? Or puts
+// the sensor model's noise on a clean one.
 #include <cmath>
 #include <cstdio>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -21,12 +23,16 @@ struct noise_options {
   bool burst = false;
   std::string tuning_file;
   std::string json_file;
+  double add_gain = 0;  // 0: measure
+  std::string output;
   noise_model model;
 };
 
 using json = nlohmann::ordered_json;
 
-json figure(double value) { return value < 0 ? json(nullptr) : json(std::round(value * 1e3) / 1e3); }
+json figure(double value) {
+  return value < 0 ? json(nullptr) : json(std::round(value * 1e3) / 1e3);
+}
 
 std::string to_json(const noise_curve& curve, double gain, double entry) {
   json list = json::array();
@@ -57,7 +63,27 @@ void print_value(double value) {
   }
 }
 
+// A noisy version of one picture or stream, every frame with noise of its own.
+int run_add(const noise_options& o) {
+  if (o.inputs.size() != 1) throw error("--add", "takes one picture or stream");
+  if (o.output.empty()) throw error("--add", "needs --output");
+  const auto reader = open_reader(o.inputs[0], o.picture);
+  std::unique_ptr<frame_writer> writer;
+  noise_model model = o.model;
+  model.gain = o.add_gain;
+  frame f;
+  while (reader->next(f)) {
+    add_noise(f, model);
+    ++model.seed;
+    if (!writer) writer = open_writer(o.output, o.picture, reader->info);
+    writer->write(f);
+  }
+  writer->finish();
+  return kExitOk;
+}
+
 int run(const noise_options& o) {
+  if (o.add_gain > 0) return run_add(o);
   std::vector<frame> frames;
   for (const std::string& path : o.inputs) {
     const auto reader = open_reader(path, o.picture);
@@ -107,8 +133,8 @@ int run(const noise_options& o) {
 
 void add_noise_command(CLI::App& program, job& chosen) {
   const auto o = std::make_shared<noise_options>();
-  CLI::App* const command = program.add_subcommand(
-      "noise", "Measure the noise of pictures without a clean reference");
+  CLI::App* const command =
+      program.add_subcommand("noise", "Measure the noise of pictures without a clean reference");
   command->add_option("input", o->inputs, "Pictures or streams")->required();
   CLI::Option* const flat =
       command->add_flag("--flat", o->flat, "Each picture shows an evenly lit surface");
@@ -116,11 +142,21 @@ void add_noise_command(CLI::App& program, job& chosen) {
       ->excludes(flat);
   command->add_option("--tuning", o->tuning_file, "Tuning set to pick the entry from");
   command->add_option("--json", o->json_file, "Write the figures here as well (- instead)");
+  CLI::Option* const add =
+      command
+          ->add_option(
+              "--add", o->add_gain,
+              "Measure nothing: write the clean input with the sensor model's noise at this "
+              "gain")
+          ->type_name("GAIN")
+          ->check(CLI::Range(1e-3, 1e4).description(""));
+  command->add_option("-o,--output", o->output, "File for that")->type_name("OUT")->needs(add);
   add_model_options(*command, o->model);
-  add_picture_options(*command, o->picture, false);
+  add_picture_options(*command, o->picture, true);
   command->footer(
-      "Example:\n"
-      "  vorn-ycnr demo -o demo && vorn-ycnr noise demo/noisy_gain8.png");
+      "Examples:\n"
+      "  vorn-ycnr demo -o demo && vorn-ycnr noise demo/noisy_gain8.png\n"
+      "  vorn-ycnr noise demo/clean.png --add 4 -o noisy.png");
   command->callback([o, &chosen] { chosen = [o] { return run(*o); }; });
 }
 

@@ -3,9 +3,12 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "tools/error.h"
 #include "vorn_ycnr_ext.h"
@@ -16,6 +19,9 @@ namespace {
 // Priorities of log lines.
 constexpr int kDebug = 3;
 constexpr int kWarning = 5;
+
+// The log is verbose for the stage times alone, so what workers add to it is not shown.
+std::atomic<bool> verbose_for_times{false};
 
 // Lines of the calling thread's library calls, from a priority on, kept while it lives.
 class log_capture {
@@ -45,7 +51,7 @@ class log_capture {
   static void take(void*, int32_t priority, const char* message) noexcept {
     if (current && priority >= current->lowest_) {
       current->lines_.push_back({priority, message});
-    } else {
+    } else if (priority >= kWarning || !verbose_for_times) {
       print(priority, message);
     }
   }
@@ -96,6 +102,35 @@ std::string size_text(int width, int height) {
   return std::to_string(width) + "x" + std::to_string(height);
 }
 
+// Least width and height for a tuning, both even: a pixel on the coarsest luma level and one whole
+// block, a pixel on every chroma level in use.
+int least_side(const tuning& t) {
+  int least = 2;
+  if (t.luma.enable == 1 && t.luma.layer >= 2 && t.luma.layer <= 5)
+    least = std::max(4, 1 << (t.luma.layer - 1));
+  const bool two_levels = t.chroma.scale == 1 || t.chroma.scale == 2;
+  if (t.chroma.enable == 1 && two_levels) least = std::max(least, 4);
+  return least;
+}
+
+// f with its last column and row, the padding included, repeated to a larger even size.
+frame enlarge(const frame& f, int width, int height) {
+  frame out = make_frame(width, height);
+  for (int y = 0; y < height; ++y) {
+    const uint8_t* const from =
+        f.luma() + size_t(std::min(y, f.padded_height - 1)) * f.padded_width;
+    uint8_t* const to = out.luma() + size_t(y) * width;
+    for (int x = 0; x < width; ++x) to[x] = from[std::min(x, f.padded_width - 1)];
+  }
+  for (int y = 0; y < height / 2; ++y) {
+    const int row = std::min(y, f.chroma_height() - 1);
+    const uint8_t* const from = f.chroma() + size_t(row) * f.padded_width;
+    uint8_t* const to = out.chroma() + size_t(y) * width;
+    for (int x = 0; x < width; ++x) to[x] = from[std::min(x / 2, f.chroma_width() - 1) * 2 + x % 2];
+  }
+  return out;
+}
+
 // Names a file in memory as the library's property file.
 void set_log_level(int level) {
   const int memory = memfd_create("properties", 0);
@@ -112,6 +147,7 @@ void quiet_library_log() {
 }
 
 void verbose_library_log() {
+  verbose_for_times = true;
   set_log_level(4);
 }
 
@@ -135,6 +171,8 @@ void denoiser::process(frame& f, const tuning& t, std::vector<stage_time>* stage
     throw error("frame of " + size_text(f.padded_width, f.padded_height),
                 "the denoiser is for " + size_text(width_, height_));
   }
+  const int least = least_side(t);
+  if (width_ < least || height_ < least) return process_enlarged(f, t, stages);
   result_.resize(f.data.size());
   tuning copy = t;
   _tag_uni_image src = {}, dst = {};
@@ -156,6 +194,19 @@ void denoiser::process(frame& f, const tuning& t, std::vector<stage_time>* stage
     }
   }
   f.data.swap(result_);
+}
+
+void denoiser::process_enlarged(frame& f, const tuning& t, std::vector<stage_time>* stages) {
+  const int least = least_side(t);
+  const int width = std::max(width_, least), height = std::max(height_, least);
+  if (!larger_ || larger_->width() != width || larger_->height() != height)
+    larger_ = std::make_unique<denoiser>(width, height);
+  frame large = enlarge(f, width, height);
+  larger_->process(large, t, stages);
+  for (int y = 0; y < height_; ++y)
+    std::memcpy(f.luma() + size_t(y) * width_, large.luma() + size_t(y) * width, width_);
+  for (int y = 0; y < height_ / 2; ++y)
+    std::memcpy(f.chroma() + size_t(y) * width_, large.chroma() + size_t(y) * width, width_);
 }
 
 void denoiser::run(frame& f, const tuning& t) {

@@ -2,6 +2,7 @@
 // machine.cpp, which asks for the kernels' name, the only unit of the tool that calls the library.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -27,7 +28,9 @@ class denoiser {
   int width() const { return width_; }
   int height() const { return height_; }
 
-  // Denoises f in place. Different denoisers may run on different threads at the same time.
+  // Denoises f in place. Different denoisers may run on different threads at the same time. A frame
+  // that is smaller than the library takes with this tuning is enlarged for it, by repeating the
+  // last column and row, and cropped again.
   void run(frame& f, const tuning& t);
 
   // The same, and the time of every stage in the order they ran, taken from the library's log; the
@@ -38,11 +41,13 @@ class denoiser {
 
  private:
   void process(frame& f, const tuning& t, std::vector<stage_time>* stages);
+  void process_enlarged(frame& f, const tuning& t, std::vector<stage_time>* stages);
 
   int width_;
   int height_;
   denoise_handle_t* handle_ = nullptr;
   std::vector<uint8_t> result_;
+  std::unique_ptr<denoiser> larger_;  // for frames that have to be enlarged
 };
 
 // Keeps the library's log quiet up to errors, unless the user names a property file of his own.

@@ -92,6 +92,43 @@ TEST(figures, lost_texture) {
   EXPECT_THROW(objective_of("best"), error);
 }
 
+TEST(denoiser, small_frames_are_enlarged_and_cropped) {
+  tuning t = default_tuning_set().nearest(16).values;
+  t.luma.layer = 5;  // wants 16x16
+  const tuning_sample s = chart_sample(16, 64, 64);
+  for (const auto& [width, height] : {std::pair{1, 1}, {2, 6}, {9, 3}, {16, 14}, {14, 40}}) {
+    frame small = make_frame(width, height);
+    const int full_width = std::max(small.padded_width, 16);
+    const int full_height = std::max(small.padded_height, 16);
+    frame large = make_frame(full_width, full_height);
+    const auto sample = [&](frame& f, int x, int y) -> uint8_t& {
+      return f.luma()[size_t(y) * f.padded_width + x];
+    };
+    for (int y = 0; y < height; ++y)
+      for (int x = 0; x < width; ++x) sample(small, x, y) = s.noisy.luma()[y * 64 + x];
+    pad_edges(small);
+    for (int y = 0; y < small.padded_height / 2; ++y)
+      for (int x = 0; x < small.padded_width; ++x)
+        small.chroma()[y * small.padded_width + x] = s.noisy.chroma()[y * 64 + x];
+    for (int y = 0; y < full_height; ++y)
+      for (int x = 0; x < full_width; ++x)
+        sample(large, x, y) = sample(small, std::min(x, width - 1), std::min(y, height - 1));
+    for (int y = 0; y < full_height / 2; ++y)
+      for (int x = 0; x < full_width; ++x)
+        large.chroma()[y * full_width + x] =
+            small.chroma()[std::min(y, (height - 1) / 2) * small.padded_width +
+                           std::min(x / 2, (width - 1) / 2) * 2 + x % 2];
+    denoiser(small.padded_width, small.padded_height).run(small, t);
+    denoiser(full_width, full_height).run(large, t);
+    for (int y = 0; y < height; ++y)
+      for (int x = 0; x < width; ++x)
+        ASSERT_EQ(sample(small, x, y), sample(large, x, y)) << width << "x" << height;
+    for (int y = 0; y < small.padded_height / 2; ++y)
+      for (int x = 0; x < small.padded_width; ++x)
+        ASSERT_EQ(small.chroma()[y * small.padded_width + x], large.chroma()[y * full_width + x]);
+  }
+}
+
 TEST(default_set, helps_at_every_gain) {
   for (const double gain : {1.0, 2.0, 4.0, 8.0, 16.0, 32.0, 64.0}) {
     const tuning_sample s = chart_sample(gain, 640, 480);
