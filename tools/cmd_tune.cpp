@@ -96,8 +96,9 @@ std::string short_number(double value) {
 }
 
 std::string description(const tune_options& o) {
-  std::string text = "Searched for best " + o.objective_name + " on " +
-                     std::to_string(o.clean.size() + o.pairs.size()) + " pictures";
+  const size_t pictures = o.clean.size() + o.pairs.size();
+  std::string text = "Searched for best " + o.objective_name + " on " + std::to_string(pictures) +
+                     (pictures == 1 ? " picture" : " pictures");
   if (!o.clean.empty()) {
     text += "; sensor model: full well " + short_number(o.model.full_well) + " e, read noise " +
             short_number(o.model.read_noise) + " e, luma blur";
