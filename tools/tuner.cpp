@@ -19,7 +19,7 @@ namespace {
 
 // A move must gain this much in dB to be made, and more where it costs time.
 constexpr double kWorthwhile = 0.003;
-constexpr double kWorthwhileSlower = 0.015;
+constexpr double kWorthwhileSlower = 0.05;
 // One dB of PSNR is about this much SSIM where the two trade.
 constexpr double kSsimPerDecibel = 0.02;
 
@@ -99,11 +99,51 @@ constexpr int32_t kHighestIntensity = 2000;
 constexpr int32_t kHighestRange = 200;
 constexpr int32_t kWidestWindow = 64;
 constexpr int32_t kHighestEdge = 64;
+// Less would let colours of the same luma run into each other, which few pictures show but eyes
+// see.
+constexpr int32_t kLowestEdge = 3;
 
 tuning with(tuning t, int field, int32_t value) {
   set_field(t, field, value);
   return t;
 }
+
+// Random moves that are the same on every machine: integers and the four basic operations alone.
+class random_moves {
+ public:
+  explicit random_moves(uint64_t seed) : state_(seed) {}
+
+  // 0 .. count - 1.
+  int32_t pick(int32_t count) {
+    return static_cast<int32_t>(next() % static_cast<uint64_t>(count));
+  }
+  bool one_in(int32_t count) { return pick(count) == 0; }
+
+  // value times a factor around 1, which leaves it as often raised as lowered; always another value
+  // unless that is out of bounds.
+  int32_t near(int32_t value, double width, int32_t lowest, int32_t highest) {
+    const double move = width * bell();
+    const double factor = move >= 0 ? 1 + move : 1 / (1 - move);
+    const int32_t moved = static_cast<int32_t>(std::floor(value * factor + 0.5));
+    return std::clamp(moved != value ? moved : value + (move >= 0 ? 1 : -1), lowest, highest);
+  }
+
+ private:
+  uint64_t next() {  // splitmix64
+    uint64_t z = state_ += 0x9e3779b97f4a7c15u;
+    z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9u;
+    z = (z ^ (z >> 27)) * 0x94d049bb133111ebu;
+    return z ^ (z >> 31);
+  }
+  // Bell-shaped, mean 0, standard deviation 1.
+  double bell() {
+    double sum = -6;
+    for (int i = 0; i < 12; ++i) sum += static_cast<double>(next() >> 11) * 0x1p-53;
+    return sum;
+  }
+
+  uint64_t state_;
+};
 
 }  // namespace
 
@@ -382,10 +422,21 @@ class search {
  private:
   static constexpr int kLevels = 5;
 
+  // Joint moves: generations per start and per round of lines, candidates per generation.
+  static constexpr int kStartGenerations = 10, kGenerations = 12, kChromaGenerations = 8;
+  static constexpr int kCandidates = 8;
+  static constexpr int kStarts = 3, kChromaStarts = 2;  // windows of the finest level; modes
+
+  int luma_round_lines() const { return 2 * kLevels + 1 + (options_.corners ? 1 : 0); }
   int luma_lines() const {
-    return options_.rounds * (2 * kLevels + 1 + (options_.corners ? 1 : 0));
+    return kStarts * (1 + kStartGenerations) + options_.rounds * kGenerations +
+           (kStarts + options_.rounds) * luma_round_lines();
   }
-  int chroma_lines() const { return 3 * 4 + options_.rounds * 6; }
+  static constexpr int kChromaRoundLines = 6;
+  int chroma_lines() const {
+    return kChromaStarts * (4 + kStartGenerations) + options_.rounds * kChromaGenerations +
+           (kChromaStarts + options_.rounds) * kChromaRoundLines;
+  }
 
   // Tries the candidates and moves to the best one. Returns its place, -1 for no move.
   int try_line(const std::vector<tuning>& candidates, int field) {
@@ -420,6 +471,7 @@ class search {
 
   // A line over one field. Follows the best value while it lies at an end of the line.
   void line(int field, const std::function<std::vector<int32_t>(int32_t)>& values_around) {
+    if (field == held_) return step_done(label_of(field));
     for (int turn = 0; turn < 4 && !stop_; ++turn) {
       const std::vector<int32_t> values = values_around(get_field(best_, field));
       std::vector<tuning> candidates;
@@ -454,22 +506,140 @@ class search {
     });
   }
 
+  // A window wants its own strength, and what one level leaves the next one has to take, so lines
+  // alone get stuck: move(t, random, width) changes several values of t at a time by about `width`
+  // of themselves. The best of a generation is where the next one starts; moves get smaller while
+  // nothing is found.
+  void evolve(int generations, const std::function<void(tuning&, random_moves&, double)>& move,
+              const char* label) {
+    random_moves random(0x7a11e5u);
+    double width = 0.4;
+    for (int g = 0; g < generations && !stop_; ++g) {
+      std::vector<tuning> candidates(kCandidates, best_);
+      for (tuning& t : candidates) {
+        move(t, random, width);
+        if (held_ >= 0) set_field(t, held_, get_field(best_, held_));
+      }
+      width =
+          try_line(candidates, -1) >= 0 ? std::min(0.6, width * 1.2) : std::max(0.03, width * 0.9);
+      step_done(label);
+    }
+  }
+
+  void move_luma(tuning& t, random_moves& random, double width) const {
+    for (int level = 0; level < t.luma.layer; ++level) {
+      int32_t& intensity = t.luma.pIntensity[level];
+      if (random.one_in(2) && intensity > 0)
+        intensity = random.near(intensity, width, 1, kHighestIntensity);
+      if (level > 1 && random.one_in(10))
+        intensity = intensity > 0 ? 0 : std::max<int32_t>(4, guess_.luma.pIntensity[level]);
+      if (random.one_in(8)) t.luma.pRadius[level] = 3 + 2 * random.pick(3);
+    }
+    if (random.one_in(10)) t.luma.layer = 2 + random.pick(4);
+  }
+
+  static void move_chroma(tuning& t, random_moves& random, double width) {
+    if (random.one_in(2))
+      t.chroma.range_factor = random.near(t.chroma.range_factor, width, 1, kHighestRange);
+    if (random.one_in(2))
+      t.chroma.color_edge_u =
+          random.near(t.chroma.color_edge_u, 2 * width, kLowestEdge, kHighestEdge);
+    if (random.one_in(2))
+      t.chroma.color_edge_v =
+          random.near(t.chroma.color_edge_v, 2 * width, kLowestEdge, kHighestEdge);
+    if (random.one_in(6)) {
+      const int32_t step = std::max(1, 2 * t.chroma.step);
+      const int32_t moved = t.chroma.smooth_radius + step * (random.pick(3) - 1);
+      t.chroma.smooth_radius = std::clamp(moved, 0, kWidestWindow);
+    }
+  }
+
+  // What can go without being missed goes: levels and windows that joint moves left behind.
+  void tidy_luma() {
+    const auto try_cheaper = [&](const tuning& t) {
+      const std::vector<tuning_score> scores = bench_.score_luma({best_, t}, false);
+      if (scores[1].value >= scores[0].value - kWorthwhile) best_ = t;
+    };
+    while (best_.luma.layer > 2 && !stop_) {
+      const int32_t layers = best_.luma.layer;
+      try_cheaper(with(best_, ids().layer, layers - 1));
+      if (best_.luma.layer == layers) break;
+    }
+    for (int level = best_.luma.layer - 1; level >= 0 && !stop_; --level) {
+      if (best_.luma.pIntensity[level] > 0) try_cheaper(with(best_, ids().intensity[level], 0));
+      for (int32_t radius : {5, 3}) {
+        if (best_.luma.pIntensity[level] > 0 && best_.luma.pRadius[level] > radius)
+          try_cheaper(with(best_, ids().radius[level], radius));
+      }
+    }
+  }
+
+  void luma_round(int round) {
+    const int before = done_;
+    for (int level = 0; level < best_.luma.layer && !stop_; ++level) intensity_line(level, round);
+    if (!stop_) line(ids().layer, [](int32_t) { return std::vector<int32_t>{2, 3, 4, 5}; });
+    for (int level = 0; level < best_.luma.layer && !stop_; ++level) {
+      if (best_.luma.pIntensity[level] > 0)
+        line(ids().radius[level], [](int32_t) { return std::vector<int32_t>{3, 5, 7}; });
+    }
+    if (options_.corners && !stop_) {
+      line(ids().corner,
+           [](int32_t) { return std::vector<int32_t>{kFlatMask, 68, 72, 80, 88, 96, 112}; });
+    }
+    done_ = before + luma_round_lines();
+  }
+
+  // Searches with every value of a field apart and goes on from where the best of them led. Cheaper
+  // values come first, so that dearer ones have to be worth it.
+  void try_starts(int field, const std::vector<int32_t>& values,
+                  const std::function<void()>& search) {
+    const tuning start = best_;
+    std::vector<tuning> ends;
+    held_ = field;
+    for (int32_t value : values) {
+      if (stop_ && !ends.empty()) break;
+      best_ = with(start, field, value);
+      search();
+      ends.push_back(best_);
+    }
+    held_ = -1;
+    best_ = ends.front();
+    try_line(ends, -1);
+  }
+
+  void luma_grid() {
+    const tuning start = best_;
+    std::vector<tuning> grid;
+    for (double finest : {0.7, 1.0, 1.4, 2.0}) {
+      for (double next : {0.5, 1.0, 1.6}) {
+        tuning t = start;
+        for (int level : {0, 1}) {
+          const double v = start.luma.pIntensity[level] * (level == 0 ? finest : next);
+          t.luma.pIntensity[level] =
+              std::clamp(static_cast<int32_t>(std::round(v)), 0, kHighestIntensity);
+        }
+        grid.push_back(t);
+      }
+    }
+    try_line(grid, -1);
+    step_done("window " + std::to_string(start.luma.pRadius[0]));
+  }
+
   void search_luma() {
     luma_half_ = true;
-    for (int round = 0; round < options_.rounds && !stop_; ++round) {
-      const int before = done_;
-      for (int level = 0; level < best_.luma.layer && !stop_; ++level) intensity_line(level, round);
-      if (!stop_) line(ids().layer, [](int32_t) { return std::vector<int32_t>{2, 3, 4, 5}; });
-      for (int level = 0; level < best_.luma.layer && !stop_; ++level) {
-        if (best_.luma.pIntensity[level] > 0)
-          line(ids().radius[level], [](int32_t) { return std::vector<int32_t>{3, 5, 7}; });
-      }
-      if (options_.corners && !stop_) {
-        line(ids().corner,
-             [](int32_t) { return std::vector<int32_t>{kFlatMask, 68, 72, 80, 88, 96, 112}; });
-      }
-      done_ = before + luma_lines() / options_.rounds;
-    }
+    if (stop_) return;
+    const auto move = [&](tuning& t, random_moves& random, double width) {
+      move_luma(t, random, width);
+    };
+    try_starts(ids().radius[0], {3, 5, 7}, [&] {
+      luma_grid();
+      if (!stop_) luma_round(0);
+      evolve(kStartGenerations, move, "joint moves");
+    });
+    for (int round = 1; round < options_.rounds && !stop_; ++round) luma_round(round);
+    evolve(kGenerations * options_.rounds, move, "joint moves");
+    tidy_luma();
+    if (!stop_) luma_round(3);  // last, so that its lines run through the result
     // Levels that are not in use say so.
     for (int level = best_.luma.layer; level < kLevels; ++level) {
       best_.luma.pIntensity[level] = 0;
@@ -505,7 +675,7 @@ class search {
       tuning t = now;
       for (int field : {ids().edge_u, ids().edge_v}) {
         const double v = std::round(get_field(now, field) * f);
-        set_field(t, field, std::clamp(static_cast<int32_t>(v), 0, kHighestEdge));
+        set_field(t, field, std::clamp(static_cast<int32_t>(v), kLowestEdge, kHighestEdge));
       }
       candidates.push_back(t);
     }
@@ -515,43 +685,54 @@ class search {
 
   void edge_v_line(int round) {
     line(ids().edge_v, [&](int32_t now) {
-      return factors_around(std::max(2, now), factor_of(round + 1), 1, 1, kHighestEdge);
+      return factors_around(now, factor_of(round + 1), 1, kLowestEdge, kHighestEdge);
     });
+  }
+
+  // Range and edges trade against each other and every pyramid mode wants its own window. Radius 0
+  // leaves only mode 2's small window at full chroma size.
+  void chroma_grid() {
+    const tuning start = best_;
+    for (int32_t radius : {0, 4, 8, 16}) {
+      if (stop_) return;
+      std::vector<tuning> grid;
+      for (int32_t edge : {3, 5, 8}) {
+        for (double share : {0.7, 1.0, 1.5, 2.2, 3.2}) {
+          tuning t = start;
+          t.chroma.smooth_radius = radius;
+          t.chroma.color_edge_u = t.chroma.color_edge_v = edge;
+          const double range = std::round(guess_.chroma.range_factor * share);
+          t.chroma.range_factor = std::clamp(static_cast<int32_t>(range), 1, kHighestRange);
+          grid.push_back(t);
+        }
+      }
+      if (start.chroma.scale == 2 || radius > 0) try_line(grid, -1);
+      step_done("scale " + std::to_string(start.chroma.scale) + ", radius " +
+                std::to_string(radius));
+    }
   }
 
   void search_chroma() {
     luma_half_ = false;
-    // Range and edges trade against each other and every pyramid mode wants its own window, so the
-    // start comes from a grid over all four. Radius 0 leaves only mode 2's small window at full
-    // chroma size.
-    const tuning start = best_;
-    for (int32_t scale : {2, 1, 0}) {
-      for (int32_t radius : {0, 4, 8, 16}) {
-        if (stop_) return;
-        std::vector<tuning> grid;
-        for (int32_t edge : {2, 4, 8}) {
-          for (double share : {0.7, 1.0, 1.5, 2.2, 3.2}) {
-            tuning t = start;
-            t.chroma.scale = scale;
-            t.chroma.smooth_radius = radius;
-            t.chroma.color_edge_u = t.chroma.color_edge_v = edge;
-            const double range = std::round(guess_.chroma.range_factor * share);
-            t.chroma.range_factor = std::clamp(static_cast<int32_t>(range), 1, kHighestRange);
-            grid.push_back(t);
-          }
-        }
-        if (scale == 2 || radius > 0) try_line(grid, -1);
-        step_done("scale " + std::to_string(scale) + ", radius " + std::to_string(radius));
-      }
-    }
-    for (int round = 0; round < options_.rounds && !stop_; ++round) {
-      range_line(round);
-      if (!stop_) radius_line(round);
-      if (!stop_) step_line();
-      if (!stop_) edges_line(round);
-      if (!stop_) edge_v_line(round);
-      if (!stop_) line(ids().scale, [](int32_t) { return std::vector<int32_t>{0, 1, 2}; });
-    }
+    // Mode 0 with a wide window lets flat colours run into each other and costs the most; the lines
+    // over the modes still try it.
+    try_starts(ids().scale, {1, 2}, [&] {
+      chroma_grid();
+      if (!stop_) chroma_round(0);
+      evolve(kStartGenerations, move_chroma, "joint moves");
+    });
+    for (int round = 1; round < options_.rounds && !stop_; ++round) chroma_round(round);
+    evolve(kChromaGenerations * options_.rounds, move_chroma, "joint moves");
+    if (!stop_) chroma_round(3);
+  }
+
+  void chroma_round(int round) {
+    range_line(round);
+    if (!stop_) radius_line(round);
+    if (!stop_) step_line();
+    if (!stop_) edges_line(round);
+    if (!stop_) edge_v_line(round);
+    if (!stop_) line(ids().scale, [](int32_t) { return std::vector<int32_t>{0, 1, 2}; });
   }
 
   tuning_bench bench_;
@@ -561,6 +742,7 @@ class search {
   const std::function<void(const search_progress&)>& on_progress_;
   const std::atomic<bool>& stop_;
   std::map<int, parameter_sweep> sweeps_;
+  int held_ = -1;  // a field that does not move for now
   bool luma_half_ = true;
   double value_ = 0;
   int done_ = 0, total_ = 0;

@@ -5,6 +5,9 @@
 // begins anew with finer steps. Intensities move in factors, radii, layers and modes run through
 // all their values; the parameters that matter most come first. A parameter moves only for a gain
 // of kWorthwhile, so noise in the last digit decides nothing, and cheaper settings win ties.
+// Strengths and windows depend on each other, so every window of the finest level and every chroma
+// mode gets a short search of its own, the best one a long one, and repeatable random moves of several
+// parameters at a time help where single lines are stuck.
 //
 // Deterministic: the trials of a line run in parallel over denoisers of their own, the choice is
 // made when all of them are in. The number of threads changes nothing but the time.
