@@ -4,6 +4,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <initializer_list>
 
 #include "api/log.h"
 
@@ -29,87 +30,81 @@ __attribute__((format(printf, 2, 3))) void make_name(char name[kTextMax], const 
   va_end(arguments);
 }
 
+// Opens a dump's file. The log line carries the name of the dump's function.
+FILE* open_dump(const char* function, const char* name) {
+  FILE* file = std::fopen(name, "wb");
+  if (!file && vorn::log_enabled(vorn::kLogError))
+    vorn::log_write(vorn::kLogError, "L %d, %s:fopen %s fail! errno=%d\n", __LINE__, function, name,
+                    errno);
+  return file;
+}
+
 struct field {
   const char* name;
   int value;
 };
 
-// One "name value " line per field. Returns 0, or -1 when the file could not be written whole.
-int write_fields(FILE* file, const field* fields, int count) {
+// A tuning as one "name value " line per field. Returns 0, the switch's comparison, or -1 when the
+// file could not be written whole.
+int dump_fields(const char* function, const char* algorithm, const char* enable_property,
+                const char* expected, const char* path_property, const char* timestamp,
+                std::initializer_list<field> fields) {
+  char path[kTextMax] = {};
+  if (const int off = dump_switch(enable_property, expected, path_property, path)) return off;
+  char name[kTextMax];
+  make_name(name, "%s_%s_%s_turning_param.txt", path, timestamp, algorithm);
+  FILE* file = open_dump(function, name);
+  if (!file) return -1;
   int result = 0;
-  for (int i = 0; i < count; ++i)
-    if (std::fprintf(file, "%s %d \n", fields[i].name, fields[i].value) < 0) result = -1;
+  for (const field& f : fields)
+    if (std::fprintf(file, "%s %d \n", f.name, f.value) < 0) result = -1;
+  if (std::fclose(file) != 0) result = -1;
+  if (result && vorn::log_enabled(vorn::kLogError))
+    vorn::log_write(vorn::kLogError, "L %d, %s:fwrite %s error! errno=%d\n", __LINE__, function,
+                    name, errno);
   return result;
 }
 
 }  // namespace
 
-// The three dumps open and close their files themselves: the log lines carry the function's name.
-
 int DUMP_ynr_config_file(const char* enable_property, const char* expected,
                          const char* path_property, const char* timestamp,
                          ycnr_ynr_tuning_param* tuning) {
-  char path[kTextMax] = {};
-  if (const int off = dump_switch(enable_property, expected, path_property, path)) return off;
-  char name[kTextMax];
-  make_name(name, "%s_%s_ynr2_turning_param.txt", path, timestamp);
-  FILE* file = std::fopen(name, "wb");
-  if (!file) {
-    VORN_LOGE("fopen %s fail! errno=%d\n", name, errno);
-    return -1;
-  }
-  const field fields[] = {
-      {"enable", tuning->enable},
-      {"layer", tuning->layer},
-      {"0pIntensity", tuning->pIntensity[0]},
-      {"1pIntensity", tuning->pIntensity[1]},
-      {"2pIntensity", tuning->pIntensity[2]},
-      {"3pIntensity", tuning->pIntensity[3]},
-      {"4pIntensity", tuning->pIntensity[4]},
-      {"0pRadius", tuning->pRadius[0]},
-      {"1pRadius", tuning->pRadius[1]},
-      {"2pRadius", tuning->pRadius[2]},
-      {"3pRadius", tuning->pRadius[3]},
-      {"4pRadius", tuning->pRadius[4]},
-      {"param0", tuning->param0},
-      {"param1", tuning->param1},
-      {"param2", tuning->param2},
-  };
-  int result = write_fields(file, fields, sizeof fields / sizeof *fields);
-  if (std::fclose(file) != 0) result = -1;
-  if (result) VORN_LOGE("fwrite %s error! errno=%d\n", name, errno);
-  return result;
+  const ycnr_ynr_tuning_param& t = *tuning;
+  return dump_fields(__func__, "ynr2", enable_property, expected, path_property, timestamp,
+                     {{"enable", t.enable},
+                      {"layer", t.layer},
+                      {"0pIntensity", t.pIntensity[0]},
+                      {"1pIntensity", t.pIntensity[1]},
+                      {"2pIntensity", t.pIntensity[2]},
+                      {"3pIntensity", t.pIntensity[3]},
+                      {"4pIntensity", t.pIntensity[4]},
+                      {"0pRadius", t.pRadius[0]},
+                      {"1pRadius", t.pRadius[1]},
+                      {"2pRadius", t.pRadius[2]},
+                      {"3pRadius", t.pRadius[3]},
+                      {"4pRadius", t.pRadius[4]},
+                      {"param0", t.param0},
+                      {"param1", t.param1},
+                      {"param2", t.param2}});
 }
 
 int DUMP_cnr_config_file(const char* enable_property, const char* expected,
                          const char* path_property, const char* timestamp,
                          ycnr_cnr_tuning_param* tuning) {
-  char path[kTextMax] = {};
-  if (const int off = dump_switch(enable_property, expected, path_property, path)) return off;
-  char name[kTextMax];
-  make_name(name, "%s_%s_cnr4_turning_param.txt", path, timestamp);
-  FILE* file = std::fopen(name, "wb");
-  if (!file) {
-    VORN_LOGE("fopen %s fail! errno=%d\n", name, errno);
-    return -1;
-  }
-  const field fields[] = {
-      {"enable", tuning->enable},
-      {"range_factor", tuning->range_factor},
-      {"smooth_radius", tuning->smooth_radius},
-      {"scale", tuning->scale},
-      {"step", tuning->step},
-      {"color_edge_u", tuning->color_edge_u},
-      {"color_edge_v", tuning->color_edge_v},
-      {"saturation", tuning->saturation},
-      {"param0", tuning->param0},
-      {"param1", tuning->param1},
-      {"param2", tuning->param2},
-  };
-  int result = write_fields(file, fields, sizeof fields / sizeof *fields);
-  if (std::fclose(file) != 0) result = -1;
-  if (result) VORN_LOGE("fwrite %s error! errno=%d\n", name, errno);
-  return result;
+  const ycnr_cnr_tuning_param& t = *tuning;
+  return dump_fields(__func__, "cnr4", enable_property, expected, path_property, timestamp,
+                     {{"enable", t.enable},
+                      {"range_factor", t.range_factor},
+                      {"smooth_radius", t.smooth_radius},
+                      {"scale", t.scale},
+                      {"step", t.step},
+                      {"color_edge_u", t.color_edge_u},
+                      {"color_edge_v", t.color_edge_v},
+                      {"saturation", t.saturation},
+                      {"param0", t.param0},
+                      {"param1", t.param1},
+                      {"param2", t.param2}});
 }
 
 int DUMP_IMAGE_CONDITION(const char* enable_property, const char* expected,
@@ -119,11 +114,8 @@ int DUMP_IMAGE_CONDITION(const char* enable_property, const char* expected,
   if (const int off = dump_switch(enable_property, expected, path_property, path)) return off;
   char name[kTextMax];
   make_name(name, "%s%s_%dx%d_%s.yuv", path, label, width, height, timestamp);
-  FILE* file = std::fopen(name, "wb");
-  if (!file) {
-    VORN_LOGE("fopen %s fail! errno=%d\n", name, errno);
-    return -1;
-  }
+  FILE* file = open_dump(__func__, name);
+  if (!file) return -1;
   const size_t bytes = size > 0 ? static_cast<size_t>(size) : 0;
   const bool written = std::fwrite(data, 1, bytes, file) == bytes;
   if (!written) VORN_LOGE("fwrite %s error! errno=%d\n", name, errno);
