@@ -23,7 +23,7 @@
 
 namespace vorn {
 
-constexpr int kPairsPerStep = 16;    // a whole step of the split and merge kernels: 32 bytes
+constexpr int kPairsPerStep = 16;    // a whole step of split_gain: 32 bytes
 constexpr int kMinSpan = 16;         // shortest span of the filter kernel
 constexpr int kMaxFastTaps = 80;     // 256 + 80 * 255 stays below the division's limit
 constexpr int kMaxDistance = 1926;   // so that d2 fits 16 signed bits
@@ -67,14 +67,11 @@ struct chroma_kernels {
   // Filters a span. The last vector of a span starts early enough to end with it: pixels that it
   // repeats get the same values again.
   void (*filter)(const chroma_span& span, const chroma_weights& weights);
-  // De-interleaves `pairs` U,V pairs. Any count.
-  void (*split)(const uint8_t* src_uv, uint8_t* dst_u, uint8_t* dst_v, size_t pairs);
-  // The same with the distance from 128 scaled by (16 + gain) / 16. pairs is a multiple of
-  // kPairsPerStep.
+  // De-interleaves `pairs` U,V pairs, the distance from 128 scaled by (16 + gain) / 16. pairs is a
+  // multiple of kPairsPerStep. Without a gain the pyramid's split does it, and interleave the way
+  // back.
   void (*split_gain)(const uint8_t* src_uv, uint8_t* dst_u, uint8_t* dst_v, size_t pairs,
                      int8_t gain);
-  // Interleaves `pairs` samples of two planes. Any count.
-  void (*merge)(const uint8_t* src_u, const uint8_t* src_v, uint8_t* dst_uv, size_t pairs);
 };
 
 // The table of a form; the plain one where a form has none of its own in this build.

@@ -220,19 +220,6 @@ planes split_words(__m256i u0, __m256i u1, __m256i v0, __m256i v1) {
           _mm256_permute4x64_epi64(_mm256_packus_epi16(v0, v1), 0xD8)};
 }
 
-void split_avx2(const uint8_t* src_uv, uint8_t* dst_u, uint8_t* dst_v, size_t pairs) {
-  const __m256i even = _mm256_set1_epi16(0x00FF);
-  size_t i = 0;
-  for (; i + 32 <= pairs; i += 32) {
-    const __m256i a = load(src_uv + 2 * i), b = load(src_uv + 2 * i + 32);
-    const planes p = split_words(_mm256_and_si256(a, even), _mm256_and_si256(b, even),
-                                 _mm256_srli_epi16(a, 8), _mm256_srli_epi16(b, 8));
-    store(dst_u + i, p.u);
-    store(dst_v + i, p.v);
-  }
-  kChromaKernelsSse2.split(src_uv + 2 * i, dst_u + i, dst_v + i, pairs - i);
-}
-
 // Sixteen samples as words. 16384 + 8 fits. Exact.
 __m256i with_gain(__m256i x, __m256i gain) {
   const __m256i product = _mm256_mullo_epi16(_mm256_sub_epi16(x, _mm256_set1_epi16(128)), gain);
@@ -255,18 +242,8 @@ void split_gain_avx2(const uint8_t* src_uv, uint8_t* dst_u, uint8_t* dst_v, size
   kChromaKernelsSse2.split_gain(src_uv + 2 * i, dst_u + i, dst_v + i, pairs - i, gain);
 }
 
-void merge_avx2(const uint8_t* src_u, const uint8_t* src_v, uint8_t* dst_uv, size_t pairs) {
-  size_t i = 0;
-  for (; i + 32 <= pairs; i += 32) {
-    const halves uv = unpack(load(src_u + i), load(src_v + i));
-    store(dst_uv + 2 * i, _mm256_permute2x128_si256(uv.low, uv.high, 0x20));
-    store(dst_uv + 2 * i + 32, _mm256_permute2x128_si256(uv.low, uv.high, 0x31));
-  }
-  kChromaKernelsSse2.merge(src_u + i, src_v + i, dst_uv + 2 * i, pairs - i);
-}
-
 }  // namespace
 
-const chroma_kernels kChromaKernelsAvx2 = {filter_avx2, split_avx2, split_gain_avx2, merge_avx2};
+const chroma_kernels kChromaKernelsAvx2 = {filter_avx2, split_gain_avx2};
 
 }  // namespace vorn

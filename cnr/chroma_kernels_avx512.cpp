@@ -205,17 +205,6 @@ __m512i every_second(int first) {
   return _mm512_load_si512(order);
 }
 
-void split_avx512(const uint8_t* src_uv, uint8_t* dst_u, uint8_t* dst_v, size_t pairs) {
-  const __m512i even = every_second(0), odd = every_second(1);
-  size_t i = 0;
-  for (; i + 64 <= pairs; i += 64) {
-    const __m512i a = load(src_uv + 2 * i), b = load(src_uv + 2 * i + 64);
-    store(dst_u + i, _mm512_permutex2var_epi8(a, even, b));
-    store(dst_v + i, _mm512_permutex2var_epi8(a, odd, b));
-  }
-  kChromaKernelsSse2.split(src_uv + 2 * i, dst_u + i, dst_v + i, pairs - i);
-}
-
 // Thirty-two samples as words. 16384 + 8 fits. Exact.
 __m512i with_gain(__m512i x, __m512i gain) {
   const __m512i product = _mm512_mullo_epi16(_mm512_sub_epi16(x, _mm512_set1_epi16(128)), gain);
@@ -239,21 +228,8 @@ void split_gain_avx512(const uint8_t* src_uv, uint8_t* dst_u, uint8_t* dst_v, si
   kChromaKernelsSse2.split_gain(src_uv + 2 * i, dst_u + i, dst_v + i, pairs - i, gain);
 }
 
-void merge_avx512(const uint8_t* src_u, const uint8_t* src_v, uint8_t* dst_uv, size_t pairs) {
-  const __m512i first = _mm512_setr_epi64(0, 1, 8, 9, 2, 3, 10, 11);
-  const __m512i second = _mm512_setr_epi64(4, 5, 12, 13, 6, 7, 14, 15);
-  size_t i = 0;
-  for (; i + 64 <= pairs; i += 64) {
-    const halves uv = unpack(load(src_u + i), load(src_v + i));
-    store(dst_uv + 2 * i, _mm512_permutex2var_epi64(uv.low, first, uv.high));
-    store(dst_uv + 2 * i + 64, _mm512_permutex2var_epi64(uv.low, second, uv.high));
-  }
-  kChromaKernelsSse2.merge(src_u + i, src_v + i, dst_uv + 2 * i, pairs - i);
-}
-
 }  // namespace
 
-const chroma_kernels kChromaKernelsAvx512 = {filter_avx512, split_avx512, split_gain_avx512,
-                                             merge_avx512};
+const chroma_kernels kChromaKernelsAvx512 = {filter_avx512, split_gain_avx512};
 
 }  // namespace vorn

@@ -189,19 +189,6 @@ void filter_neon(const chroma_span& s, const chroma_weights& weights) {
   filter_span<0>(s, weights);
 }
 
-void split_neon(const uint8_t* src_uv, uint8_t* dst_u, uint8_t* dst_v, size_t pairs) {
-  size_t i = 0;
-  for (; i + 16 <= pairs; i += 16) {
-    const uint8x16x2_t uv = vld2q_u8(src_uv + 2 * i);
-    vst1q_u8(dst_u + i, uv.val[0]);
-    vst1q_u8(dst_v + i, uv.val[1]);
-  }
-  for (; i < pairs; ++i) {
-    dst_u[i] = src_uv[2 * i];
-    dst_v[i] = src_uv[2 * i + 1];
-  }
-}
-
 // Sixteen samples; a product of two signed bytes fits 16 bits with the rounding, and so does its
 // sixteenth on top of a sample. Exact.
 uint8x16_t with_gain(uint8x16_t x, int8x8_t gain) {
@@ -223,18 +210,8 @@ void split_gain_neon(const uint8_t* src_uv, uint8_t* dst_u, uint8_t* dst_v, size
   }
 }
 
-void merge_neon(const uint8_t* src_u, const uint8_t* src_v, uint8_t* dst_uv, size_t pairs) {
-  size_t i = 0;
-  for (; i + 16 <= pairs; i += 16)
-    vst2q_u8(dst_uv + 2 * i, (uint8x16x2_t{{vld1q_u8(src_u + i), vld1q_u8(src_v + i)}}));
-  for (; i < pairs; ++i) {
-    dst_uv[2 * i] = src_u[i];
-    dst_uv[2 * i + 1] = src_v[i];
-  }
-}
-
 }  // namespace
 
-const chroma_kernels kChromaKernelsNeon = {filter_neon, split_neon, split_gain_neon, merge_neon};
+const chroma_kernels kChromaKernelsNeon = {filter_neon, split_gain_neon};
 
 }  // namespace vorn

@@ -138,20 +138,6 @@ void filter_sse2(const chroma_span& s, const chroma_weights& weights) {
   }
 }
 
-void split_sse2(const uint8_t* src_uv, uint8_t* dst_u, uint8_t* dst_v, size_t pairs) {
-  const __m128i even = _mm_set1_epi16(0x00FF);
-  size_t i = 0;
-  for (; i + 16 <= pairs; i += 16) {
-    const __m128i low = load(src_uv + 2 * i), high = load(src_uv + 2 * i + 16);
-    store(dst_u + i, _mm_packus_epi16(_mm_and_si128(low, even), _mm_and_si128(high, even)));
-    store(dst_v + i, _mm_packus_epi16(_mm_srli_epi16(low, 8), _mm_srli_epi16(high, 8)));
-  }
-  for (; i < pairs; ++i) {
-    dst_u[i] = src_uv[2 * i];
-    dst_v[i] = src_uv[2 * i + 1];
-  }
-}
-
 // Eight samples as words, gain as words: see with_gain of uv_split.cpp. 16384 + 8 fits. Exact.
 __m128i with_gain(__m128i x, __m128i gain) {
   const __m128i product = _mm_mullo_epi16(_mm_sub_epi16(x, _mm_set1_epi16(128)), gain);
@@ -171,21 +157,8 @@ void split_gain_sse2(const uint8_t* src_uv, uint8_t* dst_u, uint8_t* dst_v, size
   }
 }
 
-void merge_sse2(const uint8_t* src_u, const uint8_t* src_v, uint8_t* dst_uv, size_t pairs) {
-  size_t i = 0;
-  for (; i + 16 <= pairs; i += 16) {
-    const __m128i u = load(src_u + i), v = load(src_v + i);
-    store(dst_uv + 2 * i, _mm_unpacklo_epi8(u, v));
-    store(dst_uv + 2 * i + 16, _mm_unpackhi_epi8(u, v));
-  }
-  for (; i < pairs; ++i) {
-    dst_uv[2 * i] = src_u[i];
-    dst_uv[2 * i + 1] = src_v[i];
-  }
-}
-
 }  // namespace
 
-const chroma_kernels kChromaKernelsSse2 = {filter_sse2, split_sse2, split_gain_sse2, merge_sse2};
+const chroma_kernels kChromaKernelsSse2 = {filter_sse2, split_gain_sse2};
 
 }  // namespace vorn

@@ -2,13 +2,13 @@
 
 #include "api/dump.h"
 #include "api/log.h"
-#include "cnr/chroma_kernels.h"
 #include "cnr/hor_ver.h"
 #include "cnr/hor_ver_mask.h"
 #include "cnr/uv_split.h"
 #include "pyramid/detail.h"
 #include "pyramid/down2.h"
 #include "pyramid/down_yuv.h"
+#include "pyramid/pyramid_kernels.h"
 #include "pyramid/up2.h"
 #include "pyramid/up_chroma.h"
 
@@ -189,8 +189,8 @@ int color_noise_reduce_mask_process(void* handle, _tag_uni_image* src, _tag_uni_
                           param->saturation);
     VORN_LOGD("    splitUV_saturation cost time: %.3f \n", getTime() - start);
   } else {
-    vorn::active_chroma_kernels().split(chroma_plane(*src), images[2].plane[0], images[4].plane[0],
-                                        pairs);
+    vorn::active_pyramid_kernels().split(chroma_plane(*src), images[2].plane[0], images[4].plane[0],
+                                         static_cast<int>(pairs));
     VORN_LOGD("    splitUV cost time: %.3f \n", getTime() - start);
   }
 

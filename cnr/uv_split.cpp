@@ -1,6 +1,7 @@
 #include "cnr/uv_split.h"
 
 #include "cnr/chroma_kernels.h"
+#include "pyramid/pyramid_kernels.h"
 #include "runtime/arithmetic.h"
 #include "runtime/stage.h"
 
@@ -16,8 +17,8 @@ uint8_t with_gain(uint8_t x, int gain) {
 }
 
 template <typename Job>
-size_t pair_count(const Job& job) {
-  return job.end > job.start ? (static_cast<size_t>(job.end) - job.start + 1) / 2 : 0;
+int pair_count(const Job& job) {
+  return job.end > job.start ? (job.end - job.start) / 2 + (job.end - job.start) % 2 : 0;
 }
 
 // Byte ranges of the four slices: whole rows, the last slice takes what remains.
@@ -35,8 +36,8 @@ void cut_bytes(Job (&jobs)[vorn::kSlices], const Job& prototype, int width, int 
 
 void* split_UV_process(void* job) {
   const auto& slice = *static_cast<split_uv_job*>(job);
-  vorn::active_chroma_kernels().split(slice.src_uv + slice.start, slice.dst_u + slice.start / 2,
-                                      slice.dst_v + slice.start / 2, pair_count(slice));
+  vorn::active_pyramid_kernels().split(slice.src_uv + slice.start, slice.dst_u + slice.start / 2,
+                                       slice.dst_v + slice.start / 2, pair_count(slice));
   one_thread_done(slice.pool);
   return nullptr;
 }
@@ -53,8 +54,9 @@ void* split_UV_saturation_process(void* job) {
 
 void* mergeUV_process(void* job) {
   const auto& slice = *static_cast<merge_uv_job*>(job);
-  vorn::active_chroma_kernels().merge(slice.src_u + slice.start / 2, slice.src_v + slice.start / 2,
-                                      slice.dst_uv + slice.start, pair_count(slice));
+  vorn::active_pyramid_kernels().interleave(slice.src_u + slice.start / 2,
+                                            slice.src_v + slice.start / 2,
+                                            slice.dst_uv + slice.start, pair_count(slice));
   one_thread_done(slice.pool);
   return nullptr;
 }

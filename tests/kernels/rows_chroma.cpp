@@ -50,13 +50,6 @@ void add_chroma_rows() {
                  weights);
          });
        }});
-  add({"chroma.split", {}, [](trial& t) {
-         const auto uv = t.input<uint8_t>("uv", {2 * t.width});
-         const auto u = t.output<uint8_t>("u", {t.width}), v = t.output<uint8_t>("v", {t.width});
-         t.run([&](kernel_form form) {
-           chroma_kernels_of(form).split(uv.row(), u.row(), v.row(), static_cast<size_t>(t.width));
-         });
-       }});
   add({"chroma.split_gain", {vorn::kPairsPerStep, vorn::kPairsPerStep, 160}, [](trial& t) {
          const auto uv = t.input<uint8_t>("uv", {2 * t.width});
          const auto u = t.output<uint8_t>("u", {t.width}), v = t.output<uint8_t>("v", {t.width});
@@ -64,13 +57,6 @@ void add_chroma_rows() {
          t.run([&](kernel_form form) {
            chroma_kernels_of(form).split_gain(
                uv.row(), u.row(), v.row(), static_cast<size_t>(t.width), static_cast<int8_t>(gain));
-         });
-       }});
-  add({"chroma.merge", {}, [](trial& t) {
-         const auto u = t.input<uint8_t>("u", {t.width}), v = t.input<uint8_t>("v", {t.width});
-         const auto uv = t.output<uint8_t>("uv", {2 * t.width});
-         t.run([&](kernel_form form) {
-           chroma_kernels_of(form).merge(u.row(), v.row(), uv.row(), static_cast<size_t>(t.width));
          });
        }});
 }
