@@ -1,14 +1,12 @@
 #include "cnr/cnr_driver.h"
 
 #include <climits>
-#include <memory>
 
 #include "api/log.h"
 #include "tests/cnr/level.h"
 
 namespace {
 
-using vorn_test::with_every_form;
 using bytes = std::vector<uint8_t>;
 
 // A denoiser's chroma half with a source and a destination frame.
@@ -37,7 +35,6 @@ struct frame {
   frame(const frame&) = delete;
 
   size_t luma_size() const { return static_cast<size_t>(width) * height; }
-  size_t chroma_size() const { return static_cast<size_t>(width) * (height / 2); }
 
   void fill(uint32_t seed) {
     std::mt19937 engine(seed);
@@ -64,76 +61,11 @@ _tag_cnr_param_output tuning(int scale, int saturation = 0) {
   return t;
 }
 
-double spread(const bytes& plane, size_t from, size_t size) {
-  double sum = 0, squares = 0;
-  for (size_t i = from; i < from + size; ++i) {
-    sum += plane[i];
-    squares += plane[i] * plane[i];
-  }
-  return squares / size - sum / size * (sum / size);
-}
-
 struct quiet {
   int level = nr_log_Level;
   quiet() { nr_log_Level = 0; }
   ~quiet() { nr_log_Level = level; }
 };
-
-// Every mode, with sizes whose chroma levels are odd: only the chroma plane is written, all of it;
-// the second frame on a handle has the bytes of the first; every form has the same bytes.
-TEST(CnrDriver, ModesAndOddSizes) {
-  quiet silence;
-  const std::pair<int, int> sizes[] = {{64, 48}, {322, 242}, {134, 35},
-                                       {16, 16}, {4, 4},     {130, 66}};
-  for (const auto& size : sizes) {
-    frame f(size.first, size.second);
-    f.fill(11);
-    for (int scale : {0, 1, 2, 3, -1}) {
-      bytes first;
-      with_every_form([&] {
-        ASSERT_EQ(f.run(tuning(scale)), 0);
-        if (first.empty()) first = f.dst_bytes;
-        ASSERT_TRUE(f.dst_bytes == first) << size.first << "x" << size.second << " " << scale;
-      });
-      for (size_t i = 0; i < f.luma_size(); ++i) ASSERT_EQ(first[i], 0xEE);
-      // Odd frame height: the half row behind the last whole chroma row is not the filter's.
-      for (size_t i = f.luma_size() + f.chroma_size(); i < first.size(); ++i)
-        ASSERT_EQ(first[i], 0xEE);
-      const bool same =
-          std::equal(first.begin() + f.luma_size(), first.begin() + f.luma_size() + f.chroma_size(),
-                     f.src_bytes.begin() + f.luma_size());
-      EXPECT_EQ(same, scale == 3 || scale == -1);
-      if (size.first >= 64 && !same) {
-        EXPECT_LT(spread(first, f.luma_size(), f.chroma_size()),
-                  0.8 * spread(f.src_bytes, f.luma_size(), f.chroma_size()));
-      }
-    }
-  }
-}
-
-TEST(CnrDriver, FlatColoursStay) {
-  quiet silence;
-  frame f(132, 102);
-  for (int scale : {0, 1, 2}) {
-    for (int colour : {0, 16, 128, 255}) {
-      std::fill(f.src_bytes.begin(), f.src_bytes.end(), static_cast<uint8_t>(colour));
-      ASSERT_EQ(f.run(tuning(scale)), 0);
-      for (size_t i = f.luma_size(); i < f.dst_bytes.size(); ++i)
-        ASSERT_EQ(f.dst_bytes[i], colour) << scale;
-    }
-  }
-}
-
-TEST(CnrDriver, SaturationAlone) {
-  quiet silence;
-  frame f(34, 22);
-  f.fill(5);
-  ASSERT_EQ(f.run(tuning(3, 16)), 0);
-  for (size_t i = f.luma_size(); i < f.dst_bytes.size(); ++i) {
-    const int x = f.src_bytes[i], y = x + (x - 128);
-    ASSERT_EQ(f.dst_bytes[i], y < 0 ? 0 : y > 255 ? 255 : y);
-  }
-}
 
 TEST(CnrDriver, RadiusIsRoundedDownToTheStep) {
   quiet silence;
@@ -203,39 +135,6 @@ TEST(CnrDriver, RefusesWhatItCannotRun) {
     EXPECT_EQ(vorn::cnr_check_frame(&handle, c.width, c.height, c.scale), c.expected)
         << c.width << "x" << c.height << " " << c.scale;
   }
-}
-
-// Both branches of the masked driver: a mask of 0 leaves the split chroma, an open one changes it.
-TEST(CnrDriver, MaskedDriver) {
-  quiet silence;
-  frame f(96, 64);
-  f.fill(9);
-  bytes mask_bytes(24 * 16, 0);
-  _tag_uni_image mask{};
-  mask.width = 24;
-  mask.height = 16;
-  mask.plane[0] = mask_bytes.data();
-  _tag_cnr_param_output t = tuning(2);
-  ASSERT_EQ(uni_color_noise_reduce_mask_process(&f.top, &f.src, &f.dst, &mask, &t), 0);
-  EXPECT_TRUE(std::equal(f.src_bytes.begin() + f.luma_size(), f.src_bytes.end(),
-                         f.dst_bytes.begin() + f.luma_size()));
-  std::fill(mask_bytes.begin(), mask_bytes.end(), 255);
-  ASSERT_EQ(uni_color_noise_reduce_mask_process(&f.top, &f.src, &f.dst, &mask, &t), 0);
-  EXPECT_FALSE(std::equal(f.src_bytes.begin() + f.luma_size(), f.src_bytes.end(),
-                          f.dst_bytes.begin() + f.luma_size()));
-  EXPECT_EQ(bytes(f.dst_bytes.begin(), f.dst_bytes.begin() + f.luma_size()),
-            bytes(f.luma_size(), 0xEE));
-
-  _tag_cnr_param param{};
-  param.range_coef[0] = 0.5f / 400;
-  param.smooth_radius = 18;
-  param.smooth_step = 3;
-  param.scale = 1;
-  param.saturation = -16;  // grey: whatever the filters do, it stays grey
-  std::fill(f.dst_bytes.begin(), f.dst_bytes.end(), 0);
-  std::fill(mask_bytes.begin(), mask_bytes.end(), 0);
-  ASSERT_EQ(color_noise_reduce_mask_process(&f.top, &f.src, &f.dst, &mask, &param), 0);
-  for (size_t i = f.luma_size(); i < f.dst_bytes.size(); ++i) ASSERT_EQ(f.dst_bytes[i], 128);
 }
 
 }  // namespace

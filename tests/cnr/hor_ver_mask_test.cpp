@@ -41,20 +41,6 @@ struct masked_level : level {
   }
 };
 
-TEST(HorVerMask, ZeroPassesThrough) {
-  masked_level image(24, 10, 24, std::vector<uint8_t>(240, 0));
-  image.fill(3, 128);
-  image.run(true, masked_level::param(200, 6, 2));
-  EXPECT_EQ(image.dst_u, image.src_u);
-  image.run(false, masked_level::param(200, 6, 2));
-  EXPECT_EQ(image.dst_v, image.src_v);
-  image.run_merge(masked_level::param(200, 6, 2));
-  for (size_t i = 0; i < 240; ++i) {
-    ASSERT_EQ(image.uv[2 * i], image.src_u[i]);
-    ASSERT_EQ(image.uv[2 * i + 1], image.src_v[i]);
-  }
-}
-
 // Kept on purpose: one neighbour of weight 255 beside a centre of 32768. Sum 33023 keeps the
 // reciprocal of 16; (32768 * 100 + 255 * 200 + 1024) >> 11 = 1625, over 16 rounds to 102.
 TEST(HorVerMask, CentreDominates) {
@@ -70,20 +56,6 @@ TEST(HorVerMask, CentreDominates) {
       EXPECT_EQ(image.uv[0], 102);
       EXPECT_EQ(image.uv[1], 129);
     }
-  }
-}
-
-// A distance of 100, mask 64 leaves it, 255 quarters it: with a factor of 30 (weights end near 85)
-// only the quartered one is smoothed.
-TEST(HorVerMask, LargerMaskSmoothsHarder) {
-  for (int mask : {64, 255}) {
-    masked_level image(2, 1, 2, {static_cast<uint8_t>(mask), static_cast<uint8_t>(mask)});
-    image.src_u = {128, 228};
-    image.images[1].plane[0] = image.src_u.data();
-    image.guide = {10, 70};
-    image.images[0].plane[0] = image.guide.data();
-    image.run(true, masked_level::param(30, 1, 1));
-    EXPECT_EQ(image.dst_u[0] != 128, mask == 255);
   }
 }
 

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "cnr/hor_ver.h"
-#include "runtime/kernels.h"
 #include "runtime/pool.h"
+#include "tests/support/forms.h"
 
 namespace vorn_test {
 
@@ -73,19 +73,6 @@ inline _tag_cnr_param tuning(float range_factor, int radius, int step, int level
   param.color_edge_v = 8;
   param.level_mode = level_mode;
   return param;
-}
-
-// Runs body once with every kernel form that this machine has, then restores the one in force.
-template <typename Body>
-void with_every_form(const Body& body) {
-  const vorn::kernel_form before = vorn::active_kernel_form();
-  for (int i = 0; i < vorn::kKernelForms; ++i) {
-    const auto form = static_cast<vorn::kernel_form>(i);
-    if (!vorn::use_kernel_form(form)) continue;
-    SCOPED_TRACE(vorn::kernel_form_name(form));
-    body();
-  }
-  vorn::use_kernel_form(before);
 }
 
 }  // namespace vorn_test

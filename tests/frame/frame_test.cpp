@@ -130,46 +130,6 @@ TEST(properties, flat_colours_keep_their_value) {
     }
 }
 
-TEST(properties, what_is_off_is_copied) {
-  random_source random(5);
-  frame src(102, 78), before(102, 78), dst(102, 78);
-  src.paint(content::texture, random);
-  std::copy_n(src.data(), src.size(), before.data());
-  const denoiser d(102, 78);
-  const size_t luma = 102 * 78;
-  for (int pair : {0, 1, 2, 3, 4}) {
-    tuning t = frame_util::everyday();
-    const int ynr[] = {0, 2, 1, 1, 0}, cnr[] = {0, 1, -1, 0, 1};
-    t.ynr.enable = ynr[pair];
-    t.cnr.enable = cnr[pair];
-    std::fill_n(dst.data(), dst.size(), static_cast<uint8_t>(1));
-    ASSERT_EQ(d.run(src, dst, t), 0);
-    EXPECT_EQ(frame_util::first_difference(src, before), "") << "src changed, pair " << pair;
-    const bool luma_same = std::equal(src.data(), src.data() + luma, dst.data());
-    const bool chroma_same =
-        std::equal(src.data() + luma, src.data() + src.size(), dst.data() + luma);
-    EXPECT_EQ(luma_same, pair != 3);
-    EXPECT_EQ(chroma_same, pair != 4);
-    EXPECT_TRUE(src.guards_intact() && dst.guards_intact());
-  }
-}
-
-// Both algorithms in one call: luma first, into src as well, then chroma on that.
-TEST(properties, both_is_luma_then_chroma) {
-  random_source random(6);
-  frame src(150, 110), dst(150, 110), between(150, 110), twice(150, 110);
-  src.paint(content::texture, random);
-  const denoiser d(150, 110);
-  tuning luma = frame_util::everyday(), chroma = luma, both = luma;
-  luma.cnr.enable = 0;
-  chroma.ynr.enable = 0;
-  ASSERT_EQ(d.run(src, between, luma), 0);
-  ASSERT_EQ(d.run(between, twice, chroma), 0);
-  ASSERT_EQ(d.run(src, dst, both), 0);
-  EXPECT_EQ(frame_util::first_difference(src, between), "");
-  EXPECT_EQ(frame_util::first_difference(dst, twice), "");
-}
-
 // A frame depends on its own pixels and tuning alone: not on earlier frames of the handle, nor on
 // another handle of another size in between.
 TEST(properties, frames_and_handles_are_independent) {
@@ -187,22 +147,6 @@ TEST(properties, frames_and_handles_are_independent) {
     const denoiser first_frame(142, 94);
     ASSERT_EQ(first_frame.run(again_src, again, t), result) << frame_util::text(t);
     ASSERT_EQ(frame_util::first_difference(dst, again), "") << frame_util::text(t);
-  }
-}
-
-// Without any intensity only the rounding of down- and up-sampling remains, which the differences
-// take out again: the frame comes back, odd sizes included.
-TEST(properties, no_intensity_keeps_the_frame) {
-  for (int size : {64, 61, 75, 102, 119}) {
-    random_source random(size);
-    frame src(size, size + 3), dst(size, size + 3);
-    src.paint(content::texture, random);
-    tuning t = frame_util::everyday();
-    t.cnr.enable = 0;
-    std::fill_n(t.ynr.pIntensity, 5, 0);
-    const denoiser d(size, size + 3);
-    ASSERT_EQ(d.run(src, dst, t), 0);
-    EXPECT_EQ(frame_util::first_difference(dst, src), "") << size;
   }
 }
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "api/vorn_ycnr.h"
+#include "tests/model/model.h"
 
 namespace frame_util {
 
@@ -31,6 +32,54 @@ const char* content_name(content c);
 // Fills a plane, or an interleaved chroma plane (channels 2).
 void paint(uint8_t* data, int width, int height, int stride, int channels, content c,
            random_source& random);
+
+// An image in the middle of a larger block. Twins start with the same bytes.
+class canvas {
+ public:
+  canvas(int width, int height, int stride, random_source& random)
+      : margin_(static_cast<size_t>(stride) * 8 + 128),
+        memory_(margin_ * 2 + static_cast<size_t>(stride) * height) {
+    for (uint8_t& b : memory_) b = static_cast<uint8_t>(random.next());
+    record_ = {};
+    record_.width = width;
+    record_.height = height;
+    record_.plane[0] = memory_.data() + margin_;
+    record_.stride[0] = stride;
+  }
+  canvas(const canvas& from) : margin_(from.margin_), memory_(from.memory_), record_(from.record_) {
+    record_.plane[0] = memory_.data() + margin_;
+  }
+  canvas& operator=(const canvas&) = delete;
+
+  void paint(content c, random_source& random) {
+    frame_util::paint(data(), record_.width, record_.height, record_.stride[0], 1, c, random);
+  }
+  _tag_uni_image* image() { return &record_; }
+  model::plane plane() { return model::of(record_); }
+  uint8_t* data() { return record_.plane[0]; }
+  uint8_t& at(int y, int x) { return plane().at(y, x); }
+  bool same(const canvas& other) const { return memory_ == other.memory_; }
+
+ private:
+  size_t margin_;
+  std::vector<uint8_t> memory_;
+  _tag_uni_image record_;
+};
+
+inline canvas noisy(int width, int height, uint64_t seed, int stride = 0) {
+  random_source random(seed);
+  return canvas(width, height, stride ? stride : width, random);
+}
+
+inline content any_content(random_source& random) {
+  return static_cast<content>(random.between(0, kContents - 1));
+}
+
+inline canvas painted(int width, int height, int stride, random_source& random) {
+  canvas c(width, height, stride, random);
+  c.paint(any_content(random), random);
+  return c;
+}
 
 // One frame of width * height * 3 / 2 bytes with guard bytes on both sides, `shift` bytes past an
 // aligned address.

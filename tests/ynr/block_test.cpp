@@ -1,8 +1,18 @@
+// The steps of a block one by one, and the tables behind them. Whole blocks are held in
+// tests/frame/stage_test.cpp.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "runtime/reciprocal.h"
+#include "tests/frame/frame_util.h"
 #include "ynr/block_processors.h"
 #include "ynr/block_sums.h"
-
-#include "tests/ynr/model.h"
 #include "ynr/luma_kernels.h"
+
+using frame_util::canvas;
+using frame_util::content;
 
 namespace {
 
@@ -51,59 +61,73 @@ TEST(WeightMap, BoundaryWeights) {
   }
 }
 
+// Sum of the absolute differences of two 4x4 blocks, each cut to 49.
+unsigned distance(const uint8_t* a, const uint8_t* b, int stride) {
+  int sum = 0;
+  for (int k = 0; k < 16; ++k) {
+    const int i = k / 4 * stride + k % 4;
+    sum += std::min(49, std::abs(a[i] - b[i]));
+  }
+  return static_cast<unsigned>(sum);
+}
+
 class BlockSteps : public ::testing::Test {
  protected:
-  BlockSteps() : p(16, 8), map(model::weight_map(45)) { model::paint(&p, model::kTexture, 5); }
-  model::plane p;
-  std::vector<int> map;
-  int acc[17] = {};
+  BlockSteps() : image(24, 16, s, random) {
+    image.paint(content::texture, random);
+    MakeWeightMap(map, 45.0f, 800);
+  }
+  static constexpr int s = 28;  // stride
+  frame_util::random_source random{5};
+  canvas image;
+  uint8_t* cur = image.data() + 4 * s + 4;
+  int map[800], acc[17] = {};
 };
 
 TEST_F(BlockSteps, CentreAndAccumulation) {
-  CumBlockWeight_new(p.at(4, 4), p.stride, acc, 256);
+  CumBlockWeight_new(cur, s, acc, 256);
   EXPECT_EQ(acc[0], 256);
-  for (int k = 0; k < 16; ++k) EXPECT_EQ(acc[1 + k], 256 * *p.at(4 + k % 4, 4 + k / 4));
-  CumBlockWeight(p.at(4, 4), p.stride, acc, 3);
+  for (int k = 0; k < 16; ++k) EXPECT_EQ(acc[1 + k], 256 * cur[k / 4 * s + k % 4]);
+  CumBlockWeight(cur, s, acc, 3);
   EXPECT_EQ(acc[0], 259);
-  EXPECT_EQ(acc[16], 259 * *p.at(7, 7));
+  EXPECT_EQ(acc[16], 259 * cur[3 * s + 3]);
 }
 
 TEST_F(BlockSteps, NeighbourAddsItsOwnPixels) {
-  CumBlockWeight_new(p.at(4, 4), p.stride, acc, 256);
-  const unsigned d = AddBlockSumByNei(p.at(4, 4), p.at(6, 2), p.stride, acc, map.data(), 100);
-  EXPECT_EQ(static_cast<int>(d), model::distance(&p, 4, 4, 2, -2));
-  const int w = map[std::max(1, static_cast<int>((d * 64 + 50) / 100))];
+  uint8_t* other = cur - 2 * s + 2;
+  CumBlockWeight_new(cur, s, acc, 256);
+  const unsigned d = AddBlockSumByNei(cur, other, s, acc, map, 100);
+  EXPECT_EQ(d, distance(cur, other, s));
+  const int w = map[std::max(1u, (d * 64 + 50) / 100)];
   EXPECT_EQ(acc[0], 256 + w);
-  for (int k = 0; k < 16; ++k)
-    EXPECT_EQ(acc[1 + k], 256 * *p.at(4 + k % 4, 4 + k / 4) + w * *p.at(6 + k % 4, 2 + k / 4));
+  for (int k = 0; k < 16; ++k) {
+    const int i = k / 4 * s + k % 4;
+    EXPECT_EQ(acc[1 + k], 256 * cur[i] + w * other[i]);
+  }
 }
 
 TEST_F(BlockSteps, IndexLimits) {
   for (int i = 0; i < 800; ++i) map[i] = i;  // the weight tells the index
   // The same block: distance 0 takes entry 1, entry 0 is the centre's.
-  EXPECT_EQ(AddBlockSumByNei(p.at(4, 4), p.at(4, 4), p.stride, acc, map.data(), 64), 0u);
+  EXPECT_EQ(AddBlockSumByNei(cur, cur, s, acc, map, 64), 0u);
   EXPECT_EQ(acc[0], 1);
-  for (int k = 0; k < 16; ++k) {
-    *p.at(k % 4, k / 4) = 0;
-    *p.at(8 + k % 4, k / 4) = 255;
-  }
+  for (int k = 0; k < 16; ++k) cur[k / 4 * s + k % 4] = 0, cur[8 + k / 4 * s + k % 4] = 255;
   const struct {
     int m, index;
   } cases[] = {{64, 784}, {16, 799}, {63, 796}, {255, 197}, {0, 1}, {1, 799}};
   for (const auto& c : cases) {
     acc[0] = 0;
-    EXPECT_EQ(AddBlockSumByNei(p.at(0, 0), p.at(8, 0), p.stride, acc, map.data(), c.m), 784u);
+    EXPECT_EQ(AddBlockSumByNei(cur, cur + 8, s, acc, map, c.m), 784u);
     EXPECT_EQ(acc[0], c.index) << c.m;
   }
 }
 
 TEST_F(BlockSteps, GuidedTakesDistanceAndPixelsApart) {
-  model::plane guide(16, 8);
-  model::paint(&guide, model::kNoise, 9);
-  const unsigned d = AddBlockSumByNei_Guided(p.at(5, 3), p.stride, guide.at(4, 4), guide.at(5, 3),
-                                             999, acc, map.data(), 64);
-  EXPECT_EQ(static_cast<int>(d), model::distance(&guide, 4, 4, 1, -1));
-  EXPECT_EQ(acc[2], map[std::max(1u, d)] * *p.at(6, 3));
+  canvas guide = frame_util::painted(24, 16, s, random);
+  uint8_t* g = guide.data() + 4 * s + 4;
+  const unsigned d = AddBlockSumByNei_Guided(cur, s, g, g - s + 1, 999, acc, map, 64);
+  EXPECT_EQ(d, distance(g, g - s + 1, s));
+  EXPECT_EQ(acc[2], map[std::max(1u, d)] * cur[1]);
 }
 
 TEST_F(BlockSteps, Normalisation) {
@@ -123,82 +147,45 @@ TEST_F(BlockSteps, Normalisation) {
 
 TEST_F(BlockSteps, PairCentreSetsAllWords) {
   int left[17], right[17];
-  std::fill_n(left, 17, 12345);
-  std::fill_n(right, 17, 12345);
-  CumBlockWeight2_256neon(p.at(0, 0), p.stride, left, right, 256);
+  CumBlockWeight2_256neon(cur, s, left, right, 256);
   EXPECT_EQ(left[0], 256);
   EXPECT_EQ(right[0], 256);
   for (int k = 0; k < 16; ++k) {
-    EXPECT_EQ(left[1 + k], 256 * *p.at(k % 4, k / 4));
-    EXPECT_EQ(right[1 + k], 256 * *p.at(4 + k % 4, k / 4));
+    EXPECT_EQ(left[1 + k], 256 * cur[k / 4 * s + k % 4]);
+    EXPECT_EQ(right[1 + k], 256 * cur[4 + k / 4 * s + k % 4]);
   }
-  *p.at(0, 0) = 255;
-  CumBlockWeight2_256neon(p.at(0, 0), p.stride, left, right, 300);  // wraps at 16 bits
+  cur[0] = 255;
+  CumBlockWeight2_256neon(cur, s, left, right, 300);  // wraps at 16 bits
   EXPECT_EQ(left[1], 255 * 300 - 65536);
 }
 
-// Every block processor on many blocks, against the formulas.
-TEST(ProcessBlocks, MatchTheFormulas) {
-  std::mt19937 random(77);
-  for (int trial = 0; trial < 400; ++trial) {
-    model::plane p(8, 4, 8, trial % 5);
-    model::paint(&p, static_cast<model::fill>(trial % model::kFills), random());
-    std::vector<int> map =
-        model::weight_map(trial % 7 == 0 ? 0 : 1 + static_cast<int>(random() % 400));
-    const int m_left = 1 + static_cast<int>(random() % 255);
-    const int m_right = 1 + static_cast<int>(random() % 255);
-    unsigned char* cur = p.at(0, 0);
-    const int s = p.stride;
-    int a[17], b[17];
-    unsigned char out[32], pair[3][32];
-    for (int rings = 1; rings <= 3; ++rings) {
-      SCOPED_TRACE(testing::Message() << "trial " << trial << " rings " << rings);
-      unsigned last = 0;
-      if (rings == 1) {
-        last = ProcessBlock4x4_3x3(cur, cur - s, cur + s, s, out, 4, map.data(), a, m_left);
-        ProcessBlock4x4_3x3_neon(cur, cur - s, cur + s, s, pair[0], 8, map.data(), a, b, m_left,
-                                 m_right);
-      } else if (rings == 2) {
-        last = ProcessBlock4x4_5x5(cur, cur - s, cur + s, cur - 2 * s, cur + 2 * s, s, out, 4,
-                                   map.data(), a, m_left);
-        ProcessBlock4x4_5x5_neon(cur, cur - s, cur + s, cur - 2 * s, cur + 2 * s, s, pair[1], 8,
-                                 map.data(), a, b, m_left, m_right);
-      } else {
-        last = ProcessBlock4x4_7x7(cur, cur - s, cur + s, cur - 2 * s, cur + 2 * s, cur - 3 * s,
-                                   cur + 3 * s, s, out, 4, map.data(), a, m_left);
-        ProcessBlock4x4_7x7_neon(cur, cur - s, cur + s, cur - 2 * s, cur + 2 * s, cur - 3 * s,
-                                 cur + 3 * s, s, pair[2], 8, map.data(), a, b, m_left, m_right);
-      }
-      EXPECT_EQ(static_cast<int>(last), model::distance(&p, 0, 0, rings, rings));
-      const model::sums left = model::block_sums(&p, 0, 0, rings, map.data(), m_left);
-      const model::sums right = model::block_sums(&p, 4, 0, rings, map.data(), m_right);
-      for (int k = 0; k < 16; ++k) {
-        ASSERT_EQ(out[k], model::scalar_pixel(left, k)) << k;
-        const unsigned char* row = pair[rings - 1] + 8 * (k / 4);
-        ASSERT_EQ(row[k % 4], model::vector_pixel(left, k)) << k;
-        ASSERT_EQ(row[4 + k % 4], model::vector_pixel(right, k)) << k;
-        ASSERT_LE(std::abs(row[k % 4] - model::scalar_pixel(left, k)), 1);
-      }
-      EXPECT_EQ(a[0], static_cast<int>(left.total));
-      EXPECT_EQ(b[16], static_cast<int>(right.pixel[15]));
-    }
-    // The two step-wise pair members add up to the 3x3 processor, or one ring each.
-    int la[17], ra[17], lb[17], rb[17];
-    CumBlockWeight2_256neon(cur, s, la, ra, 256);
-    CumBlockWeight2_256neon(cur, s, lb, rb, 256);
-    AddBlockSumByNei_5x5neon(cur, cur - 1, cur + 1, cur - s - 1, cur - s, cur - s + 1, cur + s - 1,
-                             cur + s, cur + s + 1, s, map.data(), lb, rb, m_left, m_right);
-    unsigned char step[32], alone[32];
-    AddBlockSumByNei_neon(cur, cur - 1, cur + 1, cur - s - 1, cur - s, cur - s + 1, cur + s - 1,
-                          cur + s, cur + s + 1, s, map.data(), m_left, m_right, step, 8, la, ra);
-    EXPECT_TRUE(std::equal(step, step + 32, pair[0]));
-    EXPECT_TRUE(std::equal(la, la + 17, lb) && std::equal(ra, ra + 17, rb));
-    GetBlockResult_2neon(alone, 8, lb, rb);
-    EXPECT_TRUE(std::equal(alone, alone + 32, pair[0]));
-    AddBlockSumByNei_7x7neon(cur, cur - 2, cur + 2, cur - 2 * s - 2, cur - 2 * s, cur - 2 * s + 2,
-                             cur + 2 * s - 2, cur + 2 * s, cur + 2 * s + 2, s, map.data(), lb, rb,
-                             m_left, m_right);
-    EXPECT_EQ(rb[0], static_cast<int>(model::block_sums(&p, 4, 0, 2, map.data(), m_right).total));
+// A processor is its steps in turn, ring by ring, and returns the last displaced block's distance.
+TEST_F(BlockSteps, ProcessorsTakeTheStepsInTurn) {
+  int steps[17], last = 0;
+  uint8_t out[16], want[16];
+  CumBlockWeight_new(cur, s, steps, 256);
+  for (int d = 1; d <= 3; ++d) {
+    for (int dy : {0, -d, d})
+      for (int dx : {-d, 0, d})
+        if (dx || dy)
+          last = static_cast<int>(AddBlockSumByNei(cur, cur + dy * s + dx, s, steps, map, 90));
+    GetBlockResult(want, 4, steps);
+    uint8_t *up1 = cur - s, *up2 = up1 - s, *up3 = up2 - s;
+    uint8_t *down1 = cur + s, *down2 = down1 + s, *down3 = down2 + s;
+    const unsigned result =
+        d == 1 ? ProcessBlock4x4_3x3(cur, up1, down1, s, out, 4, map, acc, 90)
+        : d == 2
+            ? ProcessBlock4x4_5x5(cur, up1, down1, up2, down2, s, out, 4, map, acc, 90)
+            : ProcessBlock4x4_7x7(cur, up1, down1, up2, down2, up3, down3, s, out, 4, map, acc, 90);
+    EXPECT_EQ(static_cast<int>(result), last);
+    EXPECT_TRUE(std::equal(steps, steps + 17, acc));
+    EXPECT_TRUE(std::equal(want, want + 16, out));
+    if (d > 1) continue;
+    uint8_t pair[32];
+    int right[17];
+    std::fill_n(acc, 17, -1);
+    ProcessBlock4x4_3x3_neon(cur, up1, down1, s, pair, 8, map, acc, right, 90, 91);
+    EXPECT_TRUE(std::equal(steps, steps + 17, acc)) << "left of the pair";
   }
 }
 
@@ -207,17 +194,16 @@ TEST(ProcessBlocks, MatchTheFormulas) {
 TEST(ProcessBlocks, ExactHalvesMayDiffer) {
   int differing = 0;
   for (unsigned total = 256; total <= 6376; total += 2) {
-    model::sums s;
-    s.total = total;
-    s.pixel[0] = total * 100 + total / 2;
     int acc[17];
     acc[0] = static_cast<int>(total);
-    std::fill_n(acc + 1, 16, static_cast<int>(s.pixel[0]));
+    std::fill_n(acc + 1, 16, static_cast<int>(total * 100 + total / 2));
     unsigned char one[16], two[32];
     GetBlockResult(one, 4, acc);
     GetBlockResult_2neon(two, 8, acc, acc);
     EXPECT_EQ(one[0], 101);
-    EXPECT_EQ(two[7], model::vector_pixel(s, 0));
+    const float product =
+        static_cast<float>(acc[1]) * vorn::refined_reciprocal(static_cast<float>(total));
+    EXPECT_EQ(two[7], static_cast<int>(0.5f + product));
     differing += one[0] != two[7];
   }
   EXPECT_GT(differing, 0);
@@ -253,22 +239,17 @@ TEST(RunTables, ExactReciprocalsGiveTheScalarRule) {
 }
 
 TEST(ProcessBlocks, SevenOneIsFiveByFive) {
-  model::plane p(8, 4);
-  model::paint(&p, model::kTexture, 3);
-  std::vector<int> map = model::weight_map(45);
-  unsigned char* cur = p.at(0, 0);
-  const int s = p.stride;
-  int acc[17];
+  frame_util::random_source random(3);
+  canvas image = frame_util::painted(8, 4, 24, random);
+  uint8_t* cur = image.data();
+  const int s = 24;
+  int map[800], acc[17];
+  MakeWeightMap(map, 45.0f, 800);
   unsigned char five[16], seven_one[16];
-  ProcessBlock4x4_5x5(cur, cur - s, cur + s, cur - 2 * s, cur + 2 * s, s, five, 4, map.data(), acc,
-                      90);
+  ProcessBlock4x4_5x5(cur, cur - s, cur + s, cur - 2 * s, cur + 2 * s, s, five, 4, map, acc, 90);
   ProcessBlock4x4_7x7_1(cur, cur - s, cur + s, cur - 2 * s, cur + 2 * s, nullptr, nullptr, s,
-                        seven_one, 4, map.data(), acc, 90);
+                        seven_one, 4, map, acc, 90);
   EXPECT_TRUE(std::equal(five, five + 16, seven_one));
-  unsigned char guided[16];
-  ProcessBlock4x4_5x5_Guided(cur, cur - s, cur + s, cur - 2 * s, cur + 2 * s, s, cur, cur - s,
-                             cur + s, cur - 2 * s, cur + 2 * s, 1, guided, 4, map.data(), acc, 90);
-  EXPECT_TRUE(std::equal(five, five + 16, guided)) << "guided by itself";
 }
 
 }  // namespace
