@@ -29,6 +29,7 @@ void check_frame(const frame& f) {
   stream_info info;
   const frame f = decode_jpeg(bytes, size, "f", &info);
   check_frame(f);
+  check_frame(upright(f, info.orientation));
   encode_jpeg(f, 90, info);
 }
 
