@@ -39,6 +39,12 @@ double cpu() {
   return static_cast<double>(t.tv_sec) + 1e-9 * static_cast<double>(t.tv_nsec);
 }
 
+double median(std::vector<double> values) {
+  const auto middle = values.begin() + static_cast<ptrdiff_t>(values.size() / 2);
+  std::nth_element(values.begin(), middle, values.end());
+  return *middle;
+}
+
 }  // namespace
 
 const std::vector<kernel_form>& chosen_forms() {
@@ -68,8 +74,7 @@ double copy_seconds(size_t bytes) {
     }
     times.push_back((cpu() - start) / rounds);
   }
-  std::nth_element(times.begin(), times.begin() + 3, times.end());
-  return times[3];
+  return median(times);
 }
 
 void measure(benchmark::State& state, double pixels, size_t bytes,
@@ -77,23 +82,23 @@ void measure(benchmark::State& state, double pixels, size_t bytes,
   // Once for nothing: the first touch of fresh memory costs more than a frame.
   if (prepare) prepare();
   body();
-  double copy = copy_seconds(bytes), seconds = 0, busy = 0, iterations = 0;
+  double copy = copy_seconds(bytes);
+  std::vector<double> elapsed, busy;
   for (auto _ : state) {
     if (prepare) prepare();
     const double cpu_start = cpu(), start = wall();
     body();
-    const double elapsed = wall() - start;
-    busy += cpu() - cpu_start;
-    seconds += elapsed;
-    ++iterations;
-    state.SetIterationTime(elapsed);
+    elapsed.push_back(wall() - start);
+    busy.push_back(cpu() - cpu_start);
+    state.SetIterationTime(elapsed.back());
   }
   copy = (copy + copy_seconds(bytes)) / 2;
-  seconds /= iterations;
+  // Medians: a mean has the disturbances of a shared machine in it.
+  const double seconds = median(elapsed);
   state.counters["ns/px"] = seconds * 1e9 / pixels;
   state.counters["MP/s"] = pixels / seconds / 1e6;
-  state.counters["cpu_ms/MP"] = busy / iterations * 1e3 / (pixels / 1e6);
-  state.counters["copies"] = busy / iterations / copy;
+  state.counters["cpu_ms/MP"] = median(busy) * 1e3 / (pixels / 1e6);
+  state.counters["copies"] = median(busy) / copy;
 }
 
 void for_each_form(const std::string& name, double seconds,
