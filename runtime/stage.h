@@ -81,7 +81,8 @@ class row_queue {
   int chunk_;
 };
 
-// Calls work() in kSlices jobs, one per worker, which share a row_queue. Returns as run_jobs does.
+// Calls work() in kSlices jobs, which draw from one row_queue of the caller. Returns as run_jobs
+// does.
 template <typename Work>
 int run_shared(pool* workers, const Work& work) {
   struct shared_job {
@@ -118,7 +119,7 @@ int run_rows(pool* workers, int end, int multiple, int row_bytes, const Rows& ro
   });
 }
 
-// memcpy on the pool. Copies all of it in any case: what no worker took, the calling thread does.
+// memcpy on the pool; all over again on the calling thread when a job could not be queued.
 void copy_bytes(pool* workers, void* to, const void* from, size_t bytes);
 
 }  // namespace vorn

@@ -7,6 +7,8 @@
 //   look_up    distance and mask value to weight, and their total       distance -> weight, total
 //   blend      weighted sums, times the block's reciprocal, to pixels   tile, weight -> 64 x 4
 //
+// AVX2 and AVX-512 have filters of their own, which do not write the distances down.
+//
 // Shape:   the tile holds the run's 64 x 4 pixels and 3 more rows above and below, a row every
 //          kTilePitch bytes, with at least 16 readable bytes left and right of the 64.
 // Rounds:  distances, weights and sums are whole numbers; a pixel is truncate(0.5 + sum * r), the
