@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "api/handle.h"
-#include "api/log.h"
+#include "base/handle.h"
+#include "base/log.h"
 #include "api/tuning.h"
 #include "cnr/cnr_driver.h"
 #include "cnr/cnr_handle.h"

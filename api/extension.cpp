@@ -1,5 +1,5 @@
 // Optional calls: a thin layer over the same entry points and drivers.
-#include "api/vorn_ycnr_ext.h"
+#include "vorn_ycnr_ext.h"
 
 #include <climits>
 #include <cstddef>
@@ -7,9 +7,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "api/handle.h"
-#include "api/log.h"
-#include "runtime/kernels.h"
+#include "base/handle.h"
+#include "base/log.h"
+#include "runtime/kernel_form.h"
 #include "runtime/pool.h"
 #include "ynr/ynr_handle.h"
 

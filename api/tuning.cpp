@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <iterator>
 
-#include "api/dump.h"
-#include "api/log.h"
+#include "base/dump.h"
+#include "base/log.h"
 
 int get_param_gain_info(denoise_handle_t* handle, Denoise_Parameters_t* params) {
   char timestamp[256] = {};

@@ -1,7 +1,7 @@
 // Copies the caller's tuning of one frame into the handle, and dumps it when asked to.
 #pragma once
 
-#include "api/handle.h"
+#include "base/handle.h"
 
 // Writes the tuning dumps that are switched on, then fills handle->ynr_param and
 // handle->cnr_param. No value is clamped; the chroma step is doubled on the way.

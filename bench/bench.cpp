@@ -8,7 +8,7 @@
 #include <cstring>
 #include <memory>
 
-#include "api/log.h"
+#include "base/log.h"
 #include "bench/measure.h"
 #include "bench/stages.h"
 #include "bench/workload.h"

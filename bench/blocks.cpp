@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "runtime/kernels.h"
+#include "runtime/kernel_form.h"
 #include "ynr/block_processors.h"
 #include "ynr/block_rules.h"
 #include "ynr/block_sums.h"

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "bench/stages.h"
-#include "runtime/kernels.h"
+#include "runtime/kernel_form.h"
 
 namespace {
 

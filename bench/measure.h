@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "runtime/kernels.h"
+#include "runtime/kernel_form.h"
 
 namespace bench {
 

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "api/log.h"
+#include "base/log.h"
 #include "runtime/pool.h"
 
 namespace bench {

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "api/handle.h"
-#include "api/vorn_ycnr.h"
+#include "base/handle.h"
+#include "vorn_ycnr.h"
 #include "cnr/cnr_handle.h"
 #include "ynr/ynr_handle.h"
 

@@ -10,9 +10,9 @@ install(TARGETS vornynr2cnr4 EXPORT vornycnr
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
 
-install(FILES api/vorn_ycnr.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
-if(EXISTS ${PROJECT_SOURCE_DIR}/api/vorn_ycnr_ext.h)
-  install(FILES api/vorn_ycnr_ext.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+install(FILES include/vorn_ycnr.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+if(EXISTS ${PROJECT_SOURCE_DIR}/include/vorn_ycnr_ext.h)
+  install(FILES include/vorn_ycnr_ext.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 endif()
 
 install(EXPORT vornycnr NAMESPACE vornycnr:: FILE vornycnr-targets.cmake
@@ -33,6 +33,6 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vornycnr.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
 # The tuning that the tool, the plugin and the Python module take when they are given none.
-if(EXISTS ${PROJECT_SOURCE_DIR}/tools/default_tuning.json)
-  install(FILES tools/default_tuning.json DESTINATION ${VORN_DATA_DIR} COMPONENT runtime)
+if(EXISTS ${PROJECT_SOURCE_DIR}/tools/tuning/default_tuning.json)
+  install(FILES tools/tuning/default_tuning.json DESTINATION ${VORN_DATA_DIR} COMPONENT runtime)
 endif()

@@ -1,14 +1,14 @@
 #include "cnr/cnr_driver.h"
 
-#include "api/dump.h"
-#include "api/log.h"
+#include "base/dump.h"
+#include "base/log.h"
 #include "cnr/hor_ver.h"
 #include "cnr/hor_ver_mask.h"
 #include "cnr/uv_split.h"
 #include "pyramid/detail.h"
 #include "pyramid/down2.h"
 #include "pyramid/down_yuv.h"
-#include "pyramid/pyramid_kernels.h"
+#include "pyramid/kernels/pyramid_kernels.h"
 #include "pyramid/up2.h"
 #include "pyramid/up_chroma.h"
 

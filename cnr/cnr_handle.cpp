@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "api/log.h"
+#include "base/log.h"
 #include "cnr/cnr_driver.h"
 #include "runtime/arithmetic.h"
 

@@ -1,7 +1,7 @@
 // What the chroma denoiser owns for one frame size, and the record its stages read per call.
 #pragma once
 
-#include "api/handle.h"
+#include "base/handle.h"
 
 // Fourteen planes at two chroma levels, views into one scratch block that starts at
 // images[0].plane[0]. Even records are level 0, (width >> 1) x (height >> 1); odd records are

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "api/noise.h"
+#include "base/noise.h"
 
 namespace vorn {
 

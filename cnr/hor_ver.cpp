@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include "cnr/chroma_kernels.h"
-#include "cnr/chroma_rule.h"
+#include "cnr/kernels/chroma_kernels.h"
+#include "cnr/kernels/chroma_rule.h"
 #include "runtime/stage.h"
 
 namespace {

@@ -1,6 +1,6 @@
 #include "cnr/hor_ver_mask.h"
 
-#include "cnr/chroma_rule.h"
+#include "cnr/kernels/chroma_rule.h"
 #include "runtime/stage.h"
 
 namespace {

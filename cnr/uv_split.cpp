@@ -1,7 +1,7 @@
 #include "cnr/uv_split.h"
 
-#include "cnr/chroma_kernels.h"
-#include "pyramid/pyramid_kernels.h"
+#include "cnr/kernels/chroma_kernels.h"
+#include "pyramid/kernels/pyramid_kernels.h"
 #include "runtime/arithmetic.h"
 #include "runtime/stage.h"
 

@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "api/log.h"
-#include "pyramid/pyramid_kernels.h"
+#include "base/log.h"
+#include "pyramid/kernels/pyramid_kernels.h"
 #include "runtime/stage.h"
 
 namespace {

@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-#include "pyramid/pyramid_kernels.h"
+#include "pyramid/kernels/pyramid_kernels.h"
 
 namespace {
 

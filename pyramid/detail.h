@@ -6,7 +6,7 @@
 //          (Detail.ReflectsNegativeSums).
 #pragma once
 
-#include "api/vorn_ycnr.h"
+#include "vorn_ycnr.h"
 
 // out = min(|a - b + 128|, 255) per pixel.
 VORN_API void ImgSubImg_add128_u8(_tag_uni_image* a, _tag_uni_image* b, _tag_uni_image* out);

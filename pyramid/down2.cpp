@@ -2,8 +2,8 @@
 
 #include <cstddef>
 
-#include "api/log.h"
-#include "pyramid/pyramid_kernels.h"
+#include "base/log.h"
+#include "pyramid/kernels/pyramid_kernels.h"
 #include "runtime/stage.h"
 
 namespace vorn {

@@ -5,7 +5,7 @@
 #include <cstdint>
 
 #include "pyramid/down2.h"
-#include "pyramid/pyramid_kernels.h"
+#include "pyramid/kernels/pyramid_kernels.h"
 #include "runtime/stage.h"
 
 int gaussin3x3_down_yuv_pro(unsigned char* src, int w, int h, unsigned char* dst, int dw,

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstring>
 
-#include "pyramid/pyramid_kernels.h"
+#include "pyramid/kernels/pyramid_kernels.h"
 #include "runtime/stage.h"
 
 namespace vorn {

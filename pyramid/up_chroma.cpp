@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "pyramid/pyramid_kernels.h"
+#include "pyramid/kernels/pyramid_kernels.h"
 #include "pyramid/up2.h"
 #include "runtime/stage.h"
 

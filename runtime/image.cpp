@@ -5,7 +5,7 @@
 #include <cstring>
 #include <new>
 
-#include "api/log.h"
+#include "base/log.h"
 #include "runtime/arithmetic.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // The image record: creation, wrapping, copy and release. See _tag_uni_image in vorn_ycnr.h.
 #pragma once
 
-#include "api/vorn_ycnr.h"
+#include "vorn_ycnr.h"
 
 // Allocates zeroed planes for a width x height image of a layout and describes them in img.
 // Returns 0, -1 when img is null, -2 for an unknown type (type and size are stored all the same).

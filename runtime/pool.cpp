@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "api/log.h"
+#include "base/log.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 
 #include <pthread.h>
 
-#include "api/vorn_ycnr.h"
+#include "vorn_ycnr.h"
 
 struct pool;
 

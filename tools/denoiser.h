@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "tools/frame.h"
-#include "tools/tuning_set.h"
+#include "tools/picture/frame.h"
+#include "tools/tuning/tuning_set.h"
 #include "vorn_ycnr.h"
 
 namespace vorn::tool {

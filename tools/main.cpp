@@ -3,7 +3,7 @@
 #include <cstring>
 #include <new>
 
-#include "tools/commands.h"
+#include "tools/commands/commands.h"
 #include "tools/denoiser.h"
 #include "tools/error.h"
 

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string>
 
-#include "tools/commands.h"
+#include "tools/commands/commands.h"
 
 namespace vorn::tool {
 namespace {

@@ -18,7 +18,7 @@
 // Errors:  none are checked. Mask values of pairs are not 0.
 #pragma once
 
-#include "api/vorn_ycnr.h"
+#include "vorn_ycnr.h"
 
 // One block. The result is the last displaced block's distance.
 VORN_API unsigned ProcessBlock4x4_3x3(unsigned char* cur, unsigned char* up1, unsigned char* down1,

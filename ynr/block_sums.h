@@ -9,7 +9,7 @@
 // Errors:  none are checked; products and sums wrap as 32-bit numbers.
 #pragma once
 
-#include "api/vorn_ycnr.h"
+#include "vorn_ycnr.h"
 
 // map[0] = 256, map[d] = 255 exp(-d^2 / s) rounded half up, at most 255, with s the whole part of
 // sigma^2 (saturated at 2^31 - 1). A sigma below 1 gives all other entries 0.

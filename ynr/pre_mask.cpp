@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "api/log.h"
+#include "base/log.h"
 #include "runtime/arithmetic.h"
 #include "runtime/stage.h"
 

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstring>
 
-#include "api/log.h"
+#include "base/log.h"
 #include "runtime/arithmetic.h"
 #include "runtime/image.h"
 #include "runtime/reciprocal.h"
@@ -12,7 +12,7 @@
 #include "ynr/block_processors.h"
 #include "ynr/block_rules.h"
 #include "ynr/block_sums.h"
-#include "ynr/luma_kernels.h"
+#include "ynr/kernels/luma_kernels.h"
 
 namespace {
 

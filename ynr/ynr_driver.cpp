@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "api/dump.h"
-#include "api/log.h"
+#include "base/dump.h"
+#include "base/log.h"
 #include "pyramid/detail.h"
 #include "pyramid/down2.h"
 #include "pyramid/up2.h"

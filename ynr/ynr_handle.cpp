@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "api/log.h"
+#include "base/log.h"
 #include "ynr/ynr_driver.h"
 
 namespace {

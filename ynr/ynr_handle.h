@@ -6,7 +6,7 @@
 // Threads: creation and release belong to the caller of the library; a frame uses the handle alone.
 #pragma once
 
-#include "api/handle.h"
+#include "base/handle.h"
 
 namespace vorn {
 constexpr int kLevels = 5;  // pyramid levels, 0 is full resolution

@@ -2,7 +2,7 @@
 // target. Fields of our own stand behind the stated ones.
 #include <cstddef>
 
-#include "api/handle.h"
+#include "base/handle.h"
 #include "cnr/cnr_handle.h"
 #include "runtime/pool.h"
 #include "ynr/ynr_handle.h"

@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "api/handle.h"
-#include "api/log.h"
+#include "base/handle.h"
+#include "base/log.h"
 #include "api/tuning.h"
-#include "api/vorn_ycnr.h"
+#include "vorn_ycnr.h"
 #include "runtime/pool.h"
 #include "tests/support/frames.h"
 #include "tests/support/host.h"

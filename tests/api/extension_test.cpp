@@ -1,4 +1,4 @@
-#include "api/vorn_ycnr_ext.h"
+#include "vorn_ycnr_ext.h"
 
 #include <gtest/gtest.h>
 
@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "api/handle.h"
-#include "api/log.h"
-#include "runtime/kernels.h"
+#include "base/handle.h"
+#include "base/log.h"
+#include "runtime/kernel_form.h"
 #include "runtime/pool.h"
 #include "tests/support/frames.h"
 #include "tests/support/host.h"

@@ -2,7 +2,7 @@
 
 #include <climits>
 
-#include "api/log.h"
+#include "base/log.h"
 #include "tests/cnr/level.h"
 
 namespace {

@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "api/log.h"
+#include "base/log.h"
 #include "runtime/pool.h"
 
 namespace {

@@ -3,7 +3,7 @@
 #include <climits>
 #include <limits>
 
-#include "cnr/chroma_kernels.h"
+#include "cnr/kernels/chroma_kernels.h"
 #include "tests/cnr/level.h"
 
 namespace {

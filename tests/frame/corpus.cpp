@@ -20,9 +20,9 @@
 #include <string>
 #include <vector>
 
-#include "api/handle.h"
+#include "base/handle.h"
 #include "cnr/cnr_handle.h"
-#include "runtime/kernels.h"
+#include "runtime/kernel_form.h"
 #include "runtime/pool.h"
 #include "tests/frame/frame_util.h"
 #include "tests/model/model.h"

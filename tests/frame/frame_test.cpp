@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <memory>
 
-#include "runtime/kernels.h"
+#include "runtime/kernel_form.h"
 #include "tests/frame/frame_util.h"
 #include "tests/model/model.h"
 

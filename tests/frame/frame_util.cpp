@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "api/log.h"
+#include "base/log.h"
 
 namespace frame_util {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "api/vorn_ycnr.h"
+#include "vorn_ycnr.h"
 #include "tests/model/model.h"
 
 namespace frame_util {

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <string>
 
-#include "api/noise.h"
+#include "base/noise.h"
 #include "cnr/cnr_driver.h"
 #include "cnr/hor_ver.h"
 #include "cnr/hor_ver_mask.h"
@@ -20,7 +20,7 @@
 #include "pyramid/up2.h"
 #include "pyramid/up_chroma.h"
 #include "runtime/image.h"
-#include "runtime/kernels.h"
+#include "runtime/kernel_form.h"
 #include "runtime/reciprocal.h"
 #include "tests/frame/frame_util.h"
 #include "tests/model/model.h"

@@ -9,8 +9,8 @@
 #include <memory>
 #include <vector>
 
-#include "api/log.h"
-#include "api/vorn_ycnr.h"
+#include "base/log.h"
+#include "vorn_ycnr.h"
 
 namespace {
 

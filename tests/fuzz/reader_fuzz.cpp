@@ -5,8 +5,8 @@
 #include <string>
 
 #include "tools/error.h"
-#include "tools/picture_io.h"
-#include "tools/tuning_set.h"
+#include "tools/picture/picture_io.h"
+#include "tools/tuning/tuning_set.h"
 
 namespace vorn::tool {
 namespace {

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "runtime/kernels.h"
+#include "runtime/kernel_form.h"
 
 namespace kernel_check {
 

@@ -1,8 +1,8 @@
 // The chroma filters' leaf kernels.
 #include <algorithm>
 
-#include "cnr/chroma_kernels.h"
-#include "cnr/chroma_rule.h"
+#include "cnr/kernels/chroma_kernels.h"
+#include "cnr/kernels/chroma_rule.h"
 #include "tests/kernels/kernel_check.h"
 
 namespace kernel_check {

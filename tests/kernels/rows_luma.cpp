@@ -5,7 +5,7 @@
 #include "tests/kernels/kernel_check.h"
 #include "ynr/block_processors.h"
 #include "ynr/block_sums.h"
-#include "ynr/luma_kernels.h"
+#include "ynr/kernels/luma_kernels.h"
 
 namespace kernel_check {
 

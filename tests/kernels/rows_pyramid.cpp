@@ -1,5 +1,5 @@
 // The pyramid's row functions.
-#include "pyramid/pyramid_kernels.h"
+#include "pyramid/kernels/pyramid_kernels.h"
 #include "tests/kernels/kernel_check.h"
 
 namespace kernel_check {

@@ -61,7 +61,7 @@ fi
 check "undefined names outside libc, libm, liblog" "" "$(nm -D --undefined-only "$library" |
   awk '{ print $2 }' | grep -E '@(CXXABI|GLIBCXX|GCC_)|^_Z|^__cxa_(throw|guard|begin)' || true)"
 
-aarch64-linux-gnu-gcc -O2 -I"$source/api" "$here/consumer/denoise.c" -L"$scratch/build" -L"$scratch" \
+aarch64-linux-gnu-gcc -O2 -I"$source/include" "$here/consumer/denoise.c" -L"$scratch/build" -L"$scratch" \
   -lvornynr2cnr4 -Wl,-rpath-link,"$scratch" -o "$scratch/denoise"
 run() { # CPU OPTION...
   qemu-aarch64 -cpu "$1" -L /usr/aarch64-linux-gnu -E LD_LIBRARY_PATH="$scratch:$scratch/build" "${@:2}" "$scratch/denoise"

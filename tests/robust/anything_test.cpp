@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "api/log.h"
+#include "base/log.h"
 #include "tests/support/frames.h"
 #include "tests/support/guarded.h"
 #include "tests/support/host.h"

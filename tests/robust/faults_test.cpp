@@ -5,8 +5,8 @@
 #include <memory>
 #include <string>
 
-#include "api/handle.h"
-#include "api/vorn_ycnr_ext.h"
+#include "base/handle.h"
+#include "vorn_ycnr_ext.h"
 #include "runtime/image.h"
 #include "tests/robust/faults.h"
 #include "tests/support/frames.h"

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <string>
 
-#include "api/vorn_ycnr.h"
+#include "vorn_ycnr.h"
 #include "tests/support/frames.h"
 #include "tests/support/host.h"
 

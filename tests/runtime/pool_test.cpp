@@ -7,7 +7,7 @@
 #include <atomic>
 #include <vector>
 
-#include "api/log.h"
+#include "base/log.h"
 #include "runtime/stage.h"
 #include "tests/support/host.h"
 

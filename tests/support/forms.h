@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "runtime/kernels.h"
+#include "runtime/kernel_form.h"
 
 namespace vorn_test {
 

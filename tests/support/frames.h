@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "api/vorn_ycnr.h"
+#include "vorn_ycnr.h"
 
 namespace vorn_test {
 

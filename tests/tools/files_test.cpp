@@ -6,8 +6,8 @@
 #include <cstdlib>
 
 #include "tools/error.h"
-#include "tools/output_file.h"
-#include "tools/picture_io.h"
+#include "tools/picture/output_file.h"
+#include "tools/picture/picture_io.h"
 
 namespace vorn::tool {
 namespace {

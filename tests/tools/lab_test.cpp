@@ -5,10 +5,10 @@
 #include <cmath>
 #include <random>
 
-#include "tools/chart.h"
-#include "tools/metrics.h"
-#include "tools/noise_meter.h"
-#include "tools/noise_model.h"
+#include "tools/lab/chart.h"
+#include "tools/lab/metrics.h"
+#include "tools/lab/noise_meter.h"
+#include "tools/lab/noise_model.h"
 
 namespace vorn::tool {
 namespace {

@@ -1,4 +1,4 @@
-#include "tools/replay.h"
+#include "tools/lab/replay.h"
 
 #include <gtest/gtest.h>
 

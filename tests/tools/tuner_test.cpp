@@ -1,16 +1,16 @@
 // The search, the sweeps and the report page on small frames, and the default set on the chart.
-#include "tools/tuner.h"
+#include "tools/tuning/tuner.h"
 
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
 
-#include "tools/chart.h"
+#include "tools/lab/chart.h"
 #include "tools/denoiser.h"
 #include "tools/error.h"
-#include "tools/metrics.h"
-#include "tools/noise_model.h"
-#include "tools/report_page.h"
+#include "tools/lab/metrics.h"
+#include "tools/lab/noise_model.h"
+#include "tools/lab/report_page.h"
 
 namespace vorn::tool {
 namespace {

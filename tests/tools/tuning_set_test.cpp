@@ -1,4 +1,4 @@
-#include "tools/tuning_set.h"
+#include "tools/tuning/tuning_set.h"
 
 #include <gtest/gtest.h>
 

@@ -9,7 +9,7 @@
 #include "tests/frame/frame_util.h"
 #include "ynr/block_processors.h"
 #include "ynr/block_sums.h"
-#include "ynr/luma_kernels.h"
+#include "ynr/kernels/luma_kernels.h"
 
 using frame_util::canvas;
 using frame_util::content;

@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "api/log.h"
+#include "base/log.h"
 #include "runtime/pool.h"
 #include "tests/frame/frame_util.h"
 

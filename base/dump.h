@@ -1,0 +1,25 @@
+// Debug dumps: raw frames and tuning texts, switched on by properties that are read per frame.
+#pragma once
+
+#include "vorn_ycnr.h"
+
+// Writes the luma tuning as "<path>_<timestamp>_ynr2_turning_param.txt" when enable_property has
+// the value expected. Returns 0, or non-zero when nothing was written.
+VORN_API int DUMP_ynr_config_file(const char* enable_property, const char* expected,
+                                  const char* path_property, const char* timestamp,
+                                  ycnr_ynr_tuning_param* tuning);
+
+// The same for the chroma tuning: "<path>_<timestamp>_cnr4_turning_param.txt".
+VORN_API int DUMP_cnr_config_file(const char* enable_property, const char* expected,
+                                  const char* path_property, const char* timestamp,
+                                  ycnr_cnr_tuning_param* tuning);
+
+// Writes size bytes from data as "<path><label>_<width>x<height>_<timestamp>.yuv".
+VORN_API int DUMP_IMAGE_CONDITION(const char* enable_property, const char* expected,
+                                  const char* path_property, const char* label,
+                                  const char* timestamp, void* data, int width, int height,
+                                  int size);
+
+// Kept for callers that link them; do nothing.
+VORN_API void DUMP_DATA(char* name, const char* mode, int index, void* data, int size);
+VORN_API void DUMP_DATA_YNR(char* name, const char* mode, int index, void* data, int size);

@@ -1,0 +1,50 @@
+// The top-level handle: what one denoiser owns, and the frame's tuning as the algorithms read it.
+#pragma once
+
+#include "vorn_ycnr.h"
+
+struct pool;
+struct ynr_handle_t;
+struct cnr_handle_t;
+
+// Luma tuning of the current frame. Same values as ycnr_ynr_tuning_param in another order.
+struct _tag_ynr_param_output {
+  int pIntensity[5];
+  int pRadius[5];
+  int layer;
+  int param0;
+  int param1;
+  int param2;
+};
+
+// Chroma tuning of the current frame. Same values as ycnr_cnr_tuning_param in another order.
+struct _tag_cnr_param_output {
+  int range_factor;
+  int smooth_radius;
+  int saturation;
+  int scale;
+  int step;  // twice the tuning's step: distance between taps in pixels
+  int color_edge_u;
+  int color_edge_v;
+  int param0;
+  int param1;
+  int param2;
+};
+
+struct denoise_handle_t {
+  ynr_handle_t* ynr;  // luma scratch, created last
+  cnr_handle_t* cnr;  // chroma scratch
+  char* dump_path;    // 256 bytes, owned; informative only
+  struct pool* pool;  // workers, owned; both algorithms borrow it, so it is created first
+  _tag_ynr_param_output ynr_param;  // rewritten by every process call
+  _tag_cnr_param_output cnr_param;  // rewritten by every process call
+  unsigned char* packed;            // two frames for vorn_ycnr_process_planes, or null
+};
+
+namespace vorn {
+
+// vorn_ycnr_init with a number of workers (1..4) and with the workers bound to cores or not. Same
+// name, so the same log lines.
+denoise_handle_t* vorn_ycnr_init(const ycnr_init_param* params, int workers, int bind_core);
+
+}  // namespace vorn

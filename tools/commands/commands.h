@@ -1,0 +1,51 @@
+// One registration function per subcommand. Each adds its options to the program and leaves its job
+// behind: a function that runs when the command line names it and returns the exit code.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+
+#include "tools/picture/picture_io.h"
+#include "tools/tuning/tuning_set.h"
+
+namespace vorn::tool {
+
+// The job that the parsed command line asks for.
+using job = std::function<int()>;
+
+// All of them, and the program's own options; what main() and the manual page are made from.
+void add_all_commands(CLI::App& program, job& chosen);
+
+void add_denoise(CLI::App& program, job& chosen);
+void add_demo(CLI::App& program, job& chosen);
+void add_noise_command(CLI::App& program, job& chosen);
+void add_tune(CLI::App& program, job& chosen);
+void add_report(CLI::App& program, job& chosen);
+void add_compare(CLI::App& program, job& chosen);
+void add_bench(CLI::App& program, job& chosen);
+void add_info(CLI::App& program, job& chosen);
+void add_replay(CLI::App& program, job& chosen);
+void add_tuning(CLI::App& program, job& chosen);
+
+// Adds --size, --stride and the other options that say how files are read and written.
+void add_picture_options(CLI::App& command, picture_options& options, bool writes);
+
+// "1920x1080" into width and height.
+void parse_size(const std::string& text, picture_options& options);
+
+// --tuning, --gain, --luma-only, --chroma-only and an option for every field.
+struct tuning_options {
+  std::string file;  // empty: the set inside the tool
+  double gain = 0;   // 0: kDefaultGain
+  bool luma_only = false;
+  bool chroma_only = false;
+  std::vector<std::pair<int, int32_t>> overrides;  // field index, value
+
+  // The set that the options name, its entry for the gain, and that entry with the overrides.
+  tuning_set load_set() const;
+  tuning resolve() const;
+};
+constexpr double kDefaultGain = 8;
+void add_tuning_options(CLI::App& command, tuning_options& options);
+
+}  // namespace vorn::tool

@@ -1,0 +1,143 @@
+// vorn-ycnr tuning: looks at tuning sets and converts them to and from the text of the debug dumps.
+#include <cstdio>
+#include <memory>
+
+#include "tools/commands/commands.h"
+#include "tools/error.h"
+#include "tools/picture/output_file.h"
+
+namespace vorn::tool {
+namespace {
+
+struct tuning_args {
+  std::vector<std::string> files;
+  std::string output;
+  std::string into;
+  double gain = 0;
+};
+
+int run_show(const tuning_args& args) {
+  const tuning_set set = args.files.empty() ? default_tuning_set() : read_tuning_set(args.files[0]);
+  if (!set.name.empty()) std::printf("%s\n", set.name.c_str());
+  if (!set.description.empty()) std::printf("%s\n", set.description.c_str());
+  std::vector<const tuning_entry*> entries;
+  if (args.gain > 0) {
+    entries.push_back(&set.nearest(args.gain));
+  } else {
+    for (const tuning_entry& entry : set.entries) entries.push_back(&entry);
+  }
+  std::printf("%-22s", "gain");
+  for (const tuning_entry* entry : entries) std::printf(" %7g", entry->gain);
+  std::printf("\n");
+  for (int i = 0; i < kTuningFields; i++) {
+    const tuning_field& field = tuning_field_at(i);
+    const std::string name = std::string(field.luma ? "luma " : "chroma ") + field.dump_name;
+    std::printf("%-22s", name.c_str());
+    for (const tuning_entry* entry : entries) {
+      std::printf(" %7d", static_cast<int>(get_field(entry->values, i)));
+    }
+    std::printf("\n");
+  }
+  return kExitOk;
+}
+
+int run_check(const tuning_args& args) {
+  for (const std::string& file : args.files) {
+    const tuning_set set = read_tuning_set(file);
+    std::printf("%s: valid, %zu entries, gains %g to %g\n", file.c_str(), set.entries.size(),
+                set.entries.front().gain, set.entries.back().gain);
+  }
+  return kExitOk;
+}
+
+int run_to_dump(const tuning_args& args) {
+  const tuning_set set = args.files.empty() ? default_tuning_set() : read_tuning_set(args.files[0]);
+  const tuning& t = set.nearest(args.gain > 0 ? args.gain : kDefaultGain).values;
+  write_file(args.output + "_ynr2_turning_param.txt", luma_to_dump_text(t));
+  write_file(args.output + "_cnr4_turning_param.txt", chroma_to_dump_text(t));
+  return kExitOk;
+}
+
+int run_from_dump(const tuning_args& args) {
+  tuning t = {};
+  bool have[2] = {};
+  for (const std::string& file : args.files) {
+    const bool luma = parse_dump_text(read_text_file(file), file, t);
+    if (have[luma])
+      throw error(file, std::string("a second ") + (luma ? "luma" : "chroma") + " tuning");
+    have[luma] = true;
+  }
+  if (!have[0] || !have[1]) throw error(args.files[0], "a luma and a chroma tuning are needed");
+  tuning_set set;
+  if (!args.into.empty()) set = read_tuning_set(args.into);
+  auto at = set.entries.begin();
+  while (at != set.entries.end() && at->gain < args.gain) ++at;
+  if (at != set.entries.end() && at->gain == args.gain) {
+    at->values = t;
+  } else {
+    set.entries.insert(at, {args.gain, t});
+  }
+  const std::string output = args.output.empty() ? args.into : args.output;
+  if (output.empty()) throw error("-o", "is needed unless --into names the set to change");
+  write_file(output, tuning_set_to_json(set));
+  return kExitOk;
+}
+
+}  // namespace
+
+void add_tuning(CLI::App& program, job& chosen) {
+  CLI::App* const command = program.add_subcommand("tuning", "Show, check and convert tuning sets");
+  command->require_subcommand(1);
+  command->footer("Example:\n  vorn-ycnr tuning show --gain 16");
+  const auto args = std::make_shared<tuning_args>();
+
+  CLI::App* const show =
+      command->add_subcommand("show", "Print a set as a table, a column per gain");
+  show->add_option("set", args->files, "Tuning set; else the one built in")
+      ->type_name("SET")
+      ->expected(0, 1);
+  show->add_option("-g,--gain", args->gain, "Only the entry nearest to this gain")
+      ->type_name("GAIN");
+  show->footer("Example:\n  vorn-ycnr tuning show --gain 16");
+  show->callback([args, &chosen] { chosen = [args] { return run_show(*args); }; });
+
+  CLI::App* const check =
+      command->add_subcommand("check", "Check that sets are complete and sound");
+  check->add_option("set", args->files, "Tuning sets")->type_name("SET")->required();
+  check->footer("Example:\n  vorn-ycnr tuning check my_sensor.json");
+  check->callback([args, &chosen] { chosen = [args] { return run_check(*args); }; });
+
+  CLI::App* const to = command->add_subcommand("to-dump", "Write one entry as a device dumps it");
+  to->add_option("set", args->files, "Tuning set; else the one built in")
+      ->type_name("SET")
+      ->expected(0, 1);
+  to->add_option("-g,--gain", args->gain, "Gain whose nearest entry to write")->type_name("GAIN");
+  to->add_option("-o,--output", args->output,
+                 "Begin of the names; _ynr2_turning_param.txt and _cnr4_turning_param.txt follow")
+      ->type_name("PREFIX")
+      ->required();
+  to->footer("Example:\n  vorn-ycnr tuning to-dump --gain 8 -o gain8");
+  to->callback([args, &chosen] { chosen = [args] { return run_to_dump(*args); }; });
+
+  CLI::App* const from = command->add_subcommand("from-dump", "Make an entry of a device's dumps");
+  from->add_option("texts", args->files, "The luma and the chroma tuning text")
+      ->type_name("TXT")
+      ->required()
+      ->expected(2);
+  from->add_option("-g,--gain", args->gain, "Gain of the entry")
+      ->type_name("GAIN")
+      ->required()
+      ->check(CLI::Range(1e-3, 1e6).description(""));
+  from->add_option("--into", args->into,
+                   "Set that receives the entry, in the place of one of this gain")
+      ->type_name("SET");
+  from->add_option("-o,--output", args->output, "Set to write; else the one of --into")
+      ->type_name("FILE");
+  from->footer(
+      "Example:\n"
+      "  vorn-ycnr tuning from-dump gain8_ynr2_turning_param.txt gain8_cnr4_turning_param.txt "
+      "--gain 8 -o set.json");
+  from->callback([args, &chosen] { chosen = [args] { return run_from_dump(*args); }; });
+}
+
+}  // namespace vorn::tool
