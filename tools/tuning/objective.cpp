@@ -1,0 +1,82 @@
+#include "tools/tuning/objective.h"
+
+#include <algorithm>
+
+#include "tools/error.h"
+#include "tools/lab/metrics.h"
+
+namespace vorn::tool {
+namespace {
+
+// One dB of PSNR is about this much SSIM where the two trade.
+constexpr double kSsimPerDecibel = 0.02;
+
+}  // namespace
+
+objective objective_of(const std::string& name) {
+  if (name == "psnr") return objective::psnr;
+  if (name == "ssim") return objective::ssim;
+  if (name == "mix") return objective::mix;
+  throw error("--objective", "\"" + name + "\" is none of psnr, ssim, mix");
+}
+
+double lost_texture(const frame& f, const frame& clean) {
+  constexpr int kSide = 8;
+  constexpr double kFaint = 1.5 * 1.5, kStrong = 16.0 * 16.0, kCount = kSide * kSide;
+  double kept = 0, there = 0;
+  for (int y0 = 0; y0 + kSide <= clean.height; y0 += kSide) {
+    for (int x0 = 0; x0 + kSide <= clean.width; x0 += kSide) {
+      int sum_c = 0, sum_f = 0, sum_cc = 0, sum_cf = 0;
+      for (int y = y0; y < y0 + kSide; ++y) {
+        const uint8_t* c = clean.luma() + size_t(y) * clean.padded_width + x0;
+        const uint8_t* p = f.luma() + size_t(y) * f.padded_width + x0;
+        for (int x = 0; x < kSide; ++x) {
+          sum_c += c[x];
+          sum_f += p[x];
+          sum_cc += c[x] * c[x];
+          sum_cf += c[x] * p[x];
+        }
+      }
+      const double variance = (sum_cc - sum_c / kCount * sum_c) / kCount;
+      if (variance < kFaint || variance > kStrong) continue;
+      there += variance;
+      kept += (sum_cf - sum_c / kCount * sum_f) / kCount;
+    }
+  }
+  return there > 0 ? std::clamp(1 - kept / there, 0.0, 1.0) : 0;
+}
+
+tuning_score luma_figures(const frame& f, const frame& clean, objective goal, bool all) {
+  tuning_score s;
+  s.psnr = std::min(99.0, psnr(luma_view(f), luma_view(clean)));
+  if (all || goal == objective::ssim) s.ssim = ssim(luma_view(f), luma_view(clean));
+  if (all || goal == objective::mix) s.lost_texture = lost_texture(f, clean);
+  return s;
+}
+
+tuning_score chroma_figures(const frame& f, const frame& clean, objective goal, bool all) {
+  tuning_score s;
+  const double mse = (mean_squared_error(u_view(f), u_view(clean)) +
+                      mean_squared_error(v_view(f), v_view(clean))) /
+                     2;
+  s.psnr = std::min(99.0, psnr_of(mse));
+  if (all || goal == objective::ssim)
+    s.ssim = (ssim(u_view(f), u_view(clean)) + ssim(v_view(f), v_view(clean))) / 2;
+  return s;
+}
+
+tuning_score combine(const tuning_score* each, size_t count, objective goal) {
+  tuning_score s;
+  const double n = static_cast<double>(count);
+  for (size_t i = 0; i < count; ++i) {
+    s.psnr += each[i].psnr / n;
+    s.ssim += each[i].ssim / n;
+    s.lost_texture += each[i].lost_texture / n;
+  }
+  s.value = s.psnr;
+  if (goal == objective::ssim) s.value = s.ssim / kSsimPerDecibel;
+  if (goal == objective::mix) s.value = s.psnr - kTexturePrice * s.lost_texture;
+  return s;
+}
+
+}  // namespace vorn::tool

@@ -1,0 +1,40 @@
+// What a search calls good.
+#pragma once
+
+#include <string>
+
+#include "tools/picture/frame.h"
+
+namespace vorn::tool {
+
+enum class objective {
+  psnr,  // mean PSNR of Y in dB; of U and V together in dB
+  ssim,  // mean SSIM of Y; of U and V
+  mix,   // PSNR less kTexturePrice dB times the share of luma texture that was lost
+};
+objective objective_of(const std::string& name);  // an `error` for other names
+
+// Price of losing all faint texture, in dB, under objective::mix.
+constexpr double kTexturePrice = 6;
+
+// Share of faint texture that a picture lost against its clean version, 0..1: over blocks of 8x8
+// whose clean scatter lies between 1.5 and 16 grey levels, one less the regression of the picture's
+// block-wise deviations on the clean ones.
+double lost_texture(const frame& f, const frame& clean);
+
+// Figures of one tuning over all samples; means of the samples' values.
+struct tuning_score {
+  double value = 0;  // under the objective, of the half (luma or chroma) being searched
+  // Figures that the objective does not need are there on request only, else 0.
+  double psnr = 0, ssim = 0;
+  double lost_texture = 0;  // luma only
+};
+
+// Figures of one frame against its clean version; value stays 0. all: with every figure, else with
+// those that the objective needs.
+tuning_score luma_figures(const frame& f, const frame& clean, objective goal, bool all);
+tuning_score chroma_figures(const frame& f, const frame& clean, objective goal, bool all);
+// Means over `count` samples, and the value under the objective in dB.
+tuning_score combine(const tuning_score* each, size_t count, objective goal);
+
+}  // namespace vorn::tool

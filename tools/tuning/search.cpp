@@ -1,0 +1,137 @@
+#include "tools/tuning/search.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+
+#include "tools/tuning/search_fields.h"
+
+namespace vorn::tool {
+namespace {
+
+std::string decibels(double value) {
+  char text[32];
+  std::snprintf(text, sizeof text, " %.2f dB", value);
+  return text;
+}
+
+}  // namespace
+
+search::search(const std::vector<tuning_sample>& samples, const tuning& start,
+               const search_options& options,
+               const std::function<void(const search_progress&)>& on_progress,
+               const std::atomic<bool>& stop)
+    : bench_(samples, options.goal, options.threads),
+      guess_(guess_tuning(samples)),
+      best_(start),
+      options_(options),
+      on_progress_(on_progress),
+      stop_(stop) {}
+
+search_result search::run() {
+  search_result result;
+  result.luma_before = bench_.score_input_luma();
+  result.chroma_before = bench_.score_input_chroma();
+  total_ = (options_.luma ? luma_lines() : 0) + (options_.chroma ? chroma_lines() : 0);
+  if (options_.luma) search_luma();
+  result.luma_after = bench_.score_luma({best_}, true).front();
+  if (options_.chroma && !stop_) {
+    bench_.use_luma(best_);
+    search_chroma();
+    result.chroma_after = bench_.score_chroma({best_}, true).front();
+  }
+  result.best = best_;
+  for (auto& entry : sweeps_) result.sweeps.push_back(std::move(entry.second));
+  result.trials = bench_.trials();
+  result.stopped = stop_;
+  return result;
+}
+
+int search::try_line(const std::vector<tuning>& candidates, int field) {
+  const std::vector<tuning_score> scores =
+      luma_half_ ? bench_.score_luma(candidates, false) : bench_.score_chroma(candidates, false);
+  const tuning_score now =
+      (luma_half_ ? bench_.score_luma({best_}, false) : bench_.score_chroma({best_}, false))
+          .front();
+  int chosen = -1;
+  double best_value = now.value;
+  const double effort_now = effort(best_);
+  for (size_t i = 0; i < candidates.size(); ++i) {
+    const double needed =
+        now.value + (effort(candidates[i]) > effort_now ? kWorthwhileSlower : kWorthwhile);
+    if (scores[i].value > best_value && scores[i].value > needed) {
+      best_value = scores[i].value;
+      chosen = static_cast<int>(i);
+    }
+  }
+  if (chosen >= 0) best_ = candidates[chosen];
+  if (field >= 0) {
+    parameter_sweep sweep;
+    sweep.field = field;
+    sweep.scores = scores;
+    for (const tuning& t : candidates) sweep.values.push_back(get_field(t, field));
+    sweep.chosen = get_field(best_, field);
+    sweeps_[field] = std::move(sweep);
+  }
+  value_ = best_value;
+  return chosen;
+}
+
+void search::line(int field, const std::function<std::vector<int32_t>(int32_t)>& values_around) {
+  if (field == held_) return step_done(label_of(field));
+  for (int turn = 0; turn < 4 && !stop_; ++turn) {
+    const std::vector<int32_t> values = values_around(get_field(best_, field));
+    std::vector<tuning> candidates;
+    for (int32_t v : values) candidates.push_back(with(best_, field, v));
+    const int chosen = try_line(candidates, field);
+    if (chosen < 0 || (chosen > 0 && chosen + 1 < static_cast<int>(values.size()))) break;
+  }
+  step_done(label_of(field));
+}
+
+void search::step_done(const std::string& label) {
+  ++done_;
+  if (on_progress_)
+    on_progress_({std::min(done_, total_), total_,
+                  (luma_half_ ? "luma " : "chroma ") + label + decibels(value_)});
+}
+
+double search::factor_of(int round) {
+  constexpr std::array<double, 4> kFactors = {1.6, 1.3, 1.12, 1.05};
+  return kFactors[std::min<size_t>(round, kFactors.size() - 1)];
+}
+
+void search::evolve(int generations,
+                    const std::function<void(tuning&, random_moves&, double)>& move,
+                    const char* label) {
+  random_moves random(0x7a11e5u);
+  double width = 0.4;
+  for (int g = 0; g < generations && !stop_; ++g) {
+    std::vector<tuning> candidates(kCandidates, best_);
+    for (tuning& t : candidates) {
+      move(t, random, width);
+      if (held_ >= 0) set_field(t, held_, get_field(best_, held_));
+    }
+    width =
+        try_line(candidates, -1) >= 0 ? std::min(0.6, width * 1.2) : std::max(0.03, width * 0.9);
+    step_done(label);
+  }
+}
+
+void search::try_starts(int field, const std::vector<int32_t>& values,
+                        const std::function<void()>& search) {
+  const tuning start = best_;
+  std::vector<tuning> ends;
+  held_ = field;
+  for (int32_t value : values) {
+    if (stop_ && !ends.empty()) break;
+    best_ = with(start, field, value);
+    search();
+    ends.push_back(best_);
+  }
+  held_ = -1;
+  best_ = ends.front();
+  try_line(ends, -1);
+}
+
+}  // namespace vorn::tool

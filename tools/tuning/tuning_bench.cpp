@@ -1,0 +1,150 @@
+#include "tools/tuning/tuning_bench.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <exception>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <thread>
+#include <utility>
+
+#include "tools/denoiser.h"
+#include "tools/error.h"
+
+namespace vorn::tool {
+namespace {
+
+std::array<int32_t, kTuningFields> values_of(const tuning& t) {
+  std::array<int32_t, kTuningFields> values;
+  for (int i = 0; i < kTuningFields; ++i) values[i] = get_field(t, i);
+  return values;
+}
+
+}  // namespace
+
+struct tuning_bench::state {
+  const std::vector<tuning_sample>& samples;
+  objective goal;
+  int threads;
+  std::vector<frame> luma_results;  // inputs of the chroma trials
+  // One set of denoisers per thread, by frame size.
+  std::vector<std::map<std::pair<int, int>, std::unique_ptr<denoiser>>> denoisers;
+  std::map<std::array<int32_t, kTuningFields>, tuning_score> luma_known, chroma_known;
+  int trials = 0;
+
+  state(const std::vector<tuning_sample>& s, objective g, int n)
+      : samples(s), goal(g), threads(n), denoisers(n) {}
+
+  denoiser& denoiser_for(int thread, const frame& f) {
+    auto& place = denoisers[thread][{f.padded_width, f.padded_height}];
+    if (!place) place = std::make_unique<denoiser>(f.padded_width, f.padded_height);
+    return *place;
+  }
+
+  tuning_score figures(const frame& f, const frame& clean, bool luma, bool all) const {
+    return luma ? luma_figures(f, clean, goal, all) : chroma_figures(f, clean, goal, all);
+  }
+
+  // Runs job(thread, i) for i = 0 .. count-1 on all threads.
+  void for_all(size_t count, const std::function<void(int, size_t)>& job) const {
+    std::atomic<size_t> next{0};
+    std::exception_ptr failure;
+    std::mutex failure_lock;
+    const auto work = [&](int thread) {
+      try {
+        for (size_t i = next++; i < count; i = next++) job(thread, i);
+      } catch (...) {
+        next = count;
+        const std::lock_guard<std::mutex> guard(failure_lock);
+        failure = std::current_exception();
+      }
+    };
+    std::vector<std::thread> others;
+    for (int t = 1; t < threads; ++t) others.emplace_back(work, t);
+    work(0);
+    for (std::thread& t : others) t.join();
+    if (failure) std::rethrow_exception(failure);
+  }
+
+  std::vector<tuning_score> score(const std::vector<tuning>& candidates, bool luma, bool all) {
+    auto& known = luma ? luma_known : chroma_known;
+    // What the other half says does not matter here.
+    std::vector<tuning> todo;
+    std::vector<std::array<int32_t, kTuningFields>> keys;
+    for (tuning t : candidates) {
+      (luma ? t.luma.enable : t.chroma.enable) = 1;
+      if (luma) t.chroma = {};
+      if (!luma) t.luma = {};
+      keys.push_back(values_of(t));
+      const bool repeated = std::find(keys.begin(), keys.end() - 1, keys.back()) != keys.end() - 1;
+      const auto found = known.find(keys.back());
+      const bool done = found != known.end() && (!all || found->second.ssim > 0);
+      if (!repeated && !done) todo.push_back(t);
+    }
+    std::vector<tuning_score> parts(todo.size() * samples.size());
+    for_all(parts.size(), [&](int thread, size_t i) {
+      const tuning_sample& sample = samples[i % samples.size()];
+      frame f = luma ? sample.noisy : luma_results[i % samples.size()];
+      naming(sample.name, [&] { denoiser_for(thread, f).run(f, todo[i / samples.size()]); });
+      parts[i] = figures(f, sample.clean, luma, all);
+    });
+    for (size_t i = 0; i < todo.size(); ++i)
+      known[values_of(todo[i])] = combine(&parts[i * samples.size()], samples.size(), goal);
+    trials += static_cast<int>(todo.size());
+    std::vector<tuning_score> scores;
+    for (const auto& key : keys) scores.push_back(known[key]);
+    return scores;
+  }
+};
+
+tuning_bench::tuning_bench(const std::vector<tuning_sample>& samples, objective goal, int threads) {
+  if (threads <= 0) threads = std::max(1u, std::thread::hardware_concurrency());
+  state_ = std::make_unique<state>(samples, goal, threads);
+  for (const tuning_sample& s : samples) state_->luma_results.push_back(s.noisy);
+}
+
+tuning_bench::~tuning_bench() = default;
+
+std::vector<tuning_score> tuning_bench::score_luma(const std::vector<tuning>& candidates,
+                                                   bool all) {
+  return state_->score(candidates, true, all);
+}
+
+std::vector<tuning_score> tuning_bench::score_chroma(const std::vector<tuning>& candidates,
+                                                     bool all) {
+  return state_->score(candidates, false, all);
+}
+
+void tuning_bench::use_luma(const tuning& t) {
+  tuning luma_only = t;
+  luma_only.luma.enable = 1;
+  luma_only.chroma.enable = 0;
+  state_->chroma_known.clear();
+  state_->for_all(state_->samples.size(), [&](int thread, size_t i) {
+    frame f = state_->samples[i].noisy;
+    state_->denoiser_for(thread, f).run(f, luma_only);
+    state_->luma_results[i] = std::move(f);
+  });
+}
+
+tuning_score tuning_bench::score_input_luma() const {
+  std::vector<tuning_score> each;
+  for (const tuning_sample& s : state_->samples)
+    each.push_back(state_->figures(s.noisy, s.clean, true, true));
+  return combine(each.data(), each.size(), state_->goal);
+}
+
+tuning_score tuning_bench::score_input_chroma() const {
+  std::vector<tuning_score> each;
+  for (const tuning_sample& s : state_->samples)
+    each.push_back(state_->figures(s.noisy, s.clean, false, true));
+  return combine(each.data(), each.size(), state_->goal);
+}
+
+int tuning_bench::trials() const {
+  return state_->trials;
+}
+
+}  // namespace vorn::tool

@@ -1,0 +1,43 @@
+// Runs tunings over samples in parallel.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tools/picture/frame.h"
+#include "tools/tuning/objective.h"
+#include "tools/tuning/tuning_set.h"
+
+namespace vorn::tool {
+
+struct tuning_sample {
+  std::string name;
+  frame clean, noisy;
+};
+
+class tuning_bench {
+ public:
+  tuning_bench(const std::vector<tuning_sample>& samples, objective goal, int threads);
+  ~tuning_bench();
+  tuning_bench(const tuning_bench&) = delete;
+  tuning_bench& operator=(const tuning_bench&) = delete;
+
+  // Scores of candidates on luma (chroma off) or on chroma (luma off: call use_luma first).
+  // all: with every figure of tuning_score.
+  std::vector<tuning_score> score_luma(const std::vector<tuning>& candidates, bool all);
+  std::vector<tuning_score> score_chroma(const std::vector<tuning>& candidates, bool all);
+  // Makes the luma result of this tuning the input of score_chroma.
+  void use_luma(const tuning& t);
+  // The samples as they came in.
+  tuning_score score_input_luma() const;
+  tuning_score score_input_chroma() const;
+  // Trials so far, a tuning over all samples counting one; repeated ones cost nothing.
+  int trials() const;
+
+ private:
+  struct state;
+  std::unique_ptr<state> state_;
+};
+
+}  // namespace vorn::tool
