@@ -4,9 +4,10 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "api/entry.h"
+#include "api/tuning.h"
 #include "base/handle.h"
 #include "base/log.h"
-#include "api/tuning.h"
 #include "cnr/cnr_driver.h"
 #include "cnr/cnr_handle.h"
 #include "runtime/image.h"
@@ -89,8 +90,45 @@ bool take_frame(const _tag_uni_image* src, const _tag_uni_image* dst, frame* out
   return true;
 }
 
-bool is_switch(int enable) {
-  return enable == 0 || enable == 1;
+struct filters {
+  bool luma, chroma;
+};
+
+// What a tuning switches on: nothing if either switch is neither 0 nor 1.
+filters switched_on(const ycnr_ynr_tuning_param& luma, const ycnr_cnr_tuning_param& chroma) {
+  const auto is_switch = [](int enable) { return enable == 0 || enable == 1; };
+  const bool known = is_switch(luma.enable) && is_switch(chroma.enable);
+  return {known && luma.enable == 1, known && chroma.enable == 1};
+}
+
+enum class outcome { done, luma_failed, chroma_failed };
+
+// Whether the filters take a frame of this size with the handle's tuning. A layer count below 2 is
+// the luma driver's own to refuse.
+outcome check_frame(const denoise_handle_t& handle, const frame& io, filters wanted) {
+  const int width = io.src.width, height = io.src.height, layer = handle.ynr_param.layer;
+  if (wanted.luma && layer > 1 && vorn::ynr_check_frame(handle.ynr, width, height, layer) != 0)
+    return outcome::luma_failed;
+  if (wanted.chroma &&
+      vorn::cnr_check_frame(handle.cnr, width, height, handle.cnr_param.scale) != 0)
+    return outcome::chroma_failed;
+  return outcome::done;
+}
+
+outcome run_filters(denoise_handle_t* handle, frame* io, filters wanted) {
+  // The luma filter writes every luma sample, so only what it leaves alone is copied beforehand.
+  io->copy_input(handle->pool, wanted.luma ? io->luma_bytes() : 0);
+  if (wanted.luma && uni_luma_noise_reduce_mask_process(handle, &io->src, &io->dst, nullptr,
+                                                        &handle->ynr_param) != 0)
+    return outcome::luma_failed;
+  // The chroma filter takes its guide from src; chroma itself is still the same in both.
+  if (wanted.luma && wanted.chroma)
+    vorn::copy_bytes(handle->pool, io->src.plane[0], io->dst.plane[0],
+                     static_cast<size_t>(io->luma_bytes()));
+  if (wanted.chroma &&
+      uni_color_noise_reduce_process(handle, &io->src, &io->dst, &handle->cnr_param) != 0)
+    return outcome::chroma_failed;
+  return outcome::done;
 }
 
 void fill_text(char* field, size_t size, const char* text) {
@@ -101,35 +139,36 @@ void fill_text(char* field, size_t size, const char* text) {
 }  // namespace
 
 denoise_handle_t* vorn_ycnr_init(ycnr_init_param* params) {
-  return vorn::vorn_ycnr_init(params, vorn::kMaxWorkers, 0);
+  return vorn::open_handle(params, vorn::kMaxWorkers, 0);
 }
 
-denoise_handle_t* vorn::vorn_ycnr_init(const ycnr_init_param* params, int workers, int bind_core) {
-  VORN_LOGD("vorn_nr_init start\n");
+denoise_handle_t* vorn::open_handle(const ycnr_init_param* params, int workers, int bind_core) {
+  constexpr char kName[] = "vorn_ycnr_init";  // in its log lines
+  VORN_LOG_AS(kLogDebug, kName, "vorn_nr_init start\n");
   if (!params) {
-    VORN_LOGE("params is NULL\n");
+    VORN_LOG_AS(kLogError, kName, "params is NULL\n");
     return nullptr;
   }
   initLogLevel();
   if (frame_bytes(params->width, params->height) == 0) {
-    VORN_LOGE("size %d x %d is not possible\n", params->width, params->height);
+    VORN_LOG_AS(kLogError, kName, "size %d x %d is not possible\n", params->width, params->height);
     return nullptr;
   }
   denoise_handle_t* handle = static_cast<denoise_handle_t*>(std::malloc(sizeof(denoise_handle_t)));
   if (!handle) {
-    VORN_LOGE("denoise_handle malloc fail\n");
+    VORN_LOG_AS(kLogError, kName, "denoise_handle malloc fail\n");
     return nullptr;
   }
   *handle = {};
-  if (vorn_threadpool_init(&handle->pool, workers, bind_core) != 0) {
-    VORN_LOGE("pool_init fail\n");
+  if (create_pool(&handle->pool, workers, bind_core) != 0) {
+    VORN_LOG_AS(kLogError, kName, "pool_init fail\n");
     release(handle);
     return nullptr;
   }
-  VORN_LOGD("width = %d, height = %d  \n", params->width, params->height);
+  VORN_LOG_AS(kLogDebug, kName, "width = %d, height = %d  \n", params->width, params->height);
   handle->dump_path = static_cast<char*>(std::malloc(kDumpPathBytes));
   if (!handle->dump_path) {
-    VORN_LOGE("dump_path malloc fail\n");
+    VORN_LOG_AS(kLogError, kName, "dump_path malloc fail\n");
     release(handle);
     return nullptr;
   }
@@ -138,18 +177,18 @@ denoise_handle_t* vorn::vorn_ycnr_init(const ycnr_init_param* params, int worker
   // Both algorithms take the pool from the handle, so it exists before they do.
   handle->cnr = cnr_init(params->width, params->height, handle);
   if (!handle->cnr) {
-    VORN_LOGE("cnr_handle malloc fail\n");
+    VORN_LOG_AS(kLogError, kName, "cnr_handle malloc fail\n");
     release(handle);
     return nullptr;
   }
-  VORN_LOGD("cnr_handle malloc success\n");
+  VORN_LOG_AS(kLogDebug, kName, "cnr_handle malloc success\n");
   handle->ynr = ynr_init(params->width, params->height, handle);
   if (!handle->ynr) {
-    VORN_LOGE("ynr_handle malloc fail\n");
+    VORN_LOG_AS(kLogError, kName, "ynr_handle malloc fail\n");
     release(handle);
     return nullptr;
   }
-  VORN_LOGD("ynr_handle malloc success\n");
+  VORN_LOG_AS(kLogDebug, kName, "ynr_handle malloc success\n");
   return handle;
 }
 
@@ -179,11 +218,8 @@ int32_t vorn_ycnr_process(denoise_handle_t* handle, _tag_uni_image* src, _tag_un
               static_cast<const void*>(chroma));
     return VORN_FAIL;
   }
-
-  const bool known = is_switch(luma->enable) && is_switch(chroma->enable);
-  const bool with_luma = known && luma->enable == 1;
-  const bool with_chroma = known && chroma->enable == 1;
-  if (!with_luma && !with_chroma) {
+  const filters wanted = switched_on(*luma, *chroma);
+  if (!wanted.luma && !wanted.chroma) {
     io.copy_input(handle->pool);
     VORN_LOGI("ynr_cnr_process bypass! \n");
     return VORN_OK;
@@ -194,47 +230,19 @@ int32_t vorn_ycnr_process(denoise_handle_t* handle, _tag_uni_image* src, _tag_un
   }
 
   const double start = getTime();
-  // Both algorithms are asked before either runs, so that a refused frame leaves src alone. A
-  // layer below 2 is the luma driver's own to refuse.
-  int luma_result = 0;
-  if (with_luma && handle->ynr_param.layer > 1)
-    luma_result =
-        vorn::ynr_check_frame(handle->ynr, src->width, src->height, handle->ynr_param.layer);
-  int chroma_result = 0;
-  if (luma_result == 0 && with_chroma)
-    chroma_result =
-        vorn::cnr_check_frame(handle->cnr, src->width, src->height, handle->cnr_param.scale);
-  const bool runs = luma_result == 0 && chroma_result == 0;
-
-  // The luma filter writes every luma sample, so only what it leaves alone is copied beforehand.
-  if (runs) io.copy_input(handle->pool, with_luma ? io.luma_bytes() : 0);
-  if (with_luma && runs)
-    luma_result =
-        uni_luma_noise_reduce_mask_process(handle, &io.src, &io.dst, nullptr, &handle->ynr_param);
-  if (luma_result != 0) {
-    VORN_LOGI("vorn_ynr_process fail\n");
+  // Both algorithms are asked before either runs, so that a refused frame leaves src alone.
+  outcome result = check_frame(*handle, io, wanted);
+  if (result == outcome::done) result = run_filters(handle, &io, wanted);
+  if (result != outcome::done) {
+    VORN_LOGI("%s fail\n",
+              result == outcome::luma_failed ? "vorn_ynr_process" : "vorn_cnr_process");
     io.copy_input(handle->pool);
     return VORN_FAIL;
   }
-  // The chroma filter takes its guide from src; chroma itself is still the same in both.
-  if (with_luma && with_chroma && runs)
-    vorn::copy_bytes(handle->pool, io.src.plane[0], io.dst.plane[0],
-                     static_cast<size_t>(io.luma_bytes()));
-  if (with_chroma && runs)
-    chroma_result = uni_color_noise_reduce_process(handle, &io.src, &io.dst, &handle->cnr_param);
-  if (chroma_result != 0) {
-    VORN_LOGI("vorn_cnr_process fail\n");
-    io.copy_input(handle->pool);
-    return VORN_FAIL;
-  }
-  const double cost = getTime() - start;
-  if (!with_luma) {
-    VORN_LOGI("cnr_process time cost : %.3f \n", cost);
-  } else if (!with_chroma) {
-    VORN_LOGI("ynr_process time cost : %.3f \n", cost);
-  } else {
-    VORN_LOGI("vorn_ycnr_process time cost : %.3f \n", cost);
-  }
+  const char* name = !wanted.luma     ? "cnr_process"
+                     : !wanted.chroma ? "ynr_process"
+                                      : "vorn_ycnr_process";
+  VORN_LOGI("%s time cost : %.3f \n", name, getTime() - start);
   return VORN_OK;
 }
 

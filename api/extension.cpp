@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "api/entry.h"
 #include "base/handle.h"
 #include "base/log.h"
 #include "runtime/kernel_form.h"
@@ -111,7 +112,7 @@ denoise_handle_t* vorn_ycnr_open(const vorn_ycnr_options* options) {
     return nullptr;
   }
   const ycnr_init_param size = {options->width, options->height};
-  return vorn::vorn_ycnr_init(&size, workers, options->bind_cores);
+  return vorn::open_handle(&size, workers, options->bind_cores);
 }
 
 int32_t vorn_ycnr_process_planes(denoise_handle_t* handle, const vorn_ycnr_planes* src,

@@ -33,9 +33,7 @@ __attribute__((format(printf, 2, 3))) void make_name(char name[kTextMax], const 
 // Opens a dump's file. The log line carries the name of the dump's function.
 FILE* open_dump(const char* function, const char* name) {
   FILE* file = std::fopen(name, "wb");
-  if (!file && vorn::log_enabled(vorn::kLogError))
-    vorn::log_write(vorn::kLogError, "L %d, %s:fopen %s fail! errno=%d\n", __LINE__, function, name,
-                    errno);
+  if (!file) VORN_LOG_AS(vorn::kLogError, function, "fopen %s fail! errno=%d\n", name, errno);
   return file;
 }
 
@@ -59,9 +57,7 @@ int dump_fields(const char* function, const char* algorithm, const char* enable_
   for (const field& f : fields)
     if (std::fprintf(file, "%s %d \n", f.name, f.value) < 0) result = -1;
   if (std::fclose(file) != 0) result = -1;
-  if (result && vorn::log_enabled(vorn::kLogError))
-    vorn::log_write(vorn::kLogError, "L %d, %s:fwrite %s error! errno=%d\n", __LINE__, function,
-                    name, errno);
+  if (result) VORN_LOG_AS(vorn::kLogError, function, "fwrite %s error! errno=%d\n", name, errno);
   return result;
 }
 

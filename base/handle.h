@@ -40,11 +40,3 @@ struct denoise_handle_t {
   _tag_cnr_param_output cnr_param;  // rewritten by every process call
   unsigned char* packed;            // two frames for vorn_ycnr_process_planes, or null
 };
-
-namespace vorn {
-
-// vorn_ycnr_init with a number of workers (1..4) and with the workers bound to cores or not. Same
-// name, so the same log lines.
-denoise_handle_t* vorn_ycnr_init(const ycnr_init_param* params, int workers, int bind_core);
-
-}  // namespace vorn

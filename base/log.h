@@ -47,14 +47,18 @@ void set_log_sink(void (*sink)(void* context, int priority, const char* message)
 
 }  // namespace vorn
 
-// Logs with a given line number; text is a literal format that follows "L %d, %s:".
-#define VORN_LOG_AT(priority, line, text, ...)                                      \
-  do {                                                                              \
-    if (vorn::log_enabled(priority))                                                \
-      vorn::log_write(priority, "L %d, %s:" text, (line), __func__, ##__VA_ARGS__); \
+// Logs as a given place: a step under the name of the operation that it belongs to, or a line whose
+// number is part of the format. text is a literal format that follows "L %d, %s:".
+#define VORN_LOG_AT(priority, function, line, text, ...)                              \
+  do {                                                                                \
+    if (vorn::log_enabled(priority))                                                  \
+      vorn::log_write(priority, "L %d, %s:" text, (line), (function), ##__VA_ARGS__); \
   } while (0)
 
-#define VORN_LOGD(text, ...) VORN_LOG_AT(vorn::kLogDebug, __LINE__, text, ##__VA_ARGS__)
-#define VORN_LOGI(text, ...) VORN_LOG_AT(vorn::kLogInfo, __LINE__, text, ##__VA_ARGS__)
-#define VORN_LOGW(text, ...) VORN_LOG_AT(vorn::kLogWarn, __LINE__, text, ##__VA_ARGS__)
-#define VORN_LOGE(text, ...) VORN_LOG_AT(vorn::kLogError, __LINE__, text, ##__VA_ARGS__)
+// The same under this line's number, and from the place itself.
+#define VORN_LOG_AS(priority, function, text, ...) \
+  VORN_LOG_AT(priority, function, __LINE__, text, ##__VA_ARGS__)
+#define VORN_LOGD(text, ...) VORN_LOG_AS(vorn::kLogDebug, __func__, text, ##__VA_ARGS__)
+#define VORN_LOGI(text, ...) VORN_LOG_AS(vorn::kLogInfo, __func__, text, ##__VA_ARGS__)
+#define VORN_LOGW(text, ...) VORN_LOG_AS(vorn::kLogWarn, __func__, text, ##__VA_ARGS__)
+#define VORN_LOGE(text, ...) VORN_LOG_AS(vorn::kLogError, __func__, text, ##__VA_ARGS__)

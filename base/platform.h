@@ -1,5 +1,6 @@
-// The two things the library asks of the system it runs on. platform_android.cpp or
-// platform_host.cpp answers; the build picks one.
+// What the library asks of the system it runs on. platform_android.cpp or platform_host.cpp, of
+// which the build picks one, answers for properties and log; platform_linux.cpp for threads on
+// both.
 #pragma once
 
 namespace vorn {
@@ -11,5 +12,16 @@ int platform_property(const char* name, char value[kPropertyMax]);
 
 // Writes one log line. priority is a log_priority; message may end with a line feed.
 void platform_log(int priority, const char* tag, const char* message);
+
+// The calling thread: bound to one core, its nice value (-20..19), its processor given to whoever
+// else can run. The first two return whether the system allowed it.
+bool platform_bind_thread(int core);
+bool platform_set_nice(int nice);
+void platform_yield();
+
+// The processor that the calling thread is on, -1 where the kernel cannot tell; how many are
+// online.
+int platform_processor();
+int platform_processors();
 
 }  // namespace vorn

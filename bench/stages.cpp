@@ -1,6 +1,7 @@
 #include "bench/stages.h"
 
 #include "bench/blocks.h"
+#include "cnr/exported/pyramid_stages.h"
 #include "cnr/hor_ver.h"
 #include "cnr/uv_split.h"
 #include "pyramid/detail.h"
@@ -10,6 +11,7 @@
 #include "pyramid/up_chroma.h"
 #include "runtime/image.h"
 #include "runtime/stage.h"
+#include "ynr/exported/pyramid_stages.h"
 #include "ynr/pre_mask.h"
 #include "ynr/window.h"
 #include "ynr/ynr_driver.h"

@@ -1,32 +1,182 @@
 #include "cnr/cnr_driver.h"
 
+#include <cstdint>
+
 #include "base/dump.h"
 #include "base/log.h"
+#include "base/stage_times.h"
 #include "cnr/hor_ver.h"
-#include "cnr/hor_ver_mask.h"
 #include "cnr/uv_split.h"
 #include "pyramid/detail.h"
 #include "pyramid/down2.h"
 #include "pyramid/down_yuv.h"
-#include "pyramid/kernels/pyramid_kernels.h"
 #include "pyramid/up2.h"
 #include "pyramid/up_chroma.h"
+#include "runtime/arithmetic.h"
 
 namespace {
 
-// The interleaved chroma plane of a frame: always straight behind its luma plane, whatever the
-// record's second pointer holds.
-unsigned char* chroma_plane(const _tag_uni_image& frame) {
-  return frame.plane[0] + static_cast<size_t>(frame.width) * static_cast<size_t>(frame.height);
+using vorn::chroma_level;
+using vorn::chroma_plane;
+
+// One frame under way, and its stages in the order in which they run.
+struct chroma_frame {
+  cnr_handle_t* cnr;
+  const _tag_uni_image& src;
+  const _tag_uni_image& dst;
+  _tag_cnr_param* param;
+  chroma_level fine, coarse;
+  vorn::stage_times stages;
+
+  void split();
+  void halve(const char* name);
+  void filter(const chroma_level& level, _tag_uni_image* out_u, _tag_uni_image* out_v,
+              const char* across, const char* along, int number);
+  void add_coarse_change();
+  void merge();
+
+  void filter_both_levels();
+  void filter_coarse_level();
+  void filter_fine_level();
+};
+
+// The source's U,V pairs into the planes of level 0, its luma into their guide.
+void chroma_frame::split() {
+  const int gain = param->saturation, width = src.width, rows = src.height / 2;
+  unsigned char *const pairs = chroma_plane(src), *const u = fine.u->plane[0],
+                       *const v = fine.v->plane[0];
+  stages.run(gain ? "splitUV saturation" : "splitUV", 0, [=] {
+    return gain ? split_UV_saturation_thread(cnr, pairs, u, v, gain, width, rows)
+                : split_UV_thread(cnr, pairs, u, v, width, rows);
+  });
+  stages.run("pyramid_down2", 0, [=] { return vorn::make_guide(cnr, src); });
 }
 
-bool two_levels(int scale) {
-  return scale == 1 || scale == 2;
+void chroma_frame::halve(const char* name) {
+  stages.run(name, 0, [this] { return vorn::halve_chroma(cnr); });
 }
 
-// A frame that uses chroma levels 0..last_level, each of which must hold a pixel.
-int check_size(const cnr_handle_t* handle, int width, int height, bool level1) {
-  const int least = level1 ? 4 : 2;
+// A level across its rows and along its columns, into out_u and out_v.
+void chroma_frame::filter(const chroma_level& level, _tag_uni_image* out_u, _tag_uni_image* out_v,
+                          const char* across, const char* along, int number) {
+  stages.run(across, number, [&] {
+    return reduce_color_noise_hor_thread(cnr, level.guide, level.u, level.v, level.across_u,
+                                         level.across_v, param);
+  });
+  stages.run(along, number, [&] {
+    return reduce_color_noise_ver_thread(cnr, level.guide, level.across_u, level.across_v, out_u,
+                                         out_v, param);
+  });
+}
+
+// Level 0 plus what the filters changed on level 1.
+void chroma_frame::add_coarse_change() {
+  stages.run("ImgSubImg_add128_u8 %d", 1, [this] {
+    ImgSubImg_add128_u8(coarse.change_u, coarse.u, coarse.change_u);
+    ImgSubImg_add128_u8(coarse.change_v, coarse.v, coarse.change_v);
+    return 0;
+  });
+  // Heights alone decide, whatever the widths.
+  if (2 * coarse.change_u->height >= fine.change_u->height) {
+    stages.run("gaussin3x3_up2_merge UV %d", 1, [this] {
+      return vorn::up2_merge_stage(cnr->pool, *coarse.change_u, *fine.change_u, *fine.u,
+                                   *coarse.change_v, *fine.change_v, *fine.v);
+    });
+    return;
+  }
+  stages.run("pyramid_up2 %d", 1, [this] {
+    return gaussin3x3_up_odd(coarse.change_u, fine.change_u, coarse.change_v, fine.change_v);
+  });
+  stages.run("ImgAddDiff_sub128_u8 %d", 1, [this] {
+    ImgAddDiff_sub128_u8(fine.u, fine.change_u, fine.u);
+    ImgAddDiff_sub128_u8(fine.v, fine.change_v, fine.v);
+    return 0;
+  });
+}
+
+void chroma_frame::merge() {
+  stages.run("mergeUV", 0, [this] {
+    return mergeUV_thread(cnr, chroma_plane(src) - src.plane[0] + dst.plane[0], fine.u->plane[0],
+                          fine.v->plane[0], src.width, src.height / 2);
+  });
+}
+
+// Scale 2.
+void chroma_frame::filter_both_levels() {
+  constexpr char kAcross[] = "reduce_color_noise_hor %d", kAlong[] = "reduce_color_noise_ver %d";
+  halve("pyramid_down_yuv %d");
+  param->level_mode = -1;
+  filter(coarse, coarse.change_u, coarse.change_v, kAcross, kAlong, 1);
+  add_coarse_change();
+  if (stages.result() != 0) return;
+  // Level 0 always runs with this small window; the caller's record keeps it.
+  param->level_mode = 0;
+  param->smooth_radius = 3;
+  param->smooth_step = 2;
+  filter(fine, fine.u, fine.v, kAcross, kAlong, 0);
+}
+
+// Scale 1.
+void chroma_frame::filter_coarse_level() {
+  param->level_mode = -1;
+  halve("pyramid_down_yuv");
+  filter(coarse, coarse.u, coarse.v, "reduce_color_noise_hor_thread",
+         "reduce_color_noise_ver_thread", 0);
+  stages.run("pyramid_up2", 0,
+             [this] { return vorn::up_stage(cnr->pool, *coarse.u, *fine.u, *coarse.v, *fine.v); });
+}
+
+// Scale 0.
+void chroma_frame::filter_fine_level() {
+  param->level_mode = -1;
+  filter(fine, fine.u, fine.v, "reduce_color_noise_hor", "reduce_color_noise_ver", 0);
+}
+
+void dump(const char* property, const char* label, const char* timestamp,
+          const _tag_uni_image& frame) {
+  const int64_t bytes = int64_t{frame.width} * frame.height * 3 / 2;
+  DUMP_IMAGE_CONDITION(property, "yes", "persist.vendor.cam.cnr4.save_path", label, timestamp,
+                       frame.plane[0], frame.width, frame.height, static_cast<int>(bytes));
+}
+
+// The radius rounded towards zero to a multiple of the step; 0 for a step of 0.
+int radius_in_steps(int radius, int step) {
+  if (step == 0) return 0;
+  // 64 bits: the most negative radius over a step of -1 does not fit into 32.
+  const int64_t steps = static_cast<int64_t>(radius) / step;
+  return static_cast<int>(static_cast<uint32_t>(steps * step));
+}
+
+}  // namespace
+
+namespace vorn {
+
+chroma_level level_of(cnr_handle_t* handle, int level) {
+  _tag_uni_image* const image = handle->images + level;  // level 0 the even ones, level 1 the odd
+  return {image, image + 2, image + 4, image + 6, image + 8, image + 10, image + 12};
+}
+
+int make_guide(cnr_handle_t* handle, const _tag_uni_image& src) {
+  const _tag_uni_image& guide = *level_of(handle, 0).guide;
+  return down2_stage({guide.plane[0], src.plane[0], src.width, guide.width, src.height,
+                      guide.height, 0, 0, handle->pool});
+}
+
+int halve_chroma(cnr_handle_t* handle) {
+  const chroma_level fine = level_of(handle, 0), coarse = level_of(handle, 1);
+  return down_yuv_stage({coarse.guide->plane[0], fine.guide->plane[0], coarse.u->plane[0],
+                         fine.u->plane[0], coarse.v->plane[0], fine.v->plane[0], fine.guide->width,
+                         coarse.guide->width, fine.guide->height, coarse.guide->height, 0, 0,
+                         handle->pool});
+}
+
+void set_range_coefficient(_tag_cnr_param* param, float numerator, int range_factor) {
+  const float factor = static_cast<float>(range_factor);
+  for (float& entry : param->range_coef) entry = numerator / (factor * factor);
+}
+
+int cnr_check_frame(const cnr_handle_t* handle, int width, int height, int scale) {
+  const int least = scale == 1 || scale == 2 ? 4 : 2;  // luma samples of a pixel of the last level
   if (handle && width == handle->width && height == handle->height && width % 2 == 0 &&
       width >= least && height >= least)
     return 0;
@@ -35,183 +185,49 @@ int check_size(const cnr_handle_t* handle, int width, int height, bool level1) {
   return -1;
 }
 
-}  // namespace
+}  // namespace vorn
 
-int vorn::cnr_check_frame(const cnr_handle_t* handle, int width, int height, int scale) {
-  return check_size(handle, width, height, two_levels(scale));
+int uni_color_noise_reduce_process(void* handle, _tag_uni_image* src, _tag_uni_image* dst,
+                                   _tag_cnr_param_output* tuning) {
+  if (!tuning) return -1;
+  _tag_cnr_param param{};
+  vorn::set_range_coefficient(&param, 1.0f, tuning->range_factor);
+  param.range_factor_sq = vorn::wrapping_product(tuning->range_factor, tuning->range_factor);
+  param.smooth_step = tuning->step;
+  param.smooth_radius = radius_in_steps(tuning->smooth_radius, tuning->step);
+  param.scale = tuning->scale;
+  param.saturation = tuning->saturation;
+  param.color_edge_u = tuning->color_edge_u;
+  param.color_edge_v = tuning->color_edge_v;
+  VORN_LOGD("scale = %d, smooth_radius = %d, smooth_step = %d , range_factor = %d \n", param.scale,
+            param.smooth_radius, param.smooth_step, tuning->range_factor);
+  return color_noise_reduce_process(handle, src, dst, &param);
 }
-
-// Fails the frame when a stage could not be queued; the pool has logged why.
-#define RUN_STAGE(call)         \
-  do {                          \
-    if ((call) != 0) return -1; \
-  } while (0)
 
 int color_noise_reduce_process(void* handle, _tag_uni_image* src, _tag_uni_image* dst,
                                _tag_cnr_param* param) {
   if (!handle || !src || !dst || !param) return -1;
-  cnr_handle_t* cnr = static_cast<denoise_handle_t*>(handle)->cnr;
-  const int width = src->width;
-  const int height = src->height;
-  if (vorn::cnr_check_frame(cnr, width, height, param->scale) != 0) return -1;
-  _tag_uni_image* const images = cnr->images;
-  unsigned char* const u = images[2].plane[0];
-  unsigned char* const v = images[4].plane[0];
-  const int frame_bytes = static_cast<int>(static_cast<int64_t>(width) * height * 3 / 2);
+  const auto* owner = static_cast<denoise_handle_t*>(handle);
+  if (vorn::cnr_check_frame(owner->cnr, src->width, src->height, param->scale) != 0) return -1;
 
   char timestamp[256] = {};
   getTimestamp_NR(timestamp, sizeof(timestamp));
-  DUMP_IMAGE_CONDITION("persist.vendor.cam.cnr4.input", "yes", "persist.vendor.cam.cnr4.save_path",
-                       "cnr4_input", timestamp, src->plane[0], width, height, frame_bytes);
-
+  dump("persist.vendor.cam.cnr4.input", "cnr4_input", timestamp, *src);
   const double begin = getTime();
-  double start = begin;
-  if (param->saturation != 0) {
-    RUN_STAGE(split_UV_saturation_thread(cnr, chroma_plane(*src), u, v, param->saturation, width,
-                                         height / 2));
-    VORN_LOGD("    splitUV saturation cost time: %.3f \n", getTime() - start);
-  } else {
-    RUN_STAGE(split_UV_thread(cnr, chroma_plane(*src), u, v, width, height / 2));
-    VORN_LOGD("    splitUV cost time: %.3f \n", getTime() - start);
-  }
-
-  start = getTime();
-  RUN_STAGE(pyramid_down2(cnr, src, &images[0]));
-  VORN_LOGD("    pyramid_down2 cost time: %.3f \n", getTime() - start);
-
-  if (param->scale == 2) {
-    start = getTime();
-    RUN_STAGE(pyramid_down_yuv(cnr, &images[0], &images[1], &images[2], &images[3], &images[4],
-                               &images[5]));
-    VORN_LOGD("    pyramid_down_yuv %d cost time: %.3f \n", 0, getTime() - start);
-
-    param->level_mode = -1;
-    start = getTime();
-    RUN_STAGE(reduce_color_noise_hor_thread(cnr, &images[1], &images[3], &images[5], &images[7],
-                                            &images[9], param));
-    VORN_LOGD("    reduce_color_noise_hor %d cost time: %.3f \n", 1, getTime() - start);
-    start = getTime();
-    RUN_STAGE(reduce_color_noise_ver_thread(cnr, &images[1], &images[7], &images[9], &images[11],
-                                            &images[13], param));
-    VORN_LOGD("    reduce_color_noise_ver %d cost time: %.3f \n", 1, getTime() - start);
-
-    start = getTime();
-    ImgSubImg_add128_u8(&images[11], &images[3], &images[11]);
-    ImgSubImg_add128_u8(&images[13], &images[5], &images[13]);
-    VORN_LOGD("    ImgSubImg_add128_u8 %d cost time: %.3f \n", 1, getTime() - start);
-
-    // Heights alone decide, whatever the widths.
-    if (2 * images[11].height >= images[10].height) {
-      start = getTime();
-      RUN_STAGE(gaussin3x3_up2_merge1_thread(cnr, &images[11], &images[10], &images[2], &images[13],
-                                             &images[12], &images[4]));
-      VORN_LOGD("    gaussin3x3_up2_merge UV %d cost time: %.3f \n", 1, getTime() - start);
-    } else {
-      start = getTime();
-      gaussin3x3_up_odd(&images[11], &images[10], &images[13], &images[12]);
-      VORN_LOGD("    pyramid_up2 %d cost time: %.3f \n", 1, getTime() - start);
-      start = getTime();
-      ImgAddDiff_sub128_u8(&images[2], &images[10], &images[2]);
-      ImgAddDiff_sub128_u8(&images[4], &images[12], &images[4]);
-      VORN_LOGD("    ImgAddDiff_sub128_u8 %d cost time: %.3f \n", 1, getTime() - start);
-    }
-
-    // Level 0 always runs with this small window; the caller's record keeps it.
-    param->level_mode = 0;
-    param->smooth_radius = 3;
-    param->smooth_step = 2;
-    start = getTime();
-    RUN_STAGE(reduce_color_noise_hor_thread(cnr, &images[0], &images[2], &images[4], &images[6],
-                                            &images[8], param));
-    VORN_LOGD("    reduce_color_noise_hor %d cost time: %.3f \n", 0, getTime() - start);
-    start = getTime();
-    RUN_STAGE(reduce_color_noise_ver_thread(cnr, &images[0], &images[6], &images[8], &images[2],
-                                            &images[4], param));
-    VORN_LOGD("    reduce_color_noise_ver %d cost time: %.3f \n", 0, getTime() - start);
-  } else if (param->scale == 1) {
-    param->level_mode = -1;
-    start = getTime();
-    RUN_STAGE(pyramid_down_yuv(cnr, &images[0], &images[1], &images[2], &images[3], &images[4],
-                               &images[5]));
-    VORN_LOGD("    pyramid_down_yuv cost time: %.3f \n", getTime() - start);
-    start = getTime();
-    RUN_STAGE(reduce_color_noise_hor_thread(cnr, &images[1], &images[3], &images[5], &images[7],
-                                            &images[9], param));
-    VORN_LOGD("    reduce_color_noise_hor_thread cost time: %.3f \n", getTime() - start);
-    start = getTime();
-    RUN_STAGE(reduce_color_noise_ver_thread(cnr, &images[1], &images[7], &images[9], &images[3],
-                                            &images[5], param));
-    VORN_LOGD("    reduce_color_noise_ver_thread cost time: %.3f \n", getTime() - start);
-    start = getTime();
-    RUN_STAGE(pyramid_up2(cnr, &images[3], &images[2], &images[5], &images[4]));
-    VORN_LOGD("    pyramid_up2 cost time: %.3f \n", getTime() - start);
-  } else if (param->scale == 0) {
-    param->level_mode = -1;
-    start = getTime();
-    RUN_STAGE(reduce_color_noise_hor_thread(cnr, &images[0], &images[2], &images[4], &images[6],
-                                            &images[8], param));
-    VORN_LOGD("    reduce_color_noise_hor cost time: %.3f \n", getTime() - start);
-    start = getTime();
-    RUN_STAGE(reduce_color_noise_ver_thread(cnr, &images[0], &images[6], &images[8], &images[2],
-                                            &images[4], param));
-    VORN_LOGD("    reduce_color_noise_ver cost time: %.3f \n", getTime() - start);
-  }
-
-  start = getTime();
-  RUN_STAGE(mergeUV_thread(cnr, chroma_plane(*src) - src->plane[0] + dst->plane[0], u, v, width,
-                           height / 2));
-  VORN_LOGD("    mergeUV cost time: %.3f \n", getTime() - start);
+  chroma_frame frame = {owner->cnr,
+                        *src,
+                        *dst,
+                        param,
+                        vorn::level_of(owner->cnr, 0),
+                        vorn::level_of(owner->cnr, 1),
+                        {owner, __func__, ""}};
+  frame.split();
+  if (param->scale == 2) frame.filter_both_levels();
+  if (param->scale == 1) frame.filter_coarse_level();
+  if (param->scale == 0) frame.filter_fine_level();
+  frame.merge();
+  if (frame.stages.result() != 0) return -1;  // a stage could not be queued; the pool logged why
   VORN_LOGD("CNR_process cost time: %.3f \n", getTime() - begin);
-  DUMP_IMAGE_CONDITION("persist.vendor.cam.cnr4.output", "yes", "persist.vendor.cam.cnr4.save_path",
-                       "cnr4_output", timestamp, dst->plane[0], width, height, frame_bytes);
-  return 0;
-}
-
-int color_noise_reduce_mask_process(void* handle, _tag_uni_image* src, _tag_uni_image* dst,
-                                    _tag_uni_image* mask, _tag_cnr_param* param) {
-  if (!src || !dst || !param) return -1;
-  cnr_handle_t* cnr = handle ? static_cast<denoise_handle_t*>(handle)->cnr : nullptr;
-  const int width = src->width;
-  const int height = src->height;
-  if (check_size(cnr, width, height, param->scale != 0) != 0) return -1;
-  if (!mask || !mask->plane[0] || mask->width < 0 || mask->height < 1) {
-    VORN_LOGE("the chroma filter's mask is empty\n");
-    return -1;
-  }
-  _tag_uni_image* const images = cnr->images;
-  const size_t pairs = static_cast<size_t>(height / 2) * static_cast<size_t>(width / 2);
-  unsigned char* const dst_uv = chroma_plane(*src) - src->plane[0] + dst->plane[0];
-
-  const double begin = getTime();
-  double start = begin;
-  if (param->saturation != 0) {
-    vorn::split_with_gain(chroma_plane(*src), images[2].plane[0], images[4].plane[0], 2 * pairs,
-                          param->saturation);
-    VORN_LOGD("    splitUV_saturation cost time: %.3f \n", getTime() - start);
-  } else {
-    vorn::active_pyramid_kernels().split(chroma_plane(*src), images[2].plane[0], images[4].plane[0],
-                                         static_cast<int>(pairs));
-    VORN_LOGD("    splitUV cost time: %.3f \n", getTime() - start);
-  }
-
-  start = getTime();
-  RUN_STAGE(pyramid_down2(cnr, src, &images[0]));
-  VORN_LOGD("    pyramid_down2 cost time: %.3f \n", getTime() - start);
-
-  if (param->scale != 0) {
-    RUN_STAGE(pyramid_down_yuv(cnr, &images[0], &images[1], &images[2], &images[3], &images[4],
-                               &images[5]));
-    RUN_STAGE(reduce_color_noise_mask_hor_thread(cnr, &images[1], &images[3], &images[5],
-                                                 &images[7], &images[9], param, mask));
-    RUN_STAGE(reduce_color_noise_mask_ver_thread(cnr, &images[1], &images[7], &images[9],
-                                                 &images[3], &images[5], param, mask));
-    RUN_STAGE(pyramid_up_uv(cnr, &images[3], &images[2], &images[5], &images[4], dst_uv));
-  } else {
-    RUN_STAGE(reduce_color_noise_mask_hor_thread(cnr, &images[0], &images[2], &images[4],
-                                                 &images[6], &images[8], param, mask));
-    RUN_STAGE(reduce_color_noise_mask_vermerge_thread(cnr, &images[0], &images[6], &images[8],
-                                                      &images[2], &images[4], param, dst_uv, mask));
-  }
-  VORN_LOGD("CNR_process mask cost time: %.3f \n", getTime() - begin);
+  dump("persist.vendor.cam.cnr4.output", "cnr4_output", timestamp, *dst);
   return 0;
 }

@@ -10,15 +10,19 @@
 // Threads runs on the caller's thread and the handle's pool, one frame per handle at a time.
 #pragma once
 
+#include <cstddef>
+
 #include "cnr/cnr_handle.h"
 
-// param->scale: 2 filters half-size chroma, then full-size chroma; 1 half-size only; 0 full-size
-// only; any other value only applies the saturation.
+// One frame: makes the per-call record out of the tuning and runs the driver. handle is the
+// denoise_handle_t here and below.
+VORN_API int uni_color_noise_reduce_process(void* handle, _tag_uni_image* src, _tag_uni_image* dst,
+                                            _tag_cnr_param_output* tuning);
+
+// The driver. param->scale: 2 filters half-size chroma, then full-size chroma; 1 half-size only; 0
+// full-size only; any other value only applies the saturation.
 VORN_API int color_noise_reduce_process(void* handle, _tag_uni_image* src, _tag_uni_image* dst,
                                         _tag_cnr_param* param);
-// The masked filters on one level: half-size chroma when param->scale is not 0.
-VORN_API int color_noise_reduce_mask_process(void* handle, _tag_uni_image* src, _tag_uni_image* dst,
-                                             _tag_uni_image* mask, _tag_cnr_param* param);
 
 namespace vorn {
 
@@ -26,5 +30,26 @@ namespace vorn {
 // frame has the handle's size, the width is even, and no level that `scale` uses is empty.
 // Returns 0, or -1 with one ERROR line.
 int cnr_check_frame(const cnr_handle_t* handle, int width, int height, int scale);
+
+// One level of the handle's images, by what they hold.
+struct chroma_level {
+  _tag_uni_image *guide, *u, *v;        // reduced luma; the planes that are filtered
+  _tag_uni_image *across_u, *across_v;  // after the horizontal pass
+  _tag_uni_image *change_u, *change_v;  // what filtering changed, + 128 (level 0: enlarged)
+};
+chroma_level level_of(cnr_handle_t* handle, int level);
+
+// The interleaved chroma plane of a frame: always straight behind its luma plane, whatever the
+// record's second pointer holds.
+inline unsigned char* chroma_plane(const _tag_uni_image& frame) {
+  return frame.plane[0] + static_cast<size_t>(frame.width) * static_cast<size_t>(frame.height);
+}
+
+// Halves src's luma into the guide of level 0; level 0 into level 1. On the handle's pool.
+int make_guide(cnr_handle_t* handle, const _tag_uni_image& src);
+int halve_chroma(cnr_handle_t* handle);
+
+// numerator / range_factor^2 in single precision, three times; infinite for a factor of 0.
+void set_range_coefficient(_tag_cnr_param* param, float numerator, int range_factor);
 
 }  // namespace vorn

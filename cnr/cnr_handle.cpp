@@ -5,8 +5,6 @@
 #include <cstring>
 
 #include "base/log.h"
-#include "cnr/cnr_driver.h"
-#include "runtime/arithmetic.h"
 
 namespace {
 
@@ -18,20 +16,6 @@ constexpr int kLevels = 7;  // images per pyramid level
 // last row of the last plane, a difference, it finds "no difference" in the first spare byte.
 constexpr size_t kSpareBytes = 128;
 constexpr unsigned char kNoDifference = 128;
-
-// The radius rounded towards zero to a multiple of the step; 0 for a step of 0.
-int radius_in_steps(int radius, int step) {
-  if (step == 0) return 0;
-  // 64 bits: the most negative radius over a step of -1 does not fit into 32.
-  const int64_t steps = static_cast<int64_t>(radius) / step;
-  return static_cast<int>(static_cast<uint32_t>(steps * step));
-}
-
-// numerator / range_factor^2 in single precision; infinite for a factor of 0.
-float range_coefficient(float numerator, int range_factor) {
-  const float factor = static_cast<float>(range_factor);
-  return numerator / (factor * factor);
-}
 
 }  // namespace
 
@@ -111,42 +95,6 @@ int cnr_capability(void* handle, __cnr_capability_param* capability) {
   std::strcpy(capability->version, "4.0.1.2.2768825");
   capability->memory_mb = static_cast<cnr_handle_t*>(handle)->memory_size_mb;
   return 0;
-}
-
-int uni_color_noise_reduce_process(void* handle, _tag_uni_image* src, _tag_uni_image* dst,
-                                   _tag_cnr_param_output* tuning) {
-  if (!tuning) return -1;
-  _tag_cnr_param param{};
-  const float coef = range_coefficient(1.0f, tuning->range_factor);
-  for (float& entry : param.range_coef) entry = coef;
-  param.range_factor_sq = vorn::wrapping_product(tuning->range_factor, tuning->range_factor);
-  param.smooth_step = tuning->step;
-  param.smooth_radius = radius_in_steps(tuning->smooth_radius, tuning->step);
-  param.scale = tuning->scale;
-  param.saturation = tuning->saturation;
-  param.color_edge_u = tuning->color_edge_u;
-  param.color_edge_v = tuning->color_edge_v;
-  VORN_LOGD("scale = %d, smooth_radius = %d, smooth_step = %d , range_factor = %d \n", param.scale,
-            param.smooth_radius, param.smooth_step, tuning->range_factor);
-  return color_noise_reduce_process(handle, src, dst, &param);
-}
-
-int uni_color_noise_reduce_mask_process(void* handle, _tag_uni_image* src, _tag_uni_image* dst,
-                                        _tag_uni_image* mask, _tag_cnr_param_output* tuning) {
-  if (!tuning) return -1;
-  _tag_cnr_param param{};
-  const float coef = range_coefficient(0.5f, tuning->range_factor);
-  for (float& entry : param.range_coef) entry = coef;
-  // Only range factor and saturation come from the tuning; the rest is fixed.
-  param.smooth_radius = 18;
-  param.smooth_step = 3;
-  param.scale = 0;
-  param.saturation = tuning->saturation;
-  param.color_edge_u = 8;
-  param.color_edge_v = 9;
-  VORN_LOGD("smooth_radius = %d, smooth_step = %d , diff_y_weight = %f \n", param.smooth_radius,
-            param.smooth_step, static_cast<double>(coef));
-  return color_noise_reduce_mask_process(handle, src, dst, mask, &param);
 }
 
 int color_noise_reduce_deinit(void**) {

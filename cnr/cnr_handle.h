@@ -39,13 +39,5 @@ VORN_API int cnr_Allocate_slice_memory(cnr_handle_t* handle);
 VORN_API int cnr_deinit(void* handle);
 // Fills in name, build stamps, version and scratch size. Returns 0, or -1 for a null pointer.
 VORN_API int cnr_capability(void* handle, __cnr_capability_param* capability);
-// One frame: makes the per-call record out of the tuning and runs the chroma driver. handle is the
-// denoise_handle_t. The masked form takes only range factor and saturation from the tuning.
-// Returns 0, or -1 as the driver does.
-VORN_API int uni_color_noise_reduce_process(void* handle, _tag_uni_image* src, _tag_uni_image* dst,
-                                            _tag_cnr_param_output* tuning);
-VORN_API int uni_color_noise_reduce_mask_process(void* handle, _tag_uni_image* src,
-                                                 _tag_uni_image* dst, _tag_uni_image* mask,
-                                                 _tag_cnr_param_output* tuning);
 // Does nothing and returns 0; kept for callers that link it.
 VORN_API int color_noise_reduce_deinit(void** handle);

@@ -5,27 +5,24 @@
 //          1 2 1  row 0 above row 0, column 0 left of column 0
 //
 // Shape:   any size; the caller chooses the destination's, normally half the source's, rounded
-//          down. Strides are bytes; where none is passed it equals the width.
+//          down. Strides are bytes; the stage's equal its widths.
 // Reads:   source columns 0 .. 2*dst_width-1, rows 2*row_begin-1 .. 2*row_end-1.
-//          The `_pro` and raw forms also read columns up to 15 when dst_width is below 8.
 // Writes:  columns 0 .. dst_width-1 of the destination rows asked for.
-//          The `_pro` and raw forms write eight samples per row even when dst_width is below 8.
-//          Kept on purpose (Down2.NarrowRowsWriteTheirFirstBlock); the stages never do.
 // Rounds:  half-up; exact in every form.
-// Errors:  -1 from the stages when a job could not be queued. Pointers and sizes are not checked.
-// Threads: the `_thread` forms cut the destination into four slices of dst_height / 4 rows, the
-//          last one with the remainder. `gaussin3x3_down2_ynr` runs on the caller's thread.
+// Errors:  -1 from the stage when a job could not be queued. Pointers and sizes are not checked.
+// Threads: the stage cuts the destination into four slices of dst_height / 4 rows, the last one
+//          with the remainder.
 //
 // Below eight outputs a row has no vector block that closes it on the left: its first output then
 // takes the byte before the row as its left neighbour (in the plane's first row, column 0).
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
-#include "cnr/cnr_handle.h"
-#include "ynr/ynr_handle.h"
+#include "vorn_ycnr.h"
 
-// One slice of gaussin3x3_down2_thread.
+// One slice of the stage.
 struct down2_job {
   unsigned char* dst;
   unsigned char* src;
@@ -38,68 +35,29 @@ struct down2_job {
   struct pool* pool;
 };
 
-// One slice of gaussin3x3_down2_ynr_thread.
-struct down2_ynr_job {
-  unsigned char* dst;
-  unsigned char* src;
-  int src_width;
-  int dst_width;
-  int src_height;
-  int dst_height;
-  int src_stride;
-  int dst_stride;
-  int row_begin;
-  int row_end;
-  struct pool* pool;
-};
-
-// Destination rows [row_begin, row_end). Returns 0.
-VORN_API int gaussin3x3_down2_pro(unsigned char* src, int src_width, int src_height,
-                                  unsigned char* dst, int dst_width, int dst_height, int row_begin,
-                                  int row_end);
-
-// The same with explicit strides.
-VORN_API int gaussin3x3_down2_ynr_pro(unsigned char* src, int src_width, int src_height,
-                                      int src_stride, unsigned char* dst, int dst_width,
-                                      int dst_height, int dst_stride, int row_begin, int row_end);
-
-// All rows, on the calling thread. Returns 0.
-VORN_API int gaussin3x3_down2(unsigned char* src, int src_width, int src_height, int src_stride,
-                              unsigned char* dst, int dst_width, int dst_height, int dst_stride);
-
-// First planes of two images, on the chroma pool; rows lie width bytes apart.
-VORN_API int gaussin3x3_down2(cnr_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst);
-
-// The chroma stage from raw planes, and the body of one of its jobs (a down2_job).
-VORN_API int gaussin3x3_down2_thread(cnr_handle_t* handle, unsigned char* src, int src_width,
-                                     int src_height, unsigned char* dst, int dst_width,
-                                     int dst_height);
+// The body of one of the stage's jobs (a down2_job).
 VORN_API void* gaussin3x3_down2_process(void* job);
-
-// First planes of two images with their strides: one luma level from the one above. Returns 0.
-VORN_API int gaussin3x3_down2_ynr(ynr_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst);
-
-// The same on the luma pool, and the body of one of its jobs (a down2_ynr_job).
-VORN_API int gaussin3x3_down2_ynr_thread(ynr_handle_t* handle, unsigned char* src, int src_width,
-                                         int src_height, int src_stride, unsigned char* dst,
-                                         int dst_width, int dst_height, int dst_stride);
-VORN_API void* gaussin3x3_down2_ynr_process(void* job);
-
-// The chroma pyramid's name for the stage.
-VORN_API int pyramid_down2(cnr_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst);
-
-// Does nothing, returns 0: an exported placeholder.
-VORN_API int pyramid_down2(unsigned char* src, int src_width, int src_height, unsigned char* dst,
-                           int dst_width, int dst_height);
 
 namespace vorn {
 
-// Destination rows [row_begin, row_end) of one plane, nothing beside them: what every stage runs.
+constexpr int kDownBlock = 8;  // outputs of the first block of a row
+
+// The three source rows of one destination row.
+struct source_rows {
+  const uint8_t *upper, *centre, *lower;
+};
+
+inline source_rows rows_around(const uint8_t* src, int src_height, int src_stride, int y) {
+  const uint8_t* centre = src + static_cast<ptrdiff_t>(2 * y) * src_stride;
+  return {y > 0 ? centre - src_stride : centre, centre,
+          2 * y == src_height - 1 ? centre : centre + src_stride};
+}
+
+// Destination rows [row_begin, row_end) of one plane, nothing beside them.
 void down2_rows(const uint8_t* src, int src_height, int src_stride, uint8_t* dst, int dst_width,
                 int dst_stride, int row_begin, int row_end);
 
-// The same as the raw forms do it: eight samples per row at least.
-void down2_rows_in_blocks(const uint8_t* src, int src_height, int src_stride, uint8_t* dst,
-                          int dst_width, int dst_stride, int row_begin, int row_end);
+// The stage: a whole plane in four jobs on the pool that the record names; its rows are cut here.
+int down2_stage(const down2_job& plane);
 
 }  // namespace vorn

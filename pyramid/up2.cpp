@@ -75,12 +75,8 @@ int gaussin3x3_up2(_tag_uni_image* small, _tag_uni_image* out) {
   return 0;
 }
 
-namespace {
-
-// Both merge forms: `fine` receives the enlarged samples of the per-sample runs and names the
-// geometry, `result` the merged ones; one of them or `detail` may be the same plane.
-int up_merge(const _tag_uni_image& small, const _tag_uni_image& fine, const _tag_uni_image& detail,
-             const _tag_uni_image& result) {
+int vorn::up2_merge(const _tag_uni_image& small, const _tag_uni_image& fine,
+                    const _tag_uni_image& detail, const _tag_uni_image& result) {
   const int width = fine.width, height = fine.height;
   if (height < 2) return -1;
   // All planes share the fine stride.
@@ -130,14 +126,8 @@ int up_merge(const _tag_uni_image& small, const _tag_uni_image& fine, const _tag
   return 0;
 }
 
-}  // namespace
-
-int gaussin3x3_up2_merge(_tag_uni_image* small, _tag_uni_image* detail, _tag_uni_image* out) {
-  return up_merge(*small, *out, *detail, *out);
-}
-
 int gaussin3x3_up2_merge1(_tag_uni_image* small, _tag_uni_image* up, _tag_uni_image* detail) {
-  return up_merge(*small, *up, *detail, *detail);
+  return vorn::up2_merge(*small, *up, *detail, *detail);
 }
 
 void* gaussin3x3_up2_merge1_process(void* argument) {
@@ -147,11 +137,10 @@ void* gaussin3x3_up2_merge1_process(void* argument) {
   return nullptr;
 }
 
-int gaussin3x3_up2_merge1_thread(cnr_handle_t* handle, _tag_uni_image* small_u,
-                                 _tag_uni_image* up_u, _tag_uni_image* detail_u,
-                                 _tag_uni_image* small_v, _tag_uni_image* up_v,
-                                 _tag_uni_image* detail_v) {
-  up2_merge1_job jobs[] = {{small_u, up_u, detail_u, handle->pool},
-                           {small_v, up_v, detail_v, handle->pool}};
-  return vorn::run_jobs(handle->pool, gaussin3x3_up2_merge1_process, jobs);
+int vorn::up2_merge_stage(pool* workers, _tag_uni_image& small_u, _tag_uni_image& up_u,
+                          _tag_uni_image& detail_u, _tag_uni_image& small_v, _tag_uni_image& up_v,
+                          _tag_uni_image& detail_v) {
+  up2_merge1_job jobs[] = {{&small_u, &up_u, &detail_u, workers},
+                           {&small_v, &up_v, &detail_v, workers}};
+  return run_jobs(workers, gaussin3x3_up2_merge1_process, jobs);
 }

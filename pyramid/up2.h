@@ -12,20 +12,22 @@
 //          whatever stands there.
 // Writes:  the fine plane, with these exceptions, kept on purpose:
 //          - column W-1 repeats the enlarged column W-2 (Up2.LastColumnRepeatsItsNeighbour);
-//          - merge forms leave column W-1 of rows 0 .. H-3 alone when W-1 is a multiple of 16
+//          - merges leave column W-1 of rows 0 .. H-3 alone when W-1 is a multiple of 16
 //            (Up2.MergeLeavesLastColumnOfMultiplesOf16);
-//          - merge1 with an odd H merges row H-2 twice (Up2.MergeInPlaceTwiceForOddHeights);
+//          - in place with an odd H it merges row H-2 twice (Up2.MergeInPlaceTwiceForOddHeights);
 //          - gaussin3x3_up2 closes the bottom by copying whole strides, padding included.
 // Rounds:  avg is half-up at each of its three steps; exact in every form.
 // Errors:  -1 when a merge is asked of a plane lower than two rows, or a job could not be queued.
-// Threads: the thread form runs one job per chroma plane, the others the caller's thread.
+// Threads: the stage runs one job per chroma plane, the others the caller's thread.
 #pragma once
 
 #include <cstdint>
 
-#include "cnr/cnr_handle.h"
+#include "vorn_ycnr.h"
 
-// One plane of gaussin3x3_up2_merge1_thread.
+struct pool;
+
+// One plane of the stage.
 struct up2_merge1_job {
   _tag_uni_image* small;
   _tag_uni_image* up;      // scratch: enlarged samples where no vector step runs
@@ -36,22 +38,24 @@ struct up2_merge1_job {
 // out = enlarged small. Rows from 2*sh-1 on repeat row 2*sh-2, sh being small's height. Returns 0.
 VORN_API int gaussin3x3_up2(_tag_uni_image* small, _tag_uni_image* out);
 
-// out = merge(enlarged small, detail).
-VORN_API int gaussin3x3_up2_merge(_tag_uni_image* small, _tag_uni_image* detail,
-                                  _tag_uni_image* out);
-
 // detail = merge(enlarged small, detail), in place; up is scratch of the same geometry.
 VORN_API int gaussin3x3_up2_merge1(_tag_uni_image* small, _tag_uni_image* up,
                                    _tag_uni_image* detail);
 
-// One job (an up2_merge1_job), and both chroma planes as two jobs on the pool.
+// The body of one of the stage's jobs (an up2_merge1_job).
 VORN_API void* gaussin3x3_up2_merge1_process(void* job);
-VORN_API int gaussin3x3_up2_merge1_thread(cnr_handle_t* handle, _tag_uni_image* small_u,
-                                          _tag_uni_image* up_u, _tag_uni_image* detail_u,
-                                          _tag_uni_image* small_v, _tag_uni_image* up_v,
-                                          _tag_uni_image* detail_v);
 
 namespace vorn {
+
+// The stage: both planes merged in place, one job each on the pool.
+int up2_merge_stage(pool* workers, _tag_uni_image& small_u, _tag_uni_image& up_u,
+                    _tag_uni_image& detail_u, _tag_uni_image& small_v, _tag_uni_image& up_v,
+                    _tag_uni_image& detail_v);
+
+// result = merge(enlarged small, detail). fine receives the enlarged samples where no vector step
+// runs and names the geometry; result may be fine or detail. Returns 0.
+int up2_merge(const _tag_uni_image& small, const _tag_uni_image& fine, const _tag_uni_image& detail,
+              const _tag_uni_image& result);
 
 // A pair of fine rows of `width` samples, last column included, from coarse rows a and b.
 // With b == a, even == odd is allowed.

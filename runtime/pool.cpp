@@ -1,13 +1,10 @@
 #include "runtime/pool.h"
 
-#include <sched.h>
-#include <sys/resource.h>
-#include <unistd.h>
-
 #include <cstdlib>
 #include <cstring>
 
 #include "base/log.h"
+#include "base/platform.h"
 
 namespace {
 
@@ -15,13 +12,6 @@ namespace {
 constexpr int core_table[vorn::kMaxWorkers] = {4, 5, 6, 7};
 constexpr int kCoreFallback = 4;
 constexpr int kWorkerNice = -7;
-
-bool bind_to_core(int core) {
-  cpu_set_t set;
-  CPU_ZERO(&set);
-  CPU_SET(core, &set);
-  return sched_setaffinity(0, sizeof set, &set) == 0;  // 0: the calling thread
-}
 
 // The two locks and two conditions in the order of their creation.
 constexpr int kLocks = 4;
@@ -68,7 +58,7 @@ template <typename Ready>
 void poll(const int& counter, const Ready& ready) {
   if (ready(load(counter))) return;
   for (const double end = getTime() + kPollMs; !ready(load(counter)) && getTime() < end;)
-    sched_yield();
+    vorn::platform_yield();
 }
 
 // Starts the workers; returns how many run.
@@ -87,18 +77,20 @@ int start_workers(pool* workers) {
 }  // namespace
 
 int vorn_threadpool_init(pool** out, int thread_num) {
-  return vorn::vorn_threadpool_init(out, thread_num, 0);
+  return vorn::create_pool(out, thread_num, 0);
 }
 
-int vorn::vorn_threadpool_init(pool** out, int thread_num, int bind_core) {
+int vorn::create_pool(pool** out, int thread_num, int bind_core) {
+  constexpr char kName[] = "vorn_threadpool_init";  // in its log lines
   *out = nullptr;
   if (thread_num > kMaxWorkers) {
-    VORN_LOGE("%d threads asked for, at most %d are possible\n", thread_num, kMaxWorkers);
+    VORN_LOG_AS(kLogError, kName, "%d threads asked for, at most %d are possible\n", thread_num,
+                kMaxWorkers);
     return -1;
   }
   pool* workers = static_cast<pool*>(std::malloc(sizeof(pool)));
   if (!workers) {
-    VORN_LOGE("can't alloc thread pool\n");
+    VORN_LOG_AS(kLogError, kName, "can't alloc thread pool\n");
     return -1;
   }
   std::memset(workers, 0, sizeof *workers);
@@ -109,16 +101,16 @@ int vorn::vorn_threadpool_init(pool** out, int thread_num, int bind_core) {
   int err = 0;
   while (locks < kLocks && (err = init_lock(workers, locks)) == 0) ++locks;
   if (err) {
-    VORN_LOGE("can't init pool->%s err:%d\n", kLockNames[locks], err);
+    VORN_LOG_AS(kLogError, kName, "can't init pool->%s err:%d\n", kLockNames[locks], err);
   } else {
     // At least one element: malloc(0) may return null, which would read as out of memory.
     const size_t slots = thread_num > 0 ? static_cast<size_t>(thread_num) : 1;
     workers->threadid = static_cast<pthread_t*>(std::malloc(slots * sizeof(pthread_t)));
-    if (!workers->threadid) VORN_LOGE("can't malloc threadid\n");
+    if (!workers->threadid) VORN_LOG_AS(kLogError, kName, "can't malloc threadid\n");
     workers->thread_creatflag =
         workers->threadid ? static_cast<int*>(std::malloc(slots * sizeof(int))) : nullptr;
     if (workers->threadid && !workers->thread_creatflag)
-      VORN_LOGE("can't malloc thread_creatflag\n");
+      VORN_LOG_AS(kLogError, kName, "can't malloc thread_creatflag\n");
     if (workers->thread_creatflag) {
       std::memset(workers->threadid, 0, slots * sizeof(pthread_t));
       std::memset(workers->thread_creatflag, 0, slots * sizeof(int));
@@ -126,7 +118,7 @@ int vorn::vorn_threadpool_init(pool** out, int thread_num, int bind_core) {
         *out = workers;
         return 0;
       }
-      VORN_LOGE("all LTM thread create failed.\n");
+      VORN_LOG_AS(kLogError, kName, "all LTM thread create failed.\n");
     }
   }
   std::free(workers->threadid);
@@ -141,17 +133,17 @@ void* vorn_thread_routine(void* start_record) {
   pool* workers = start->pool;
   if (workers->bind_core == 1) {
     int core = start->core;
-    bool bound = bind_to_core(core);
+    bool bound = vorn::platform_bind_thread(core);
     if (!bound) {
       core -= kCoreFallback;
-      bound = bind_to_core(core);
+      bound = vorn::platform_bind_thread(core);
     }
     if (bound) {
       VORN_LOGI("core %d binded.\n", core);
     } else {
       VORN_LOGE("warning: could not set CPU affinity\n");
     }
-    if (setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), kWorkerNice) != 0)
+    if (!vorn::platform_set_nice(kWorkerNice))
       VORN_LOGE("setpriority function error can not set thread priority\n");
   }
 

@@ -66,7 +66,7 @@ namespace vorn {
 
 constexpr int kMaxWorkers = 4;  // room in pool::thread_args
 
-// As above with bind_core set before the workers start. Same name, so the same log lines.
-int vorn_threadpool_init(pool** out, int thread_num, int bind_core);
+// vorn_threadpool_init with bind_core set before the workers start.
+int create_pool(pool** out, int thread_num, int bind_core);
 
 }  // namespace vorn

@@ -1,13 +1,12 @@
 #include "runtime/stage.h"
 
-#include <sched.h>
-#include <unistd.h>
-
 #include <cstring>
 
+#include "base/platform.h"
+
 int vorn::home_slice() {
-  static const int processors = static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN));
-  const int processor = sched_getcpu();  // -1 where the kernel cannot tell
+  static const int processors = platform_processors();
+  const int processor = platform_processor();
   if (processor < 0) return 0;
   return processors < kSlices ? processor * kSlices / processors % kSlices : processor % kSlices;
 }

@@ -351,9 +351,8 @@ int walk(_tag_uni_image* src, _tag_uni_image* dst, _tag_uni_image* mask, int* ma
 
 // What a job of the 3x3 window logs, under the name of its body.
 void log_process3x3(double start) {
-  if (vorn::log_enabled(vorn::kLogDebug))
-    vorn::log_write(vorn::kLogDebug, "L %d, %s:        process3x3_pro   %.3f  \n", 1898,
-                    "process3x3_process", getTime() - start);
+  VORN_LOG_AT(vorn::kLogDebug, "process3x3_process", 1898, "        process3x3_pro   %.3f  \n",
+              getTime() - start);
 }
 
 constexpr int kChunkMultiple = 16;  // rows: of whole blocks, so that plans pay
@@ -427,23 +426,23 @@ int process7x7_thread(ynr_handle_t* handle, _tag_uni_image* src, _tag_uni_image*
 }
 
 int Process3x3(_tag_uni_image* src, _tag_uni_image* dst, _tag_uni_image* mask, int* weight_map) {
-  VORN_LOG_AT(vorn::kLogDebug, 1467, "%s++ \n", __func__);
+  VORN_LOG_AT(vorn::kLogDebug, __func__, 1467, "%s++ \n", __func__);
   walk<1>(src, dst, mask, weight_map, 0, src->height);
-  VORN_LOG_AT(vorn::kLogDebug, 1611, "%s-- \n", __func__);
+  VORN_LOG_AT(vorn::kLogDebug, __func__, 1611, "%s-- \n", __func__);
   return 0;
 }
 
 int Process5x5(_tag_uni_image* src, _tag_uni_image* dst, _tag_uni_image* mask, int* weight_map) {
-  VORN_LOG_AT(vorn::kLogDebug, 1947, "%s++ \n", __func__);
+  VORN_LOG_AT(vorn::kLogDebug, __func__, 1947, "%s++ \n", __func__);
   walk<2>(src, dst, mask, weight_map, 0, src->height);
-  VORN_LOG_AT(vorn::kLogDebug, 2118, "%s-- \n", __func__);
+  VORN_LOG_AT(vorn::kLogDebug, __func__, 2118, "%s-- \n", __func__);
   return 0;
 }
 
 int Process7x7(_tag_uni_image* src, _tag_uni_image* dst, _tag_uni_image* mask, int* weight_map) {
-  VORN_LOG_AT(vorn::kLogDebug, 2576, "%s++ \n", __func__);
+  VORN_LOG_AT(vorn::kLogDebug, __func__, 2576, "%s++ \n", __func__);
   walk<3>(src, dst, mask, weight_map, 0, src->height);
-  VORN_LOG_AT(vorn::kLogDebug, 2760, "%s-- \n", __func__);
+  VORN_LOG_AT(vorn::kLogDebug, __func__, 2760, "%s-- \n", __func__);
   return 0;
 }
 
@@ -451,7 +450,7 @@ int Process7x7(_tag_uni_image* src, _tag_uni_image* dst, _tag_uni_image* mask, i
 // thread.
 int Process5x5_Guided(_tag_uni_image* src, _tag_uni_image* guide, _tag_uni_image* dst,
                       _tag_uni_image* mask, int* weight_map) {
-  VORN_LOG_AT(vorn::kLogDebug, 2488, "%s++", __func__);
+  VORN_LOG_AT(vorn::kLogDebug, __func__, 2488, "%s++", __func__);
   const int width = src->width;
   const int paired = width & ~7;
   const ptrdiff_t stride = src->stride[0];
@@ -482,7 +481,7 @@ int Process5x5_Guided(_tag_uni_image* src, _tag_uni_image* guide, _tag_uni_image
     for (; x < width; x += 4)
       if (const int m = values.at(x)) filter(x, m);
   }
-  VORN_LOG_AT(vorn::kLogDebug, 2566, "%s--", __func__);
+  VORN_LOG_AT(vorn::kLogDebug, __func__, 2566, "%s--", __func__);
   return 0;
 }
 

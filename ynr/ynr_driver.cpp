@@ -6,6 +6,7 @@
 
 #include "base/dump.h"
 #include "base/log.h"
+#include "base/stage_times.h"
 #include "pyramid/detail.h"
 #include "pyramid/down2.h"
 #include "pyramid/up2.h"
@@ -28,14 +29,6 @@ void dump(const char* property, const char* label, const _tag_uni_image* frame) 
   const int64_t bytes = int64_t{frame->width} * frame->height * 3 / 2;
   DUMP_IMAGE_CONDITION(property, "yes", kPathProperty, label, timestamp, frame->plane[0],
                        frame->width, frame->height, static_cast<int>(bytes));
-}
-
-// Milliseconds since the last call on the same clock variable.
-double lap(double* since) {
-  const double now = getTime();
-  const double elapsed = now - *since;
-  *since = now;
-  return elapsed;
 }
 
 unsigned char* row_of(const _tag_uni_image* image, int y) {
@@ -88,47 +81,162 @@ int halve(pool* workers, const _tag_uni_image& fine, const _tag_uni_image& coars
 }
 
 // The position mask of one frame, when the caller brought none.
-class frame_mask {
- public:
-  ~frame_mask() {
-    if (!record_) return;
-    std::free(record_->plane[0]);
-    std::free(record_);
-  }
-  // Returns the mask, or null when there is no memory.
-  _tag_uni_image* make(int width, int height, int strength) {
-    record_ = static_cast<_tag_uni_image*>(std::calloc(1, sizeof(_tag_uni_image)));
-    if (!record_) return nullptr;
-    record_->width = record_->stride[0] = width / 4;
-    record_->height = height / 4;
-    record_->plane[0] = static_cast<unsigned char*>(
-        std::malloc(static_cast<size_t>(record_->width) * record_->height));
-    if (!record_->plane[0]) return nullptr;
-    pre_mask(record_, record_, width, height, strength);
-    return record_;
-  }
-  bool made() const { return record_; }
+struct frame_mask {
+  _tag_uni_image image = {};
 
- private:
-  _tag_uni_image* record_ = nullptr;
+  ~frame_mask() { std::free(image.plane[0]); }
+  // Returns false when there is no memory.
+  bool make(int width, int height, int strength) {
+    image.width = image.stride[0] = width / 4;
+    image.height = height / 4;
+    image.plane[0] = static_cast<unsigned char*>(
+        std::malloc(static_cast<size_t>(image.width) * static_cast<size_t>(image.height)));
+    if (image.plane[0]) pre_mask(nullptr, &image, width, height, strength);
+    return image.plane[0] != nullptr;
+  }
 };
+
+constexpr char kDriver[] = "pyramid_denoise_mask_process";  // in the log lines of its steps
+
+// One frame under way. A stage that could not be queued is the last one; the luma plane then goes
+// back to the input.
+struct luma_frame {
+  ynr_handle_t* ynr;
+  const _tag_ynr_param_output& param;
+  _tag_uni_image* src;
+  _tag_uni_image* dst;
+  _tag_uni_image* mask;
+  bool own_mask;  // covers every block
+  vorn::stage_times stages;
+
+  bool filters(int level) const { return param.pIntensity[level] >= 1; }
+  int coarsest() const { return param.layer - 1; }
+
+  void build_pyramid();
+  void make_mask(frame_mask* memory);
+  void denoise(int level);
+  void take_change(int level);
+  void add_change(int level);
+  void denoise_finest();
+};
+
+// The coarsest level's working image is the Gaussian level itself.
+void luma_frame::build_pyramid() {
+  ynr->work[0] = *dst;
+  ynr->gauss[0] = *src;
+  stages.run("BuildGauPyrs_u8", 0,
+             [this] { return BuildGauPyrs_u8(ynr, src, ynr->gauss, param.layer); });
+  const _tag_uni_image& whole = ynr->gauss_whole[coarsest()];
+  std::memcpy(ynr->work_whole[coarsest()].plane[0], whole.plane[0],
+              static_cast<size_t>(whole.stride[0]) * whole.height);
+}
+
+void luma_frame::make_mask(frame_mask* memory) {
+  stages.run("pre_mask", 0, [this, memory] {
+    mask = &memory->image;
+    if (memory->make(src->width, src->height, param.param0)) return 0;
+    VORN_LOG_AS(vorn::kLogError, kDriver, "no memory for the mask\n");
+    return -1;
+  });
+}
+
+// A coarse level: work -> out.
+void luma_frame::denoise(int level) {
+  if (!filters(level)) {
+    stages.run("layer %d memcpy", level, [=] {
+      copy_uni_image(&ynr->out[level], &ynr->work[level]);
+      return 0;
+    });
+    return;
+  }
+  stages.run("layer %d FillExpandPixels", level, [=] {
+    fill_border(&ynr->work_whole[level], kBorder);
+    return 0;
+  });
+  stages.run("layer %d nlm_denoise_process", level, [=] {
+    return nlm_denoise_process(ynr, &ynr->work[level], &ynr->out[level], mask,
+                               param.pIntensity[level], param.pRadius[level]);
+  });
+}
+
+// What denoising changed: out - gauss + 128 -> work.
+void luma_frame::take_change(int level) {
+  stages.run("layer %d ImgSubImg_add128_u8", level, [=] {
+    const _tag_uni_image& work = ynr->work[level];
+    const int result =
+        vorn::run_rows(ynr->pool, work.height, 1, 3 * work.width, [&](int begin, int end) {
+          vorn::subtract_rows(ynr->out[level], ynr->gauss[level], work, begin, end);
+        });
+    if (!filters(level)) extend_right(&work);
+    return result;
+  });
+}
+
+// The change, doubled, added to the next finer level: where that one is filtered from.
+void luma_frame::add_change(int level) {
+  const bool into_bordered = level == 1 && filters(0);
+  _tag_uni_image *const change = &ynr->work[level], *const finer = &ynr->work[level - 1],
+                        *const level_below = &ynr->gauss[level - 1],
+                        *const merged = into_bordered ? &ynr->out[0] : finer;
+  constexpr char kUp[] = "layer %d gaussin3x3_up2", kMerge[] = "layer %d gaussin3x3_up2_merge";
+  if (into_bordered && !own_mask) {
+    // A mask of the caller may leave blocks of dst alone, which then hold the enlarged detail.
+    stages.run(kUp, level, [=] { return gaussin3x3_up2(change, finer); });
+    stages.run(kMerge, level, [=] {
+      ImgAddDiff_sub128_u8(level_below, finer, merged);
+      return 0;
+    });
+    return;
+  }
+  // Both steps in one pass, without the enlarged detail ever being written.
+  if (stages.result() == 0) stages.report(kUp, level, 0.0);
+  stages.run(kMerge, level, [=] {
+    return vorn::run_rows(ynr->pool, merged->height, 2, 2 * merged->width, [=](int begin, int end) {
+      vorn::up2_add_rows(*change, *level_below, *merged, begin, end);
+    });
+  });
+}
+
+// Level 0 from the handle's bordered image into the caller's frame. Blocks that overhang the frame
+// go through memory of the handle; blocks that a mask leaves alone keep what dst holds.
+void luma_frame::denoise_finest() {
+  stages.run("layer %d FillExpandPixels", 0, [this] {
+    fill_border(&ynr->out_whole[0], kBorder);
+    return 0;
+  });
+  stages.run("layer %d nlm_denoise_process", 0, [this] {
+    const int intensity = param.pIntensity[0], radius = param.pRadius[0];
+    _tag_uni_image blocks = vorn::block_destination(*ynr);
+    const bool window = radius == 3 || radius == 5 || radius == 7;
+    if (!blocks.plane[0] || !window)
+      return nlm_denoise_process(ynr, &ynr->out[0], dst, mask, intensity, radius);
+    if (!own_mask) copy_rows(&blocks, dst);
+    const int result = nlm_denoise_process(ynr, &ynr->out[0], &blocks, mask, intensity, radius);
+    copy_rows(dst, &blocks);
+    return result;
+  });
+}
 
 bool usable_plane(const _tag_uni_image* image) {
   return image->plane[0] && image->stride[0] >= image->width;
 }
 
-// Level 0 from the handle's bordered image into the caller's frame. Blocks that overhang the frame
-// go through memory of the handle; blocks that a mask leaves alone keep what dst holds.
-int denoise_finest(ynr_handle_t* ynr, _tag_uni_image* dst, _tag_uni_image* mask,
-                   bool covers_all_blocks, int intensity, int radius) {
-  _tag_uni_image blocks = vorn::block_destination(*ynr);
-  const bool window = radius == 3 || radius == 5 || radius == 7;
-  if (!blocks.plane[0] || !window)
-    return nlm_denoise_process(ynr, &ynr->out[0], dst, mask, intensity, radius);
-  if (!covers_all_blocks) copy_rows(&blocks, dst);
-  const int result = nlm_denoise_process(ynr, &ynr->out[0], &blocks, mask, intensity, radius);
-  copy_rows(dst, &blocks);
-  return result;
+// Whether the driver can run these images. Logs why not under the driver's name.
+bool usable_images(const ynr_handle_t* ynr, const _tag_uni_image* src, const _tag_uni_image* dst,
+                   const _tag_uni_image* mask, int layer) {
+  if (layer <= 1) {
+    VORN_LOG_AS(vorn::kLogWarn, kDriver, "ynr layer = %d, it needs > 1\n", layer);
+    return false;
+  }
+  if (vorn::ynr_check_frame(ynr, src->width, src->height, layer) != 0 ||
+      vorn::ynr_check_frame(ynr, dst->width, dst->height, layer) != 0)
+    return false;
+  if (usable_plane(src) && usable_plane(dst) &&
+      (!mask || (mask->plane[0] && mask->width >= 1 && mask->height >= 1)))
+    return true;
+  VORN_LOG_AS(vorn::kLogError, kDriver,
+              "an image without a plane or with rows shorter than its width\n");
+  return false;
 }
 
 }  // namespace
@@ -165,10 +273,11 @@ void FillExpandPixels(_tag_uni_image* image, int border) {
 
 int BuildGauPyrs_u8(ynr_handle_t* handle, _tag_uni_image* src, _tag_uni_image* levels, int layer) {
   int result = 0;
-  double clock = getTime();
   for (int i = 0; i == 0 || i <= layer - 2; ++i) {
+    const double start = getTime();
     result |= halve(handle ? handle->pool : nullptr, i == 0 ? *src : levels[i], levels[i + 1]);
-    VORN_LOGD("        %d->%d gaussin3x3_down2_ynr cost time : %.3f ms \n", i, i + 1, lap(&clock));
+    VORN_LOGD("        %d->%d gaussin3x3_down2_ynr cost time : %.3f ms \n", i, i + 1,
+              getTime() - start);
   }
   return result;
 }
@@ -176,95 +285,32 @@ int BuildGauPyrs_u8(ynr_handle_t* handle, _tag_uni_image* src, _tag_uni_image* l
 int pyramid_denoise_mask_process(void* handle, _tag_uni_image* src, _tag_uni_image* dst,
                                  _tag_uni_image* mask, _tag_ynr_param_output* param) {
   if (!handle || !src || !dst || !param) return -1;
-  ynr_handle_t* ynr = static_cast<denoise_handle_t*>(handle)->ynr;
-  if (!ynr) return -1;
-  const int layer = param->layer;
-  if (layer <= 1) {
-    VORN_LOGW("ynr layer = %d, it needs > 1\n", layer);
-    return -1;
-  }
-  if (vorn::ynr_check_frame(ynr, src->width, src->height, layer) != 0 ||
-      vorn::ynr_check_frame(ynr, dst->width, dst->height, layer) != 0)
-    return -1;
-  if (!usable_plane(src) || !usable_plane(dst) ||
-      (mask && (!mask->plane[0] || mask->width < 1 || mask->height < 1))) {
-    VORN_LOGE("an image without a plane or with rows shorter than its width\n");
-    return -1;
-  }
+  const auto* owner = static_cast<denoise_handle_t*>(handle);
+  if (!owner->ynr || !usable_images(owner->ynr, src, dst, mask, param->layer)) return -1;
   VORN_LOGD("    nradius = %d \n", param->pRadius[1]);
   dump(kInputProperty, "ynr2_input", src);
-  const double frame_start = getTime();
+  const double start = getTime();
 
-  frame_mask own_mask;
-  ynr->work[0] = *dst;
-  ynr->gauss[0] = *src;
-  double clock = getTime();
-  // A job that could not be queued spoils the frame; the luma plane then goes back to the input.
-  int stage_result = BuildGauPyrs_u8(ynr, src, ynr->gauss, layer);
-  VORN_LOGD("    BuildGauPyrs_u8 cost time: %.3f ms \n", lap(&clock));
-  const int coarsest = layer - 1;
-  const _tag_uni_image& whole = ynr->gauss_whole[coarsest];
-  std::memcpy(ynr->work_whole[coarsest].plane[0], whole.plane[0],
-              static_cast<size_t>(whole.stride[0]) * whole.height);
-  if (!mask) {
-    lap(&clock);
-    mask = own_mask.make(src->width, src->height, param->param0);
-    if (!mask) {
-      VORN_LOGE("no memory for the mask\n");
-      return -1;
-    }
-    VORN_LOGD("    pre_mask cost time: %.3f ms \n", lap(&clock));
+  frame_mask memory;
+  luma_frame frame = {owner->ynr, *param, src, dst, mask, !mask, {owner, kDriver, " ms"}};
+  frame.build_pyramid();
+  if (frame.own_mask) frame.make_mask(&memory);
+  for (int level = frame.coarsest(); level >= 1; --level) {
+    frame.denoise(level);
+    frame.take_change(level);
+    frame.add_change(level);
   }
-
-  for (int l = coarsest; l >= 1; --l) {
-    _tag_uni_image* work = &ynr->work[l];
-    lap(&clock);
-    if (param->pIntensity[l] < 1) {
-      copy_uni_image(&ynr->out[l], work);
-      VORN_LOGD("    layer %d memcpy cost time: %.3f ms \n", l, lap(&clock));
-    } else {
-      fill_border(&ynr->work_whole[l], kBorder);
-      VORN_LOGD("    layer %d FillExpandPixels cost time: %.3f ms \n", l, lap(&clock));
-      stage_result |= nlm_denoise_process(ynr, work, &ynr->out[l], mask, param->pIntensity[l],
-                                          param->pRadius[l]);
-      VORN_LOGD("    layer %d nlm_denoise_process cost time: %.3f ms \n", l, lap(&clock));
-    }
-    stage_result |= vorn::run_rows(
-        ynr->pool, work->height, 1, 3 * work->width, [&](int row_begin, int row_end) {
-          vorn::subtract_rows(ynr->out[l], ynr->gauss[l], *work, row_begin, row_end);
-        });
-    if (param->pIntensity[l] < 1) extend_right(work);
-    VORN_LOGD("    layer %d ImgSubImg_add128_u8 cost time: %.3f ms \n", l, lap(&clock));
-    const bool into_bordered = l == 1 && param->pIntensity[0] >= 1;
-    _tag_uni_image* finer = &ynr->work[l - 1];
-    _tag_uni_image* merged = into_bordered ? &ynr->out[0] : finer;
-    if (into_bordered && !own_mask.made()) {
-      // A mask of the caller may leave blocks of dst alone, which then hold the enlarged detail.
-      gaussin3x3_up2(work, finer);
-      VORN_LOGD("    layer %d gaussin3x3_up2 cost time: %.3f ms \n", l, lap(&clock));
-      ImgAddDiff_sub128_u8(&ynr->gauss[l - 1], finer, merged);
-    } else {
-      // Both steps in one pass, without the enlarged detail ever being written.
-      VORN_LOGD("    layer %d gaussin3x3_up2 cost time: %.3f ms \n", l, 0.0);
-      stage_result |= vorn::run_rows(
-          ynr->pool, merged->height, 2, 2 * merged->width, [&](int row_begin, int row_end) {
-            vorn::up2_add_rows(*work, ynr->gauss[l - 1], *merged, row_begin, row_end);
-          });
-    }
-    VORN_LOGD("    layer %d gaussin3x3_up2_merge cost time: %.3f ms \n", l, lap(&clock));
-  }
-  if (param->pIntensity[0] >= 1) {
-    fill_border(&ynr->out_whole[0], kBorder);
-    VORN_LOGD("    layer %d FillExpandPixels cost time: %.3f ms \n", 0, lap(&clock));
-    stage_result |=
-        denoise_finest(ynr, dst, mask, own_mask.made(), param->pIntensity[0], param->pRadius[0]);
-    VORN_LOGD("    layer %d nlm_denoise_process cost time: %.3f ms \n", 0, lap(&clock));
-  }
-  if (stage_result != 0) {
+  if (frame.filters(0)) frame.denoise_finest();
+  if (frame.stages.result() != 0) {
     copy_rows(dst, src);
     return -1;
   }
-  VORN_LOGD("YNR process time cost: %.3f ms \n", getTime() - frame_start);
+  VORN_LOGD("YNR process time cost: %.3f ms \n", getTime() - start);
   dump(kOutputProperty, "ynr2_output", dst);
   return 0;
+}
+
+int uni_luma_noise_reduce_mask_process(void* handle, _tag_uni_image* src, _tag_uni_image* dst,
+                                       _tag_uni_image* mask, _tag_ynr_param_output* param) {
+  return pyramid_denoise_mask_process(handle, src, dst, mask, param);
 }

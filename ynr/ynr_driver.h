@@ -18,6 +18,11 @@
 VORN_API int pyramid_denoise_mask_process(void* handle, _tag_uni_image* src, _tag_uni_image* dst,
                                           _tag_uni_image* mask, _tag_ynr_param_output* param);
 
+// The same under the name that the entry calls.
+VORN_API int uni_luma_noise_reduce_mask_process(void* handle, _tag_uni_image* src,
+                                                _tag_uni_image* dst, _tag_uni_image* mask,
+                                                _tag_ynr_param_output* param);
+
 // levels[1..layer - 1] = src halved once, twice, ... on the handle's pool. Returns 0, or -1 when a
 // job could not be queued.
 VORN_API int BuildGauPyrs_u8(ynr_handle_t* handle, _tag_uni_image* src, _tag_uni_image* levels,

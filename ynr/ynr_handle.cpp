@@ -6,7 +6,6 @@
 #include <cstdlib>
 
 #include "base/log.h"
-#include "ynr/ynr_driver.h"
 
 namespace {
 
@@ -154,9 +153,4 @@ int ynr_capability(void* handle, __ynr_capability_param* capability) {
   std::snprintf(capability->version, sizeof capability->version, "%s", kVersion);
   capability->memory_mb = static_cast<ynr_handle_t*>(handle)->memory_mb;
   return 0;
-}
-
-int uni_luma_noise_reduce_mask_process(void* handle, _tag_uni_image* src, _tag_uni_image* dst,
-                                       _tag_uni_image* mask, _tag_ynr_param_output* param) {
-  return pyramid_denoise_mask_process(handle, src, dst, mask, param);
 }

@@ -48,11 +48,6 @@ VORN_API int ynr_deinit(void* handle);
 // Name, build stamps, version and scratch size. Returns 0, or -1 when either pointer is null.
 VORN_API int ynr_capability(void* handle, __ynr_capability_param* capability);
 
-// Denoises the luma plane of one frame: see pyramid_denoise_mask_process in ynr_driver.h.
-VORN_API int uni_luma_noise_reduce_mask_process(void* handle, _tag_uni_image* src,
-                                                _tag_uni_image* dst, _tag_uni_image* mask,
-                                                _tag_ynr_param_output* param);
-
 namespace vorn {
 
 // A full-size plane with room for whole 4x4 blocks, in the scratch block behind the level-0 image;

@@ -67,7 +67,7 @@ TEST_F(Log, OneLineFormat) {
   log_capture log;
   const int line = __LINE__ + 1;
   VORN_LOGE("three blanks   \n");
-  VORN_LOG_AT(vorn::kLogInfo, 1234, "no line feed, %d", 7);
+  VORN_LOG_AT(vorn::kLogInfo, __func__, 1234, "no line feed, %d", 7);
   VORN_LOGD("%s", std::string(3000, 'x').c_str());
   lib_version();
   const std::string head = ": L " + std::to_string(line) + ", TestBody:three blanks   \n";

@@ -3,6 +3,7 @@
 #include <climits>
 
 #include "base/log.h"
+#include "cnr/exported/masked_driver.h"
 #include "tests/cnr/level.h"
 
 namespace {

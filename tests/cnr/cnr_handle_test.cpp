@@ -5,6 +5,8 @@
 #include <cstring>
 
 #include "base/log.h"
+#include "cnr/cnr_driver.h"
+#include "cnr/exported/masked_driver.h"
 #include "runtime/pool.h"
 
 namespace {

@@ -1,11 +1,12 @@
 // The full-resolution blurs: planes of one row or column, in place. The formula is held in
 // tests/frame/stage_test.cpp.
-#include "pyramid/blur3x3.h"
+#include "pyramid/exported/blur3x3.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 
+#include "cnr/exported/pyramid_stages.h"
 #include "tests/frame/frame_util.h"
 #include "tests/support/forms.h"
 

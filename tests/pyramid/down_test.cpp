@@ -5,11 +5,14 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "cnr/exported/pyramid_stages.h"
 #include "pyramid/detail.h"
 #include "pyramid/down2.h"
 #include "pyramid/down_yuv.h"
+#include "pyramid/exported/down.h"
 #include "tests/frame/frame_util.h"
 #include "tests/support/forms.h"
+#include "ynr/exported/pyramid_stages.h"
 
 using frame_util::canvas;
 using frame_util::noisy;

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "cnr/exported/pyramid_stages.h"
+#include "pyramid/exported/up.h"
 #include "pyramid/up2.h"
 #include "pyramid/up_chroma.h"
 #include "tests/frame/frame_util.h"

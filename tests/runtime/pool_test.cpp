@@ -229,7 +229,7 @@ TEST(Pool, ImpossibleThreadNumbersAreRefused) {
 TEST(Pool, BoundWorkersReportTheirCore) {
   log_capture log;
   pool* workers = nullptr;
-  ASSERT_EQ(vorn::vorn_threadpool_init(&workers, 4, 1), 0);
+  ASSERT_EQ(vorn::create_pool(&workers, 4, 1), 0);
   std::atomic<int> sum{0};
   slice jobs[4];
   vorn::cut_rows(jobs, slice{&sum, 0, 0, workers}, 1, 4);

@@ -1,4 +1,4 @@
-#include "pyramid/blur3x3.h"
+#include "pyramid/exported/blur3x3.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -8,7 +8,7 @@
 
 #include "base/log.h"
 #include "pyramid/kernels/pyramid_kernels.h"
-#include "runtime/stage.h"
+#include "runtime/pool.h"
 
 namespace {
 
@@ -43,7 +43,7 @@ void blur_rows(const uint8_t* src, int src_stride, int src_height, uint8_t* dst,
 
 int GaussianBlur3x3(_tag_uni_image* src, _tag_uni_image* dst) {
   if (!src || !dst) return -1;
-  VORN_LOG_AT(vorn::kLogDebug, 19, "%s++", __func__);
+  VORN_LOG_AT(vorn::kLogDebug, __func__, 19, "%s++", __func__);
   // A row is whole before it is written, so that dst may be src.
   const size_t width = src->width > 0 ? static_cast<size_t>(src->width) : 0;
   uint8_t* row = static_cast<uint8_t*>(std::malloc(width + 1));
@@ -61,7 +61,7 @@ int GaussianBlur3x3(_tag_uni_image* src, _tag_uni_image* dst) {
     std::memcpy(dst->plane[0] + static_cast<ptrdiff_t>(y) * dst->stride[0], row, width);
   }
   std::free(row);
-  VORN_LOG_AT(vorn::kLogDebug, 83, "%s--", __func__);
+  VORN_LOG_AT(vorn::kLogDebug, __func__, 83, "%s--", __func__);
   return 0;
 }
 
@@ -80,36 +80,4 @@ void* gaussin3x3_uv_process(void* argument) {
                     job->src_v, job->dst_u, job->dst_v, job->row_begin, job->row_end);
   one_thread_done(job->pool);
   return nullptr;
-}
-
-namespace {
-
-int blur_stage(cnr_handle_t* handle, const blur_uv_job& prototype, int height) {
-  blur_uv_job jobs[vorn::kSlices];
-  vorn::cut_rows(jobs, prototype, height / vorn::kSlices, height);
-  return vorn::run_jobs(handle->pool, gaussin3x3_uv_process, jobs);
-}
-
-}  // namespace
-
-int gaussin3x3_uv_thread(cnr_handle_t* handle, int src_width, int src_height, int dst_width,
-                         int dst_height, unsigned char* src_u, unsigned char* src_v,
-                         unsigned char* dst_u, unsigned char* dst_v) {
-  return blur_stage(handle,
-                    {src_u, src_v, dst_u, dst_v, src_width, src_height, dst_width, dst_height, 0, 0,
-                     handle->pool},
-                    dst_height);
-}
-
-int gaussin3x3_uv(cnr_handle_t* handle, _tag_uni_image* src_u, _tag_uni_image* src_v,
-                  _tag_uni_image* dst_u, _tag_uni_image* dst_v) {
-  return blur_stage(handle,
-                    {src_u->plane[0], src_v->plane[0], dst_u->plane[0], dst_v->plane[0],
-                     src_u->width, src_u->height, dst_u->width, dst_u->height, 0, 0, handle->pool},
-                    src_u->height);
-}
-
-int pyramid_uv(cnr_handle_t* handle, _tag_uni_image* src_u, _tag_uni_image* src_v,
-               _tag_uni_image* dst_u, _tag_uni_image* dst_v) {
-  return gaussin3x3_uv(handle, src_u, src_v, dst_u, dst_v);
 }

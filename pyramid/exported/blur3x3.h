@@ -12,7 +12,7 @@
 //          GaussianBlur3x3 runs on the caller's thread.
 #pragma once
 
-#include "cnr/cnr_handle.h"
+#include "vorn_ycnr.h"
 
 // One slice of gaussin3x3_uv_thread.
 struct blur_uv_job {
@@ -35,16 +35,7 @@ struct blur_uv_job {
 // the row above it.
 VORN_API int GaussianBlur3x3(_tag_uni_image* src, _tag_uni_image* dst);
 
-// A U and a V plane together, on the chroma pool.
-VORN_API int pyramid_uv(cnr_handle_t* handle, _tag_uni_image* src_u, _tag_uni_image* src_v,
-                        _tag_uni_image* dst_u, _tag_uni_image* dst_v);
-VORN_API int gaussin3x3_uv(cnr_handle_t* handle, _tag_uni_image* src_u, _tag_uni_image* src_v,
-                           _tag_uni_image* dst_u, _tag_uni_image* dst_v);
-
-// The same stage from raw planes, and the body of one of its jobs (a blur_uv_job).
-VORN_API int gaussin3x3_uv_thread(cnr_handle_t* handle, int src_width, int src_height,
-                                  int dst_width, int dst_height, unsigned char* src_u,
-                                  unsigned char* src_v, unsigned char* dst_u, unsigned char* dst_v);
+// The body of one slice of a U and a V plane (a blur_uv_job).
 VORN_API void* gaussin3x3_uv_process(void* job);
 
 // Rows [row_begin, row_end) of both planes. Returns 0.

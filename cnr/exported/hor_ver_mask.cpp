@@ -1,4 +1,4 @@
-#include "cnr/hor_ver_mask.h"
+#include "cnr/exported/hor_ver_mask.h"
 
 #include "cnr/kernels/chroma_rule.h"
 #include "runtime/stage.h"
