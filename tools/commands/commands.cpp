@@ -14,6 +14,7 @@ void add_all_commands(CLI::App& program, job& chosen) {
   add_noise_command(program, chosen);
   add_tune(program, chosen);
   add_report(program, chosen);
+  add_workbench(program, chosen);
   add_compare(program, chosen);
   add_bench(program, chosen);
   add_info(program, chosen);

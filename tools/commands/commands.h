@@ -26,6 +26,7 @@ void add_bench(CLI::App& program, job& chosen);
 void add_info(CLI::App& program, job& chosen);
 void add_replay(CLI::App& program, job& chosen);
 void add_tuning(CLI::App& program, job& chosen);
+void add_workbench(CLI::App& program, job& chosen);
 
 // Adds --size, --stride and the other options that say how files are read and written.
 void add_picture_options(CLI::App& command, picture_options& options, bool writes);

@@ -93,7 +93,7 @@ void search::step_done(const std::string& label) {
   ++done_;
   if (on_progress_)
     on_progress_({std::min(done_, total_), total_,
-                  (luma_half_ ? "luma " : "chroma ") + label + decibels(value_)});
+                  (luma_half_ ? "luma " : "chroma ") + label + decibels(value_), best_});
 }
 
 double search::factor_of(int round) {

@@ -41,6 +41,7 @@ struct search_options {
 struct search_progress {
   int done = 0, total = 0;  // lines
   std::string note;         // "luma pIntensity[1] 34.12 dB"
+  tuning best = {};         // so far
 };
 
 struct search_result {
