@@ -31,8 +31,3 @@ file(RELATIVE_PATH VORN_PC_TO_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /
 configure_file(cmake/vornycnr.pc.in vornycnr.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vornycnr.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
-
-# The tuning that the tool, the plugin and the Python module take when they are given none.
-if(EXISTS ${PROJECT_SOURCE_DIR}/tools/tuning/default_tuning.json)
-  install(FILES tools/tuning/default_tuning.json DESTINATION ${VORN_DATA_DIR} COMPONENT runtime)
-endif()

@@ -132,7 +132,7 @@ refuses "unknown kind of file" denoise "$noisy" -o x1.xyz
 refuses "no command \"frobnicate\"" frobnicate
 refuses "--gain" denoise "$noisy" -o x1.png --gain -1
 refuses "not of the form 1920x1080" denoise "$noisy" -o x1.png --size 7
-refuses "layers must be 2 to 5" denoise "$noisy" -o x1.png --luma-layers 9
+refuses '"luma.layer" must be a whole number from 2 to 5, not 9' denoise "$noisy" -o x1.png --luma-layers 9
 head -c 30000 a.y4m >cut.y4m
 refuses "ends within frame 0" denoise cut.y4m -o x1.y4m
 refuses "not a result of vorn-ycnr bench" bench --compare kinds.json kinds.json

@@ -170,9 +170,7 @@ tuning tuning_options::resolve() const {
     t.luma.enable = luma_only;
     t.chroma.enable = chroma_only;
   }
-  if (t.luma.enable == 1 && (t.luma.layer < 2 || t.luma.layer > 5)) {
-    throw error(file, "luma layers must be 2 to 5, not " + std::to_string(t.luma.layer));
-  }
+  check_tuning(t, "");
   return t;
 }
 

@@ -13,6 +13,7 @@ struct tuning_args {
   std::vector<std::string> files;
   std::string output;
   std::string into;
+  std::string name = "camera";
   double gain = 0;
 };
 
@@ -47,6 +48,12 @@ int run_check(const tuning_args& args) {
     std::printf("%s: valid, %zu entries, gains %g to %g\n", file.c_str(), set.entries.size(),
                 set.entries.front().gain, set.entries.back().gain);
   }
+  return kExitOk;
+}
+
+int run_to_c(const tuning_args& args) {
+  const tuning_set set = args.files.empty() ? default_tuning_set() : read_tuning_set(args.files[0]);
+  write_file(args.output, tuning_set_to_c_header(set, args.name));
   return kExitOk;
 }
 
@@ -106,6 +113,20 @@ void add_tuning(CLI::App& program, job& chosen) {
   check->add_option("set", args->files, "Tuning sets")->type_name("SET")->required();
   check->footer("Example:\n  vorn-ycnr tuning check my_sensor.json");
   check->callback([args, &chosen] { chosen = [args] { return run_check(*args); }; });
+
+  CLI::App* const to_c = command->add_subcommand(
+      "to-c", "Write a set as a C header, for camera code that reads no files");
+  to_c->add_option("set", args->files, "Tuning set; else the one built in")
+      ->type_name("SET")
+      ->expected(0, 1);
+  to_c->add_option("--name", args->name, "C name before _tuning, _nearest and _entry")
+      ->type_name("NAME")
+      ->capture_default_str();
+  to_c->add_option("-o,--output", args->output, "Header to write; - is standard output")
+      ->type_name("FILE")
+      ->required();
+  to_c->footer("Example:\n  vorn-ycnr tuning to-c my_sensor.json --name my_sensor -o my_sensor.h");
+  to_c->callback([args, &chosen] { chosen = [args] { return run_to_c(*args); }; });
 
   CLI::App* const to = command->add_subcommand("to-dump", "Write one entry as a device dumps it");
   to->add_option("set", args->files, "Tuning set; else the one built in")

@@ -1,5 +1,5 @@
-// Tuning on disk and on the command line: the fields of the two tuning records, tuning sets (one
-// JSON file with an entry per sensor gain) and the text form of the library's debug dumps.
+// Tuning on disk and on the command line, in the tool's own terms: tuning sets and their fields,
+// which are libvorn_tuning's, and the text form of the library's debug dumps.
 #pragma once
 
 #include <cstdint>
@@ -18,6 +18,8 @@ struct tuning {
 struct tuning_entry {
   double gain = 1;  // sensor gain, 1 = base
   tuning values;
+  std::string name = {};
+  std::string notes = {};
 };
 
 struct tuning_set {
@@ -25,7 +27,7 @@ struct tuning_set {
   std::string description;
   std::vector<tuning_entry> entries;  // by rising gain, at least one
 
-  // The entry nearest in stops; half-way between two, the lower one.
+  // The entry nearest in stops; half-way between two, the lower one. gain is finite and above 0.
   const tuning_entry& nearest(double gain) const;
 };
 
@@ -46,13 +48,19 @@ int32_t get_field(const tuning& t, int index);
 void set_field(tuning& t, int index, int32_t value);
 
 // Reads a set from JSON text. file_name is for messages; every fault is an `error` that names the
-// file, the line and the field: text that is not JSON, an unknown, missing or repeated field, a
-// value of the wrong kind or outside 32 bits, gains that do not rise.
+// file, the line and the field, as vorn_tuning_parse finds them.
 tuning_set parse_tuning_set(const std::string& text, const std::string& file_name);
+// The same from a file; "-" is standard input.
 tuning_set read_tuning_set(const std::string& path);
+// The set's text. An `error` that names the field when a value or a gain is out of its range.
 std::string tuning_set_to_json(const tuning_set& set);
+// The set as a C header; name is a C identifier.
+std::string tuning_set_to_c_header(const tuning_set& set, const std::string& name);
 
-// The set that the tool carries inside.
+// An `error` that names the first field out of its range, under `where`.
+void check_tuning(const tuning& t, const std::string& where);
+
+// The set that comes with libvorn_tuning.
 const tuning_set& default_tuning_set();
 
 // The text form that the library's tuning dumps use: "name value \n" per field of one record.
