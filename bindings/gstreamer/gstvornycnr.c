@@ -1,8 +1,10 @@
 /**
  * SECTION:element-vornycnr
  *
- * Removes luma and chroma noise from NV12, NV21 and I420 video. Each element has its own denoiser
- * (four worker threads), created when the size is negotiated.
+ * Removes luma and chroma noise from 8-bit 4:2:0 video (NV12, NV21, I420). Each element has its own
+ * denoiser (four worker threads), created when the size is negotiated. Frames that a live sink says
+ * come too late pass on as they are, counted in "stats" and told by QoS messages; "qos" switches
+ * that off. In live pipelines the mean time per frame is reported as latency.
  *
  * |[
  * gst-launch-1.0 filesrc location=night.mkv ! decodebin ! videoconvert ! vornycnr gain=8 !
@@ -13,7 +15,8 @@
 #include <gst/video/video.h>
 
 #include "frame_copy.h"
-#include "tuning_file.h"
+#include "pace.h"
+#include "vorn_tuning.h"
 #include "vorn_ycnr.h"
 
 GST_DEBUG_CATEGORY_STATIC(vornycnr_debug);
@@ -28,7 +31,9 @@ G_DECLARE_FINAL_TYPE(GstVornYcnr, gst_vorn_ycnr, GST, VORN_YCNR, GstVideoFilter)
 
 /* Below the smaller side a pyramid of five levels has empty ones; the larger one keeps
  * width * height * 3 below 2^31. Odd sizes are padded here. */
-#define SIDES "[ 16, 16384 ]"
+#define LEAST_SIDE 16
+#define MOST_SIDE 16384
+#define SIDES "[ " G_STRINGIFY(LEAST_SIDE) ", " G_STRINGIFY(MOST_SIDE) " ]"
 
 /* How much the library logs to standard error: 1 errors, 4 every stage. Exported by it, though not
  * declared in its header; a property file (VORN_PROPERTIES) has the last word. */
@@ -42,11 +47,8 @@ struct _GstVornYcnr {
   gdouble gain;
   gboolean luma;
   gboolean chroma;
-  GArray* tuning; /* of TuningEntry; never NULL between start and stop */
-  guint64 frames; /* denoised since start */
-  GstClockTime last_time;
-  GstClockTime max_time;
-  GstClockTime total_time;
+  vorn_tuning_set* tuning; /* never NULL between start and stop */
+  Pace pace;
 
   /* Streaming thread only. */
   denoise_handle_t* handle;
@@ -58,42 +60,36 @@ enum { PROP_0, PROP_TUNING_FILE, PROP_GAIN, PROP_LUMA, PROP_CHROMA, PROP_STATS }
 
 G_DEFINE_TYPE(GstVornYcnr, gst_vorn_ycnr, GST_TYPE_VIDEO_FILTER)
 
-/* Reads the set that the property names; without one, the installed default set. */
-static GArray* load_tuning(const gchar* path, GError** error) {
-  if (path && *path) return tuning_file_read(path, error);
-  if (g_file_test(DEFAULT_TUNING_FILE, G_FILE_TEST_EXISTS))
-    return tuning_file_read(DEFAULT_TUNING_FILE, error);
-  return tuning_fallback();
+/* The set in the file, or the default set for no name; NULL, with fault told. */
+static vorn_tuning_set* load_tuning(const gchar* path, vorn_tuning_fault* fault) {
+  return path && *path ? vorn_tuning_load(path, fault) : vorn_tuning_default(fault);
 }
 
-static void update_passthrough(GstVornYcnr* self) {
-  GST_OBJECT_LOCK(self);
-  const gboolean nothing_to_do = !self->luma && !self->chroma;
-  GST_OBJECT_UNLOCK(self);
-  gst_base_transform_set_passthrough(GST_BASE_TRANSFORM(self), nothing_to_do);
-}
-
-/* While running, a new file is read at once, and one that cannot be read leaves the old tuning. */
+/* Before the element starts any name is kept, and start says whether it is good. While it runs, a
+ * file is read at once, and one that cannot be used leaves the old tuning and the old name. */
 static void set_tuning_file(GstVornYcnr* self, const gchar* path) {
+  GST_OBJECT_LOCK(self);
+  const gboolean running = self->tuning != NULL;
+  GST_OBJECT_UNLOCK(self);
+  vorn_tuning_set* tuning = NULL;
+  if (running) {
+    vorn_tuning_fault fault;
+    tuning = load_tuning(path, &fault);
+    if (!tuning) {
+      GST_ELEMENT_WARNING(self, RESOURCE, READ, ("%s", fault.text), ("the old tuning stays"));
+      return;
+    }
+  }
   GST_OBJECT_LOCK(self);
   g_free(self->tuning_file);
   self->tuning_file = g_strdup(path);
-  const gboolean running = self->tuning != NULL;
-  GST_OBJECT_UNLOCK(self);
-  if (!running) return;
-
-  GError* error = NULL;
-  GArray* tuning = load_tuning(path, &error);
-  if (!tuning) {
-    GST_ELEMENT_WARNING(self, RESOURCE, READ, ("%s", error->message), ("the old tuning stays"));
-    g_clear_error(&error);
-    return;
+  if (tuning && self->tuning) {
+    vorn_tuning_set* old = self->tuning;
+    self->tuning = tuning;
+    tuning = old;
   }
-  GST_OBJECT_LOCK(self);
-  GArray* old = self->tuning;
-  self->tuning = tuning;
   GST_OBJECT_UNLOCK(self);
-  if (old) g_array_unref(old);
+  vorn_tuning_free(tuning);
 }
 
 static void gst_vorn_ycnr_set_property(GObject* object, guint id, const GValue* value,
@@ -118,7 +114,6 @@ static void gst_vorn_ycnr_set_property(GObject* object, guint id, const GValue* 
       G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
   }
   GST_OBJECT_UNLOCK(self);
-  update_passthrough(self);
 }
 
 static void gst_vorn_ycnr_get_property(GObject* object, guint id, GValue* value, GParamSpec* spec) {
@@ -138,13 +133,7 @@ static void gst_vorn_ycnr_get_property(GObject* object, guint id, GValue* value,
       g_value_set_boolean(value, self->chroma);
       break;
     case PROP_STATS:
-      g_value_take_boxed(value,
-                         gst_structure_new("application/x-vornycnr-stats",               //
-                                           "frames", G_TYPE_UINT64, self->frames,        //
-                                           "last-time", G_TYPE_UINT64, self->last_time,  //
-                                           "average-time", G_TYPE_UINT64,
-                                           self->frames ? self->total_time / self->frames : 0,  //
-                                           "max-time", G_TYPE_UINT64, self->max_time, NULL));
+      g_value_take_boxed(value, pace_stats(&self->pace));
       break;
     default:
       G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
@@ -165,18 +154,16 @@ static gboolean gst_vorn_ycnr_start(GstBaseTransform* base) {
   gchar* path = g_strdup(self->tuning_file);
   GST_OBJECT_UNLOCK(self);
 
-  GError* error = NULL;
-  GArray* tuning = load_tuning(path, &error);
+  vorn_tuning_fault fault;
+  vorn_tuning_set* tuning = load_tuning(path, &fault);
   g_free(path);
   if (!tuning) {
-    GST_ELEMENT_ERROR(self, RESOURCE, READ, ("%s", error->message), (NULL));
-    g_clear_error(&error);
+    GST_ELEMENT_ERROR(self, RESOURCE, READ, ("%s", fault.text), (NULL));
     return FALSE;
   }
   GST_OBJECT_LOCK(self);
   self->tuning = tuning;
-  self->frames = 0;
-  self->last_time = self->max_time = self->total_time = 0;
+  pace_reset(&self->pace);
   GST_OBJECT_UNLOCK(self);
   return TRUE;
 }
@@ -185,11 +172,29 @@ static gboolean gst_vorn_ycnr_stop(GstBaseTransform* base) {
   GstVornYcnr* self = GST_VORN_YCNR(base);
   release_denoiser(self);
   GST_OBJECT_LOCK(self);
-  GArray* tuning = self->tuning;
+  vorn_tuning_set* tuning = self->tuning;
   self->tuning = NULL;
   GST_OBJECT_UNLOCK(self);
-  if (tuning) g_array_unref(tuning);
+  vorn_tuning_free(tuning);
   return TRUE;
+}
+
+/* Says in plain words why caps are refused; the generic error that follows does not. */
+static gboolean gst_vorn_ycnr_accept_caps(GstBaseTransform* base, GstPadDirection direction,
+                                          GstCaps* caps) {
+  if (GST_BASE_TRANSFORM_CLASS(gst_vorn_ycnr_parent_class)->accept_caps(base, direction, caps))
+    return TRUE;
+  GstVideoInfo info;
+  if (direction == GST_PAD_SINK && gst_video_info_from_caps(&info, caps))
+    GST_ELEMENT_WARNING(
+        base, STREAM, FORMAT,
+        ("Frames of %s, %dx%d, are not taken, but 8-bit 4:2:0 (NV12, NV21, I420) of %d to %d "
+         "pixels "
+         "a side; put videoconvert in front.",
+         gst_video_format_to_string(GST_VIDEO_INFO_FORMAT(&info)), GST_VIDEO_INFO_WIDTH(&info),
+         GST_VIDEO_INFO_HEIGHT(&info), LEAST_SIDE, MOST_SIDE),
+        (NULL));
+  return FALSE;
 }
 
 static gboolean gst_vorn_ycnr_set_info(GstVideoFilter* filter, GstCaps* in_caps,
@@ -220,36 +225,107 @@ static gboolean gst_vorn_ycnr_set_info(GstVideoFilter* filter, GstCaps* in_caps,
   return TRUE;
 }
 
-static void gst_vorn_ycnr_before_transform(GstBaseTransform* base, GstBuffer* buffer) {
+/* Settings are taken over here, on the streaming thread and before the base class decides where
+ * the next buffer goes: leaving pass-through needs a new negotiation of buffers first. */
+static GstFlowReturn gst_vorn_ycnr_submit_input_buffer(GstBaseTransform* base, gboolean is_discont,
+                                                       GstBuffer* buffer) {
+  GstVornYcnr* self = GST_VORN_YCNR(base);
   const GstClockTime time =
       gst_segment_to_stream_time(&base->segment, GST_FORMAT_TIME, GST_BUFFER_TIMESTAMP(buffer));
   if (GST_CLOCK_TIME_IS_VALID(time)) gst_object_sync_values(GST_OBJECT(base), time);
+
+  GST_OBJECT_LOCK(self);
+  const gboolean nothing_to_do = !self->luma && !self->chroma;
+  GST_OBJECT_UNLOCK(self);
+  if (nothing_to_do != gst_base_transform_is_passthrough(base)) {
+    gst_base_transform_set_passthrough(base, nothing_to_do);
+    gst_base_transform_reconfigure_src(base);
+  }
+  return GST_BASE_TRANSFORM_CLASS(gst_vorn_ycnr_parent_class)
+      ->submit_input_buffer(base, is_discont, buffer);
+}
+
+/* QoS events are this element's own to follow: the base class would drop the frames. */
+static gboolean gst_vorn_ycnr_src_event(GstBaseTransform* base, GstEvent* event) {
+  GstVornYcnr* self = GST_VORN_YCNR(base);
+  if (GST_EVENT_TYPE(event) != GST_EVENT_QOS)
+    return GST_BASE_TRANSFORM_CLASS(gst_vorn_ycnr_parent_class)->src_event(base, event);
+  GST_OBJECT_LOCK(self);
+  pace_hear(&self->pace, event);
+  GST_OBJECT_UNLOCK(self);
+  return gst_pad_push_event(base->sinkpad, event);
+}
+
+static gboolean gst_vorn_ycnr_sink_event(GstBaseTransform* base, GstEvent* event) {
+  GstVornYcnr* self = GST_VORN_YCNR(base);
+  if (GST_EVENT_TYPE(event) == GST_EVENT_FLUSH_STOP || GST_EVENT_TYPE(event) == GST_EVENT_SEGMENT) {
+    GST_OBJECT_LOCK(self);
+    pace_flush(&self->pace);
+    GST_OBJECT_UNLOCK(self);
+  }
+  return GST_BASE_TRANSFORM_CLASS(gst_vorn_ycnr_parent_class)->sink_event(base, event);
+}
+
+/* Adds the time per frame to what upstream reports. */
+static gboolean gst_vorn_ycnr_query(GstBaseTransform* base, GstPadDirection direction,
+                                    GstQuery* query) {
+  GstVornYcnr* self = GST_VORN_YCNR(base);
+  if (!GST_BASE_TRANSFORM_CLASS(gst_vorn_ycnr_parent_class)->query(base, direction, query))
+    return FALSE;
+  if (GST_QUERY_TYPE(query) == GST_QUERY_LATENCY && direction == GST_PAD_SRC) {
+    gboolean live;
+    GstClockTime least, most;
+    gst_query_parse_latency(query, &live, &least, &most);
+    GST_OBJECT_LOCK(self);
+    const GstClockTime own = live ? self->pace.latency : 0;
+    GST_OBJECT_UNLOCK(self);
+    gst_query_set_latency(query, live, least + own,
+                          GST_CLOCK_TIME_IS_VALID(most) ? most + own : most);
+  }
+  return TRUE;
 }
 
 /* Copies the tuning in force, with the switches applied. */
 static void current_tuning(GstVornYcnr* self, ycnr_ynr_tuning_param* luma,
                            ycnr_cnr_tuning_param* chroma) {
   GST_OBJECT_LOCK(self);
-  const TuningEntry* entry = tuning_nearest(self->tuning, self->gain);
-  *luma = entry->luma;
-  *chroma = entry->chroma;
-  luma->enable = self->luma && entry->luma.enable == 1;
-  chroma->enable = self->chroma && entry->chroma.enable == 1;
+  vorn_tuning_for_gain(self->tuning, self->gain, luma, chroma);
+  luma->enable = self->luma && luma->enable == 1;
+  chroma->enable = self->chroma && chroma->enable == 1;
   GST_OBJECT_UNLOCK(self);
+}
+
+/* Whether the frame comes too late anyway; it is then counted and told. */
+static gboolean skip_late_frame(GstVornYcnr* self, GstBuffer* buffer) {
+  GstBaseTransform* base = GST_BASE_TRANSFORM(self);
+  if (!gst_base_transform_is_qos_enabled(base)) return FALSE;
+  const GstClockTime time =
+      gst_segment_to_running_time(&base->segment, GST_FORMAT_TIME, GST_BUFFER_TIMESTAMP(buffer));
+  GstMessage* message = NULL;
+  GST_OBJECT_LOCK(self);
+  const gboolean late = pace_is_late(&self->pace, time);
+  if (late) {
+    self->pace.skipped += 1;
+    message = pace_message(&self->pace, GST_ELEMENT(self), &base->segment, buffer);
+  }
+  GST_OBJECT_UNLOCK(self);
+  if (message) gst_element_post_message(GST_ELEMENT(self), message);
+  return late;
 }
 
 static void count_frame(GstVornYcnr* self, GstClockTime time) {
   GST_OBJECT_LOCK(self);
-  self->frames += 1;
-  self->last_time = time;
-  self->max_time = MAX(self->max_time, time);
-  self->total_time += time;
+  const gboolean slower = pace_count(&self->pace, time);
   GST_OBJECT_UNLOCK(self);
+  if (slower)
+    gst_element_post_message(GST_ELEMENT(self), gst_message_new_latency(GST_OBJECT(self)));
 }
 
 static GstFlowReturn gst_vorn_ycnr_transform_frame(GstVideoFilter* filter, GstVideoFrame* in,
                                                    GstVideoFrame* out) {
   GstVornYcnr* self = GST_VORN_YCNR(filter);
+  if (skip_late_frame(self, in->buffer))
+    return gst_video_frame_copy(out, in) ? GST_FLOW_OK : GST_FLOW_ERROR;
   const GstClockTime start = gst_util_get_timestamp();
   ycnr_ynr_tuning_param luma;
   ycnr_cnr_tuning_param chroma;
@@ -302,7 +378,9 @@ static void gst_vorn_ycnr_class_init(GstVornYcnrClass* klass) {
   g_object_class_install_property(
       object, PROP_TUNING_FILE,
       g_param_spec_string("tuning-file", "Tuning file",
-                          "Tuning set (JSON) with one entry per gain; none takes the default set",
+                          "Tuning set (JSON) with one entry per gain; none takes the default set. "
+                          "While playing, a file that cannot be used is a warning and changes "
+                          "nothing",
                           NULL, at_any_time));
   g_object_class_install_property(
       object, PROP_GAIN,
@@ -320,8 +398,8 @@ static void gst_vorn_ycnr_class_init(GstVornYcnrClass* klass) {
   g_object_class_install_property(
       object, PROP_STATS,
       g_param_spec_boxed("stats", "Statistics",
-                         "Frames denoised since start; time per frame, copies included, in "
-                         "nanoseconds: last, average, max",
+                         "Since start: frames denoised, frames skipped because they came too late; "
+                         "time per frame, copies included, in nanoseconds: last, average, max",
                          GST_TYPE_STRUCTURE, G_PARAM_READABLE | G_PARAM_STATIC_STRINGS));
 
   GstCaps* caps = gst_caps_from_string(
@@ -339,7 +417,11 @@ static void gst_vorn_ycnr_class_init(GstVornYcnrClass* klass) {
 
   transform->start = gst_vorn_ycnr_start;
   transform->stop = gst_vorn_ycnr_stop;
-  transform->before_transform = gst_vorn_ycnr_before_transform;
+  transform->accept_caps = gst_vorn_ycnr_accept_caps;
+  transform->submit_input_buffer = gst_vorn_ycnr_submit_input_buffer;
+  transform->src_event = gst_vorn_ycnr_src_event;
+  transform->sink_event = gst_vorn_ycnr_sink_event;
+  transform->query = gst_vorn_ycnr_query;
   transform->transform_ip_on_passthrough = FALSE;
   filter->set_info = gst_vorn_ycnr_set_info;
   filter->transform_frame = gst_vorn_ycnr_transform_frame;

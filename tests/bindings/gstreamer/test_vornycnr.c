@@ -314,52 +314,193 @@ GST_START_TEST(test_stats) {
 }
 GST_END_TEST;
 
+static GstMessage* next_message(GstBus* bus, GstMessageType type, const gchar* part) {
+  GstMessage* message = gst_bus_pop_filtered(bus, type);
+  fail_unless(message != NULL);
+  GError* error = NULL;
+  if (type == GST_MESSAGE_ERROR)
+    gst_message_parse_error(message, &error, NULL);
+  else
+    gst_message_parse_warning(message, &error, NULL);
+  fail_unless(strstr(error->message, part) != NULL, "%s", error->message);
+  g_error_free(error);
+  return message;
+}
+
 /* A file that is no tuning set stops the element from starting, with a message that says why; while
- * playing it is a warning, and the old tuning stays. */
+ * playing it is a warning, and the old tuning stays and is what the property shows. */
 GST_START_TEST(test_bad_tuning_files) {
-  const struct {
-    const gchar *text, *cause;
-  } cases[] = {
-      {"{", "Parse error"},
-      {"[]", "not an object"},
-      {"{}", "format"},
-      {"{\"format\": \"vorn-ycnr tuning set\", \"version\": 2}", "version"},
-      {HEAD "\"entries\": []}", "entries"},
-      {HEAD "\"entrys\": []}", "entrys"},
-      {HEAD "\"entries\": [{\"gain\": 0}]}", "gain"},
-      {HEAD "\"entries\": [{\"gain\": 1}]}", "luma"},
-      {HEAD "\"entries\": [{\"gain\": 1, \"gane\": 1}]}", "gane"},
-      {HEAD "\"entries\": [{\"gain\": 1, \"luma\": {\"enable\": 1.5}}]}", "luma.enable"},
-      {HEAD "\"entries\": [{\"gain\": 1, \"luma\": {\"enable\": 9999999999}}]}", "luma.enable"}};
-  for (guint i = 0; i < G_N_ELEMENTS(cases); ++i) {
-    gchar* path = write_file("vornycnr-bad.json", cases[i].text);
+  gchar* nested = g_strnfill(100000, '[');
+  const gchar* texts[] = {"[]", HEAD "\"entries\": [{\"gain\": 0}]}", nested};
+  for (guint i = 0; i < G_N_ELEMENTS(texts); ++i) {
+    gchar* path = write_file("vornycnr-bad.json", texts[i]);
     GstElement* pipeline = gst_pipeline_new(NULL);
     GstElement* element = gst_element_factory_make("vornycnr", NULL);
     gst_bin_add(GST_BIN(pipeline), element);
     g_object_set(element, "tuning-file", path, NULL);
     fail_unless(gst_element_set_state(pipeline, GST_STATE_PAUSED) == GST_STATE_CHANGE_FAILURE);
     GstBus* bus = gst_element_get_bus(pipeline);
-    GstMessage* message = gst_bus_pop_filtered(bus, GST_MESSAGE_ERROR);
-    fail_unless(message != NULL);
-    GError* error = NULL;
-    gst_message_parse_error(message, &error, NULL);
-    fail_unless(strstr(error->message, cases[i].cause) && strstr(error->message, path),
-                "case %u: %s", i, error->message);
-    g_error_free(error);
-    gst_message_unref(message);
+    gst_message_unref(next_message(bus, GST_MESSAGE_ERROR, path));
 
     g_object_set(element, "tuning-file", tuning_path, NULL);
     fail_unless(gst_element_set_state(pipeline, GST_STATE_PAUSED) != GST_STATE_CHANGE_FAILURE);
     g_object_set(element, "tuning-file", path, NULL);
-    message = gst_bus_pop_filtered(bus, GST_MESSAGE_WARNING);
-    fail_unless(message != NULL);
-    gst_message_unref(message);
+    gst_message_unref(next_message(bus, GST_MESSAGE_WARNING, path));
+    gchar* shown;
+    g_object_get(element, "tuning-file", &shown, NULL);
+    fail_unless_equals_string(shown, tuning_path);
+    g_free(shown);
     gst_object_unref(bus);
     gst_element_set_state(pipeline, GST_STATE_NULL);
     gst_object_unref(pipeline);
     g_unlink(path);
     g_free(path);
   }
+  g_free(nested);
+}
+GST_END_TEST;
+
+/* The set inside has entries of its own strengths: without a file, gain must still matter. */
+GST_START_TEST(test_default_set) {
+  GstHarness* h = gst_harness_new("vornycnr");
+  gst_harness_set_src_caps(h, caps_for(GST_VIDEO_FORMAT_NV12, 128, 96));
+  Picture* in = picture_new(128, 96, 3);
+  GstBuffer* out[3];
+  const gdouble gains[] = {1, 8, 64};
+  for (gint i = 0; i < 3; ++i) {
+    g_object_set(h->element, "gain", gains[i], NULL);
+    out[i] = gst_harness_push_and_pull(h, to_buffer(in, GST_VIDEO_FORMAT_NV12, -1));
+  }
+  for (gint i = 0; i < 2; ++i) {
+    GstMapInfo map;
+    fail_unless(gst_buffer_map(out[i], &map, GST_MAP_READ));
+    fail_if(gst_buffer_memcmp(out[i + 1], 0, map.data, map.size) == 0, "gain %g", gains[i + 1]);
+    gst_buffer_unmap(out[i], &map);
+  }
+  for (gint i = 0; i < 3; ++i) gst_buffer_unref(out[i]);
+  picture_free(in);
+  gst_harness_teardown(h);
+}
+GST_END_TEST;
+
+/* Pass-through needs no buffers of the element's own; leaving it does, from the first frame on. */
+GST_START_TEST(test_out_of_pass_through) {
+  GstHarness* h = harness();
+  g_object_set(h->element, "luma", FALSE, "chroma", FALSE, NULL);
+  Picture* in = picture_new(128, 96, 4);
+  for (gint height = 64; height <= 96; height += 32) { /* the second size arrives in pass-through */
+    gst_harness_set_src_caps(h, caps_for(GST_VIDEO_FORMAT_NV12, 128, height));
+    gst_buffer_unref(gst_harness_push_and_pull(h, to_buffer(in, GST_VIDEO_FORMAT_NV12, -1)));
+  }
+  g_object_set(h->element, "luma", TRUE, NULL);
+  gst_harness_push(h, gst_buffer_new()); /* without any memory: not a frame, not the end either */
+  while (gst_harness_buffers_in_queue(h)) gst_buffer_unref(gst_harness_pull(h));
+  GstBuffer* out = gst_harness_push_and_pull(h, to_buffer(in, GST_VIDEO_FORMAT_NV12, -1));
+  fail_unless(out->pool != NULL, "frames are allocated one by one");
+  gst_buffer_unref(out);
+  check_frame(h, GST_VIDEO_FORMAT_NV12, 128, 96, -1, 0, TRUE, FALSE);
+  picture_free(in);
+  gst_harness_teardown(h);
+}
+GST_END_TEST;
+
+static guint64 skipped(GstElement* element) {
+  guint64 count;
+  GstStructure* s = NULL;
+  g_object_get(element, "stats", &s, NULL);
+  fail_unless(gst_structure_get_uint64(s, "skipped", &count));
+  gst_structure_free(s);
+  return count;
+}
+
+/* A frame that the sink says comes too late passes as it is and is counted; later ones are filtered
+ * again, and with "qos" off all of them. */
+GST_START_TEST(test_late_frames) {
+  GstHarness* h = harness();
+  gst_harness_set_src_caps(h, caps_for(GST_VIDEO_FORMAT_I420, 128, 96));
+  Picture* in = picture_new(128, 96, 6);
+  Picture* filtered = denoised(in, 0, TRUE, TRUE);
+  const struct {
+    gboolean qos;
+    GstClockTime time;
+    gboolean late;
+  } steps[] = {{TRUE, 0, TRUE},
+               {TRUE, 60 * GST_MSECOND, TRUE},
+               {TRUE, 90 * GST_MSECOND, FALSE},
+               {FALSE, 60 * GST_MSECOND, FALSE}};
+  /* 20 ms behind at 40 ms: what comes before 80 ms is lost. */
+  gst_harness_push_upstream_event(
+      h, gst_event_new_qos(GST_QOS_TYPE_UNDERFLOW, 1.5, 20 * GST_MSECOND, 40 * GST_MSECOND));
+  guint64 wanted = 0;
+  for (guint i = 0; i < G_N_ELEMENTS(steps); ++i) {
+    g_object_set(h->element, "qos", steps[i].qos, NULL);
+    GstBuffer* buffer = to_buffer(in, GST_VIDEO_FORMAT_I420, 5);
+    GST_BUFFER_PTS(buffer) = steps[i].time;
+    GstBuffer* out = gst_harness_push_and_pull(h, buffer);
+    assert_shows(out, steps[i].late ? in : filtered, GST_VIDEO_FORMAT_I420);
+    wanted += steps[i].late;
+    fail_unless_equals_uint64(skipped(h->element), wanted);
+    gst_buffer_unref(out);
+  }
+  picture_free(in);
+  picture_free(filtered);
+  gst_harness_teardown(h);
+}
+GST_END_TEST;
+
+GST_START_TEST(test_latency) {
+  GstHarness* h = harness();
+  gst_harness_set_src_caps(h, caps_for(GST_VIDEO_FORMAT_NV12, 640, 480));
+  gst_harness_set_upstream_latency(h, 33 * GST_MSECOND);
+  fail_unless_equals_uint64(gst_harness_query_latency(h), 33 * GST_MSECOND);
+  Picture* in = picture_new(640, 480, 7);
+  for (gint i = 0; i < 20; ++i)
+    gst_buffer_unref(gst_harness_push_and_pull(h, to_buffer(in, GST_VIDEO_FORMAT_NV12, -1)));
+  guint64 frames, last, average, max;
+  stats(h->element, &frames, &last, &average, &max);
+  const GstClockTime own = gst_harness_query_latency(h) - 33 * GST_MSECOND;
+  fail_unless(own > 0 && own <= max + 5 * GST_MSECOND && own % (5 * GST_MSECOND) == 0);
+  picture_free(in);
+  gst_harness_teardown(h);
+}
+GST_END_TEST;
+
+GST_START_TEST(test_refused_formats_in_plain_words) {
+  GstHarness* h = harness();
+  GstBus* bus = gst_bus_new();
+  gst_element_set_bus(h->element, bus);
+  GstPad* pad = gst_element_get_static_pad(h->element, "sink");
+  GstCaps* caps = caps_for(GST_VIDEO_FORMAT_P010_10LE, 128, 96);
+  fail_if(gst_pad_query_accept_caps(pad, caps));
+  gst_message_unref(next_message(bus, GST_MESSAGE_WARNING, "P010_10LE, 128x96, are not taken"));
+  gst_caps_unref(caps);
+  gst_object_unref(pad);
+  gst_harness_teardown(h);
+  gst_object_unref(bus);
+}
+GST_END_TEST;
+
+/* Sizes, formats and flushes in the middle of frames that are being filtered. */
+GST_START_TEST(test_flushes_and_sizes_under_load) {
+  GstHarness* h = harness();
+  for (gint round = 0; round < 60; ++round) {
+    const gint width = 64 + 33 * (round % 5), height = 64 + 16 * (round % 3);
+    const GstVideoFormat format = kFormats[round % G_N_ELEMENTS(kFormats)];
+    gst_harness_set_src_caps(h, caps_for(format, width, height));
+    g_object_set(h->element, "luma", round % 4 != 3, "chroma", round % 4 != 3, NULL);
+    Picture* in = picture_new(width, height, round);
+    for (gint i = 0; i < 3; ++i)
+      gst_buffer_unref(gst_harness_push_and_pull(h, to_buffer(in, format, round % 2 ? 9 : -1)));
+    picture_free(in);
+    if (round % 4 == 3) continue;
+    gst_harness_push_event(h, gst_event_new_flush_start());
+    gst_harness_push_event(h, gst_event_new_flush_stop(TRUE));
+    GstSegment segment;
+    gst_segment_init(&segment, GST_FORMAT_TIME);
+    gst_harness_push_event(h, gst_event_new_segment(&segment));
+    check_frame(h, format, width, height, 0, 0, TRUE, TRUE);
+  }
+  gst_harness_teardown(h);
 }
 GST_END_TEST;
 
@@ -393,6 +534,12 @@ static Suite* vornycnr_suite(void) {
   tcase_add_test(tests, test_renegotiation);
   tcase_add_test(tests, test_stats);
   tcase_add_test(tests, test_bad_tuning_files);
+  tcase_add_test(tests, test_default_set);
+  tcase_add_test(tests, test_out_of_pass_through);
+  tcase_add_test(tests, test_late_frames);
+  tcase_add_test(tests, test_latency);
+  tcase_add_test(tests, test_refused_formats_in_plain_words);
+  tcase_add_test(tests, test_flushes_and_sizes_under_load);
   tcase_add_test(tests, test_several_at_once);
   return suite;
 }
