@@ -8,11 +8,15 @@
         for frame in frames:                             # 1620 x 1920, NV12
             show(denoiser.nv12(frame, tuning))
 
-The work is done by the shared library libvornynr2cnr4; the environment variable VORN_LIBRARY names
-another file to load instead of the installed one.
+gain is the sensor gain of a frame, 1 for base sensitivity; a higher gain filters more. Faults are
+ValueError (an array, size or gain that cannot be used; TuningError for a tuning), TypeError, OSError
+(a file), and DenoiseError where the library itself fails.
+
+The work is done by the shared libraries libvornynr2cnr4 and libvorn_tuning; the environment variables
+VORN_LIBRARY and VORN_TUNING_LIBRARY name other files to load instead.
 """
 
-from ._native import set_log_level
+from ._native import set_log_level, tuning_lib as _tuning_lib
 from .denoiser import Denoiser, DenoiseError, denoise_nv12, denoise_planes, denoise_rgb
 from .tuning import (
     ChromaTuning,
@@ -23,6 +27,8 @@ from .tuning import (
     TuningSet,
     default_tuning_set,
 )
+
+__version__: str = _tuning_lib.vorn_tuning_version().decode()
 
 __all__ = [
     "ChromaTuning",
@@ -38,4 +44,5 @@ __all__ = [
     "denoise_planes",
     "denoise_rgb",
     "set_log_level",
+    "__version__",
 ]

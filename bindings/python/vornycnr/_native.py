@@ -1,16 +1,24 @@
-"""The library's C calls and records, as vorn_ycnr.h declares them."""
+"""The C calls and records, as vorn_ycnr.h, vorn_ycnr_ext.h and vorn_tuning.h declare them."""
+
+from __future__ import annotations
 
 import ctypes
-import ctypes.util
 import os
-from ctypes import POINTER, Structure, c_char, c_int32, c_uint8, c_uint64, c_void_p
+from ctypes import POINTER, Structure, c_char, c_char_p, c_double, c_int32, c_size_t, c_uint64
+from ctypes import c_void_p
+from pathlib import Path
+from typing import Any
 
-SONAME = "libvornynr2cnr4.so.1"
 IMAGE_YUV420SP = 3
 
 
-class InitParam(Structure):
-    _fields_ = [("width", c_int32), ("height", c_int32)]
+class Options(Structure):
+    _fields_ = [
+        ("width", c_int32),
+        ("height", c_int32),
+        ("workers", c_int32),
+        ("bind_cores", c_int32),
+    ]
 
 
 class Image(Structure):
@@ -37,20 +45,17 @@ class LumaParam(Structure):
 
 class ChromaParam(Structure):
     _fields_ = [
-        (name, c_int32)
-        for name in (
-            "enable",
-            "range_factor",
-            "smooth_radius",
-            "scale",
-            "step",
-            "color_edge_u",
-            "color_edge_v",
-            "saturation",
-            "param0",
-            "param1",
-            "param2",
-        )
+        ("enable", c_int32),
+        ("range_factor", c_int32),
+        ("smooth_radius", c_int32),
+        ("scale", c_int32),
+        ("step", c_int32),
+        ("color_edge_u", c_int32),
+        ("color_edge_v", c_int32),
+        ("saturation", c_int32),
+        ("param0", c_int32),
+        ("param1", c_int32),
+        ("param2", c_int32),
     ]
 
 
@@ -62,46 +67,100 @@ class Parameters(Structure):
     ]
 
 
-_HEAD = [
-    ("name", c_char * 256),
-    ("build_date", c_char * 32),
-    ("build_time", c_char * 32),
-    ("version", c_char * 256),
-    ("memory_mb", c_int32),
-]
-
-
 class AlgorithmCapability(Structure):
-    _fields_ = _HEAD
+    _fields_ = [
+        ("name", c_char * 256),
+        ("build_date", c_char * 32),
+        ("build_time", c_char * 32),
+        ("version", c_char * 256),
+        ("memory_mb", c_int32),
+    ]
 
 
 class Capability(Structure):
-    _fields_ = _HEAD + [("ynr", AlgorithmCapability), ("cnr", AlgorithmCapability)]
+    _fields_ = [
+        *AlgorithmCapability._fields_,
+        ("ynr", AlgorithmCapability),
+        ("cnr", AlgorithmCapability),
+    ]
 
 
-def _load():
-    named = os.environ.get("VORN_LIBRARY")
-    found = ctypes.util.find_library("vornynr2cnr4")
-    for candidate in [named] if named else filter(None, [SONAME, found]):
-        try:
-            return ctypes.CDLL(candidate)
-        except OSError as error:
-            reason = error
-    raise ImportError(f"the library vornynr2cnr4 cannot be loaded: {reason}") from reason
+class Fault(Structure):
+    _fields_ = [
+        ("code", c_int32),
+        ("system_error", c_int32),
+        ("line", c_int32),
+        ("field", c_char * 48),
+        ("text", c_char * 976),
+    ]
 
 
-lib = _load()
-lib.vorn_ycnr_init.argtypes = [POINTER(InitParam)]
-lib.vorn_ycnr_init.restype = c_void_p
-lib.vorn_ycnr_process.argtypes = [c_void_p, POINTER(Image), POINTER(Image), POINTER(Parameters)]
-lib.vorn_ycnr_process.restype = c_int32
-lib.vorn_ycnr_deinit.argtypes = [c_void_p]
-lib.vorn_ycnr_deinit.restype = c_int32
-lib.vorn_ycnr_capability.argtypes = [c_void_p, POINTER(Capability)]
-lib.vorn_ycnr_capability.restype = c_int32
+TUNING_ARGUMENT, TUNING_INVALID, TUNING_IO, TUNING_MEMORY = -1, -2, -3, -4
 
 
-def set_log_level(level):
+def _load(name: str, variable: str) -> ctypes.CDLL:
+    """The file that the environment variable names, else the one inside this package (as a wheel has
+    it), else the installed one."""
+    named = os.environ.get(variable)
+    inside = Path(__file__).resolve().parent / "lib" / name
+    file = named or (str(inside) if inside.exists() else name)
+    try:
+        return ctypes.CDLL(file)
+    except OSError as error:
+        raise ImportError(
+            f"the library {file} cannot be loaded ({error}); install it, or name its file in the "
+            f"environment variable {variable}"
+        ) from error
+
+
+lib = _load("libvornynr2cnr4.so.1", "VORN_LIBRARY")
+tuning_lib = _load("libvorn_tuning.so.1", "VORN_TUNING_LIBRARY")
+
+
+def _declare(library: ctypes.CDLL, name: str, result: Any, *arguments: Any) -> None:
+    call = getattr(library, name)
+    call.restype = result
+    call.argtypes = arguments
+
+
+_declare(lib, "vorn_ycnr_open", c_void_p, POINTER(Options))
+_declare(
+    lib,
+    "vorn_ycnr_process",
+    c_int32,
+    c_void_p,
+    POINTER(Image),
+    POINTER(Image),
+    POINTER(Parameters),
+)
+_declare(lib, "vorn_ycnr_deinit", c_int32, c_void_p)
+_declare(lib, "vorn_ycnr_capability", c_int32, c_void_p, POINTER(Capability))
+
+_records = (POINTER(LumaParam), POINTER(ChromaParam))
+for _name, _result, _arguments in (
+    ("load", c_void_p, (c_char_p, POINTER(Fault))),
+    ("default", c_void_p, (POINTER(Fault),)),
+    ("new", c_void_p, (POINTER(Fault),)),
+    ("free", None, (c_void_p,)),
+    ("name", c_char_p, (c_void_p,)),
+    ("description", c_char_p, (c_void_p,)),
+    ("count", c_int32, (c_void_p,)),
+    ("gain", c_double, (c_void_p, c_int32)),
+    ("entry_name", c_char_p, (c_void_p, c_int32)),
+    ("entry_notes", c_char_p, (c_void_p, c_int32)),
+    ("get", c_int32, (c_void_p, c_int32, *_records)),
+    ("nearest_gain", c_int32, (POINTER(c_double), c_int32, c_double)),
+    ("describe", c_int32, (c_void_p, c_char_p, c_char_p, POINTER(Fault))),
+    ("put", c_int32, (c_void_p, c_double, *_records, POINTER(Fault))),
+    ("annotate", c_int32, (c_void_p, c_int32, c_char_p, c_char_p, POINTER(Fault))),
+    ("save", c_int32, (c_void_p, c_char_p, POINTER(Fault))),
+    ("check", c_int32, (*_records, POINTER(Fault))),
+    ("version", c_char_p, ()),
+):
+    _declare(tuning_lib, "vorn_tuning_" + _name, _result, *_arguments)
+
+
+def set_log_level(level: int) -> None:
     """Which of the library's lines reach standard error: 0 none, 1 errors (the module's default), 3
     also what happened to each frame, 4 also the time of every stage. A property file that the
     environment variable VORN_PROPERTIES names has the last word."""
@@ -111,7 +170,7 @@ def set_log_level(level):
 set_log_level(1)
 
 
-def image_over(array, width, height):
+def image_over(array, width: int, height: int) -> Image:
     """An image record over a contiguous frame; the array must outlive it."""
     image = Image(type=IMAGE_YUV420SP, width=width, height=height)
     image.plane[0] = array.ctypes.data

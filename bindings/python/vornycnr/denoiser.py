@@ -1,116 +1,175 @@
 """The denoiser for one frame size, and one-call forms for single pictures."""
 
+from __future__ import annotations
+
 import ctypes
+import operator
+import os
 import threading
+from typing import Any, Dict, Optional, Tuple
 
 import numpy as np
+from numpy.typing import ArrayLike, NDArray
 
-from . import _native
-from .tuning import Tuning, default_tuning_set
+from . import _native, colour
+from .tuning import DEFAULT_GAIN, Tuning, default_tuning_set
 
-DEFAULT_GAIN = 8
+Bytes = NDArray[np.uint8]
+
+# The filters work on up to five levels, each half of the one before: smaller frames are padded.
+_LEAST_SIDE = 16
+# A level whose width is odd or below 8 loses its last columns, which shows at the frame's right edge.
+# Frames keep the size that a device gives them; pictures are padded to where no level is such.
+_PICTURE_STEP, _PICTURE_WIDTH = 16, 128
 
 
 class DenoiseError(RuntimeError):
-    """The library refused; its log line on standard error has the reason."""
+    """The library refused or failed; its log line on standard error has the reason."""
 
 
 class Denoiser:
     """Denoises frames of one size. Use it in a with statement, or call close().
 
-    Any sizes are taken; odd ones are padded inside and cropped again. Frames go through one at a time
-    (a lock sees to that); several denoisers work side by side, without the interpreter's lock.
+    width and height are luma pixels, any from 1x1 on; odd and small frames are padded inside by
+    repeating the last column and row, and cropped again. workers is the number of threads that one
+    frame is worked on with, 1 to 4.
+
+    Frames go through one at a time; a lock sees to that, so any thread may call. Denoisers work side
+    by side, since the interpreter's lock is released during a frame: for many frames at once give
+    each thread its own Denoiser with workers=1.
+
+    A Denoiser belongs to the process that made it: after a fork, the child makes its own.
     """
 
-    def __init__(self, width, height):
-        self._handle = None
+    def __init__(self, width: int, height: int, *, workers: int = 4) -> None:
+        self._handle: Optional[int] = None
+        width, height, workers = map(operator.index, (width, height, workers))
         if width < 1 or height < 1:
             raise ValueError(f"a frame of {width}x{height} has no pixels")
-        self.width, self.height = int(width), int(height)
-        self._padded_width, self._padded_height = (self.width + 1) & ~1, (self.height + 1) & ~1
+        if not 1 <= workers <= 4:
+            raise ValueError(f"workers must be 1 to 4, not {workers}")
+        self.width, self.height = width, height
+        self._padded_width = max((width + 1) & ~1, _LEAST_SIDE)
+        self._padded_height = max((height + 1) & ~1, _LEAST_SIDE)
+        if self._padded_width * self._padded_height * 3 >= 2**31:
+            raise ValueError(f"a frame of {width}x{height} is too large: width * height * 3 must stay "
+                             "below 2^31")  # fmt: skip
         self._lock = threading.Lock()
-        size = _native.InitParam(self._padded_width, self._padded_height)
-        self._handle = _native.lib.vorn_ycnr_init(ctypes.byref(size))
+        self._process = os.getpid()
+        options = _native.Options(self._padded_width, self._padded_height, workers, 0)
+        self._handle = _native.lib.vorn_ycnr_open(ctypes.byref(options))
         if not self._handle:
-            raise DenoiseError(f"no denoiser for frames of {width}x{height}")
+            raise DenoiseError(f"no denoiser for frames of {width}x{height}: no memory or no threads")
 
-    def close(self):
-        handle, self._handle = self._handle, None
+    def close(self) -> None:
+        """Frees the denoiser, after the frame at hand if another thread is in one. May be repeated."""
+        if self._process != os.getpid():
+            self._handle = None  # the workers live in the parent; it frees them
+            return
+        with self._lock:
+            handle, self._handle = self._handle, None
         if handle:
             _native.lib.vorn_ycnr_deinit(handle)
 
-    def __enter__(self):
+    def __enter__(self) -> "Denoiser":
         return self
 
-    def __exit__(self, *_):
+    def __exit__(self, *_: Any) -> None:
         self.close()
 
-    def __del__(self):
+    def __del__(self) -> None:
         if getattr(self, "_handle", None):
             self.close()
 
-    def capability(self):
+    def __reduce__(self):
+        raise TypeError("a Denoiser cannot be copied or pickled; make another one")
+
+    def __repr__(self) -> str:
+        state = "" if self._handle else ", closed"
+        return f"Denoiser({self.width}, {self.height}{state})"
+
+    def capability(self) -> Dict[str, Dict[str, Any]]:
         """Names, versions and scratch sizes, as a dict of dicts: library, luma, chroma."""
         record = _native.Capability()
-        if _native.lib.vorn_ycnr_capability(self._open_handle(), ctypes.byref(record)) != 0:
+        with self._lock_of_this_process():
+            code = _native.lib.vorn_ycnr_capability(self._open_handle(), ctypes.byref(record))
+        if code != 0:
             raise DenoiseError("the library does not tell its capability")
 
-        def head(r):
-            texts = {
-                key: getattr(r, key).decode()
-                for key in ("name", "build_date", "build_time", "version")
-            }
-            return {**texts, "memory_mb": r.memory_mb}
+        def head(r: Any) -> Dict[str, Any]:
+            keys = ("name", "build_date", "build_time", "version")
+            return {**{key: getattr(r, key).decode() for key in keys}, "memory_mb": r.memory_mb}
 
         return {"library": head(record), "luma": head(record.ynr), "chroma": head(record.cnr)}
 
-    def nv12(self, frame, tuning=None, *, luma=True, chroma=True):
-        """Denoises one NV12 frame of an even size: (height * 3 / 2, width) uint8, in and out."""
-        frame = np.asarray(frame)
+    def nv12(
+        self,
+        frame: ArrayLike,
+        tuning: Optional[Tuning] = None,
+        *,
+        luma: bool = True,
+        chroma: bool = True,
+    ) -> Bytes:
+        """Denoises one NV12 frame of an even size: (height * 3 / 2, width) uint8, in and out.
+
+        Without a tuning the default set's for gain 8 is taken. luma and chroma switch a filter off.
+        """
+        frame = _array(frame, (self.height * 3 // 2, self.width), "frame")
         if self.width % 2 or self.height % 2:
             raise ValueError("an odd size has no single-array form; use planes()")
-        _check(frame, (self.height * 3 // 2, self.width), "frame")
-        return self._run(np.array(frame, order="C"), tuning, luma, chroma)
+        y, uv = frame[: self.height], frame[self.height :]
+        if (self.width, self.height) == (self._padded_width, self._padded_height):
+            return self._run(np.array(frame, order="C"), tuning, luma, chroma)
+        pairs = uv.reshape(self.height // 2, self.width // 2, 2)
+        new_y, new_uv = self.planes(y, pairs, tuning, luma=luma, chroma=chroma)
+        return np.concatenate([new_y, new_uv.reshape(uv.shape)])
 
-    def planes(self, y, uv, tuning=None, *, luma=True, chroma=True):
+    def planes(
+        self,
+        y: ArrayLike,
+        uv: ArrayLike,
+        tuning: Optional[Tuning] = None,
+        *,
+        luma: bool = True,
+        chroma: bool = True,
+    ) -> Tuple[Bytes, Bytes]:
         """Denoises a luma plane (height, width) with its chroma (rounded up halves, 2), U first.
 
         Strided views are fine. Returns the two as new arrays."""
-        y, uv = np.asarray(y), np.asarray(uv)
-        chroma_shape = (self._padded_height // 2, self._padded_width // 2, 2)
-        _check(y, (self.height, self.width), "y")
-        _check(uv, chroma_shape, "uv")
-        source = np.empty((self._padded_height * 3 // 2, self._padded_width), np.uint8)
-        source[: self._padded_height] = np.pad(
-            y,
-            ((0, self._padded_height - self.height), (0, self._padded_width - self.width)),
-            "edge",
-        )
-        source[self._padded_height :] = uv.reshape(self._padded_height // 2, self._padded_width)
+        y = _array(y, (self.height, self.width), "y")
+        half = ((self.height + 1) // 2, (self.width + 1) // 2)
+        uv = _array(uv, (*half, 2), "uv")
+        width, height = self._padded_width, self._padded_height
+        source = np.empty((height * 3 // 2, width), np.uint8)
+        _pad_into(source[:height], y)
+        _pad_into(source[height:].reshape(height // 2, width // 2, 2), uv)
         result = self._run(source, tuning, luma, chroma)
-        return (
-            result[: self.height, : self.width].copy(),
-            result[self._padded_height :].reshape(chroma_shape).copy(),
-        )
+        pairs = result[height:].reshape(height // 2, width // 2, 2)
+        return result[: self.height, : self.width].copy(), pairs[: half[0], : half[1]].copy()
 
-    def _open_handle(self):
+    def _open_handle(self) -> int:
         if not self._handle:
             raise ValueError("the denoiser is closed")
         return self._handle
 
-    def _run(self, source, tuning, luma, chroma):
-        """source is the library's to overwrite."""
-        tuning = tuning or default_tuning_set().nearest(DEFAULT_GAIN)
+    def _lock_of_this_process(self) -> threading.Lock:
+        if self._process != os.getpid():
+            raise RuntimeError("the denoiser belongs to the process that forked this one; make another")
+        return self._lock
+
+    def _run(self, source: Bytes, tuning: Optional[Tuning], luma: bool, chroma: bool) -> Bytes:
+        """source is packed, of the padded size, and the library's to overwrite."""
+        if tuning is None:
+            tuning = _default_tuning(DEFAULT_GAIN)
+        if not isinstance(tuning, Tuning):
+            raise TypeError(f"tuning must be a Tuning or an entry of a TuningSet, not {tuning!r}")
+        ynr, cnr = tuning._records(luma, chroma)
+        parameters = _native.Parameters(0, ctypes.pointer(ynr), ctypes.pointer(cnr))
         result = np.empty_like(source)
-        luma_record = tuning.luma._record(luma)
-        chroma_record = tuning.chroma._record(chroma)
-        parameters = _native.Parameters(
-            0, ctypes.pointer(luma_record), ctypes.pointer(chroma_record)
-        )
         images = [
             _native.image_over(a, self._padded_width, self._padded_height) for a in (source, result)
         ]
-        with self._lock:
+        with self._lock_of_this_process():
             code = _native.lib.vorn_ycnr_process(
                 self._open_handle(),
                 ctypes.byref(images[0]),
@@ -118,95 +177,118 @@ class Denoiser:
                 ctypes.byref(parameters),
             )
         if code != 0:
-            raise DenoiseError(
-                f"the frame was refused ({code}): the tuning does not fit {self.width}x{self.height}"
-            )
+            raise DenoiseError(f"the frame of {self.width}x{self.height} was refused ({code})")
         return result
 
 
-def _check(array, shape, name):
+_default_set = None
+
+
+def _default_tuning(gain: float) -> Tuning:
+    global _default_set
+    if _default_set is None:
+        _default_set = default_tuning_set()
+    return _default_set.nearest(gain)
+
+
+def _array(values: ArrayLike, shape: Tuple[int, ...], name: str) -> Bytes:
+    array = np.asarray(values)
     if array.dtype != np.uint8 or array.shape != shape:
         raise ValueError(
             f"{name} must be uint8 of shape {shape}, not {array.dtype} of {array.shape}"
         )
+    return array
 
 
-def _pick(tuning, gain):
+def _pad_into(target: Bytes, plane: Bytes) -> None:
+    """Copies a plane, and repeats its last column and row into what is left of target."""
+    height, width = plane.shape[:2]
+    target[:height, :width] = plane
+    target[:height, width:] = target[:height, width - 1 : width]
+    target[height:] = target[height - 1]
+
+
+def _pick(tuning: Optional[Tuning], gain: Optional[float]) -> Tuning:
     if tuning is not None and gain is not None:
         raise ValueError("give a tuning or a gain, not both")
-    return tuning or default_tuning_set().nearest(DEFAULT_GAIN if gain is None else gain)
+    return _default_tuning(DEFAULT_GAIN if gain is None else gain) if tuning is None else tuning
 
 
-def denoise_nv12(frame, tuning=None, *, gain=None, luma=True, chroma=True):
-    """Denoises one NV12 frame, (height * 3 / 2, width) uint8, with a tuning or the default for a gain."""
+def denoise_nv12(
+    frame: ArrayLike,
+    tuning: Optional[Tuning] = None,
+    *,
+    gain: Optional[float] = None,
+    luma: bool = True,
+    chroma: bool = True,
+) -> Bytes:
+    """Denoises one NV12 frame, (height * 3 / 2, width) uint8, with a tuning or the default for a gain.
+
+    For more than one frame of a size a Denoiser saves the set-up."""
     frame = np.asarray(frame)
-    if frame.ndim != 2 or frame.shape[0] % 3:
+    if frame.ndim != 2 or frame.shape[0] % 3 or frame.shape[1] % 2 or not frame.size:
         raise ValueError(
-            f"an NV12 frame has height * 3 / 2 rows of width bytes, not the shape {frame.shape}"
+            "an NV12 frame has height * 3 / 2 rows of width bytes, both sides even, not the shape "
+            f"{frame.shape}"
         )
+    tuning = _pick(tuning, gain)
     with Denoiser(frame.shape[1], frame.shape[0] // 3 * 2) as denoiser:
-        return denoiser.nv12(frame, _pick(tuning, gain), luma=luma, chroma=chroma)
+        return denoiser.nv12(frame, tuning, luma=luma, chroma=chroma)
 
 
-def denoise_planes(y, uv, tuning=None, *, gain=None, luma=True, chroma=True):
-    """Denoises a luma plane and its chroma plane of U/V pairs, of any size."""
-    height, width = np.shape(y)
-    with Denoiser(width, height) as denoiser:
-        return denoiser.planes(y, uv, _pick(tuning, gain), luma=luma, chroma=chroma)
+def denoise_planes(
+    y: ArrayLike,
+    uv: ArrayLike,
+    tuning: Optional[Tuning] = None,
+    *,
+    gain: Optional[float] = None,
+    luma: bool = True,
+    chroma: bool = True,
+) -> Tuple[Bytes, Bytes]:
+    """Denoises a luma plane (height, width) and its chroma plane of U/V pairs, of any size."""
+    y = np.asarray(y)
+    if y.ndim != 2:
+        raise ValueError(f"y must be a plane of (height, width), not of shape {y.shape}")
+    tuning = _pick(tuning, gain)
+    with Denoiser(y.shape[1], y.shape[0]) as denoiser:
+        return denoiser.planes(y, uv, tuning, luma=luma, chroma=chroma)
 
 
-def denoise_rgb(rgb, tuning=None, *, gain=None, luma=True, chroma=True):
-    """Denoises an RGB picture, (height, width, 3) uint8, of any size.
+def denoise_rgb(
+    rgb: ArrayLike,
+    tuning: Optional[Tuning] = None,
+    *,
+    gain: Optional[float] = None,
+    luma: bool = True,
+    chroma: bool = True,
+    bgr: bool = False,
+) -> Bytes:
+    """Denoises an RGB picture, (height, width, 3) uint8, of any size: an array, or a Pillow image of
+    mode RGB. bgr=True takes and gives the order of OpenCV.
 
     Works in full-range BT.601 YCbCr 4:2:0, as JPEG does: with chroma on, colour comes back at half
-    its resolution; with chroma off it stays as it was.
+    its resolution; with chroma off the colour differences stay as they were.
     """
     rgb = np.asarray(rgb)
     if rgb.ndim != 3 or rgb.shape[2] != 3 or rgb.dtype != np.uint8:
         raise ValueError(
             f"an RGB picture is uint8 of (height, width, 3), not {rgb.dtype} of {rgb.shape}"
         )
-    height, width = rgb.shape[:2]
-    ycc = rgb.astype(np.float32) @ _RGB_TO_YCC.T
-    y = _to_bytes(ycc[..., 0])
-    uv = _to_bytes(_halve(ycc[..., 1:]) + 128)
-    new_y, new_uv = denoise_planes(y, uv, tuning, gain=gain, luma=luma, chroma=chroma)
-    ycc[..., 0] += new_y.astype(np.float32) - y
-    if chroma:
-        ycc[..., 1:] = _double(new_uv.astype(np.float32) - 128)[:height, :width]
-    return _to_bytes(ycc @ _YCC_TO_RGB.T)
+    tuning = _pick(tuning, gain)
+    if bgr:
+        rgb = rgb[..., ::-1]
+    y, uv = colour.split(rgb)
+    new_y, new_uv = _denoise_picture(y, uv, tuning, luma, chroma)
+    result = colour.join(new_y, new_uv) if chroma else colour.add_to_luma(rgb, y, new_y)
+    return np.ascontiguousarray(result[..., ::-1]) if bgr else result
 
 
-_RGB_TO_YCC = np.array(
-    [
-        [0.299, 0.587, 0.114],
-        [-0.299 / 1.772, -0.587 / 1.772, 0.5],
-        [0.5, -0.587 / 1.402, -0.114 / 1.402],
-    ],
-    np.float32,
-)
-_YCC_TO_RGB = np.linalg.inv(_RGB_TO_YCC.astype(np.float64)).astype(np.float32)
-
-
-def _to_bytes(values):
-    return np.clip(values + 0.5, 0, 255).astype(np.uint8)
-
-
-def _halve(planes):
-    """Means of 2x2 pixels; an odd last column or row stands for the missing one."""
-    height, width = planes.shape[:2]
-    even = np.pad(planes, ((0, height % 2), (0, width % 2), (0, 0)), "edge")
-    return even.reshape(even.shape[0] // 2, 2, even.shape[1] // 2, 2, -1).mean(axis=(1, 3))
-
-
-def _double(planes):
-    """Twice the size, bilinear, samples centred as _halve() leaves them."""
-    for axis in (0, 1):
-        last = planes.shape[axis] - 1
-        before = np.take(planes, np.maximum(np.arange(last + 1) - 1, 0), axis)
-        after = np.take(planes, np.minimum(np.arange(last + 1) + 1, last), axis)
-        pair = np.stack([0.75 * planes + 0.25 * before, 0.75 * planes + 0.25 * after], axis + 1)
-        shape = list(planes.shape)
-        shape[axis] *= 2
-        planes = pair.reshape(shape)
-    return planes
+def _denoise_picture(y: Bytes, uv: Bytes, tuning: Tuning, luma: bool, chroma: bool):
+    """denoise_planes with a width that is good on every level."""
+    height, width = y.shape
+    columns = max(-width % _PICTURE_STEP, _PICTURE_WIDTH - width)
+    if columns > 0:
+        y = np.pad(y, ((0, 0), (0, columns)), "edge")
+        uv = np.pad(uv, ((0, 0), (0, (width + columns) // 2 - uv.shape[1]), (0, 0)), "edge")
+    new_y, new_uv = denoise_planes(y, uv, tuning, luma=luma, chroma=chroma)
+    return new_y[:, :width], new_uv[:, : (width + 1) // 2]

@@ -1,15 +1,21 @@
 """The Python module: the bytes of the library's own calls, any shape of array, faults told clearly."""
 
+import copy
 import ctypes
-import json
+import os
+import pickle
+import stat
+import subprocess
+import sys
 import threading
 from dataclasses import replace
+from pathlib import Path
 
 import numpy as np
 import pytest
 
 import vornycnr
-from vornycnr import _native
+from vornycnr import _native, colour
 from vornycnr.tuning import ChromaTuning, LumaTuning, Tuning, TuningEntry, TuningError, TuningSet
 
 TUNING = Tuning(
@@ -64,7 +70,8 @@ def through_the_calls(frame, tuning):
         ctypes.cast(luma, ctypes.POINTER(_native.LumaParam)),
         ctypes.cast(chroma, ctypes.POINTER(_native.ChromaParam)),
     )
-    handle = _native.lib.vorn_ycnr_init(_native.InitParam(width, height))
+    _native.lib.vorn_ycnr_init.restype = ctypes.c_void_p
+    handle = _native.lib.vorn_ycnr_init((ctypes.c_int32 * 2)(width, height))
     assert _native.lib.vorn_ycnr_process(handle, images[0], images[1], parameters) == 0
     _native.lib.vorn_ycnr_deinit(handle)
     return np.frombuffer(dst.raw, np.uint8).reshape(frame.shape)
@@ -125,14 +132,47 @@ def test_rgb_keeps_colours_and_loses_noise():
         assert clean[:, columns].std((0, 1)).mean() < 0.6 * noisy[:, columns].std((0, 1)).mean()
 
 
-def test_rgb_round_trip_is_exact_where_nothing_runs():
-    picture = np.random.default_rng(5).integers(0, 256, (33, 47, 3), np.uint8)
-    assert (
-        np.abs(
-            vornycnr.denoise_rgb(picture, TUNING, luma=False, chroma=False).astype(int) - picture
-        ).max()
-        <= 1
-    )
+@pytest.mark.parametrize("height,width", [(1, 1), (2, 3), (15, 9), (1, 40), (48, 854)])
+def test_flat_pictures_stay_flat_up_to_the_edges(height, width):
+    picture = np.full((height, width, 3), (77, 60, 120), np.uint8)
+    assert np.abs(vornycnr.denoise_rgb(picture, gain=64).astype(int) - picture).max() <= 2
+    y = picture[..., 0]
+    uv = np.full(((height + 1) // 2, (width + 1) // 2, 2), 90, np.uint8)
+    new_y, new_uv = vornycnr.denoise_planes(y, uv, gain=64)
+    assert new_y.shape == y.shape and np.array_equal(new_uv, uv)
+
+
+def test_colour_with_and_without_opencv(monkeypatch):
+    random = np.random.default_rng(5)
+    for height, width in ((33, 47), (200, 130), (64, 1), (65, 2)):
+        picture = random.integers(0, 256, (height, width, 3), np.uint8)
+        picture[: height // 2] = (200, 30, 60)
+        with monkeypatch.context() as without:
+            without.setattr(colour, "cv2", None)
+            plain = colour.split(picture)
+            back = colour.join(*plain)
+            assert np.abs(back[: height // 2 - 1].astype(int) - (200, 30, 60)).max(initial=0) <= 2
+        if colour.cv2 is not None:
+            assert all(map(np.array_equal, plain, colour.split(picture)))
+            assert np.abs(back.astype(int) - colour.join(*plain)).max() <= 2
+
+
+def test_rgb_without_chroma_changes_luma_alone():
+    picture = np.random.default_rng(5).integers(20, 230, (33, 47, 3), np.uint8)
+    untouched = vornycnr.denoise_rgb(picture, TUNING, luma=False, chroma=False)
+    assert np.array_equal(untouched, picture)
+    change = vornycnr.denoise_rgb(picture, TUNING, chroma=False).astype(int) - picture
+    inside = (picture + change > 0).all(-1) & (picture + change < 255).all(-1)
+    assert np.abs(change).max() > 3 and np.ptp(change[inside], axis=-1).max() == 0
+
+
+def test_orders_and_kinds_of_arrays():
+    picture = np.random.default_rng(6).integers(0, 256, (40, 30, 3), np.uint8)
+    wanted = vornycnr.denoise_rgb(picture, gain=8)
+    bgr = vornycnr.denoise_rgb(picture[..., ::-1], gain=8, bgr=True)
+    assert np.array_equal(bgr[..., ::-1], wanted)
+    Image = pytest.importorskip("PIL.Image")
+    assert np.array_equal(vornycnr.denoise_rgb(Image.fromarray(picture), gain=8), wanted)
 
 
 def test_many_denoisers_on_many_threads_give_the_same_bytes():
@@ -174,8 +214,12 @@ def test_bad_arrays_are_refused():
         vornycnr.denoise_nv12(np.zeros((144, 128), np.uint8), TUNING, gain=2)
     with pytest.raises(ValueError, match="no pixels"):
         vornycnr.Denoiser(0, 5)
-    with pytest.raises(vornycnr.DenoiseError):
+    with pytest.raises(ValueError, match="too large"):
         vornycnr.Denoiser(60000, 60000)
+    with pytest.raises(TypeError):
+        vornycnr.Denoiser("64", 64)
+    with pytest.raises(ValueError, match="workers"):
+        vornycnr.Denoiser(64, 64, workers=5)
     denoiser = vornycnr.Denoiser(128, 96)
     denoiser.close()
     denoiser.close()
@@ -183,9 +227,88 @@ def test_bad_arrays_are_refused():
         denoiser.nv12(np.zeros((144, 128), np.uint8), TUNING)
 
 
-def test_a_tuning_that_the_library_refuses_is_an_error():
-    with pytest.raises(vornycnr.DenoiseError, match="refused"):
-        vornycnr.denoise_nv12(noisy_nv12(128, 96), Tuning(LumaTuning(layer=1), ChromaTuning()))
+def test_bad_gains_and_records_are_refused_by_name():
+    frame = np.zeros((144, 128), np.uint8)
+    for gain in (0, -1, float("nan"), float("inf")):
+        with pytest.raises(ValueError, match="finite number above 0"):
+            vornycnr.denoise_nv12(frame, gain=gain)
+    for gain in ("8", [8], 8j):
+        with pytest.raises(TypeError, match="gain must be a number"):
+            vornycnr.denoise_nv12(frame, gain=gain)
+    with pytest.raises(TypeError, match="tuning must be a Tuning"):
+        vornycnr.denoise_nv12(frame, 8)
+    for luma, kind, cause in (
+        (LumaTuning(layer=1), TuningError, '"luma.layer" must be'),
+        (LumaTuning(param1=2**32 + 1), TuningError, '"luma.param1" must be'),
+        (LumaTuning(layer=3.0), TypeError, '"luma.layer" must be'),
+        (LumaTuning(pRadius=[5, 5]), TuningError, "five numbers"),
+        (LumaTuning(pRadius=[5, 5, 5, 5, "5"]), TypeError, r'"luma.pRadius\[4\]" must be'),
+    ):
+        with pytest.raises(kind, match=cause):
+            vornycnr.denoise_nv12(frame, Tuning(luma, ChromaTuning()))
+
+
+def test_closing_waits_for_the_frame_of_another_thread():
+    frame = noisy_nv12(1280, 720)
+    for _ in range(20):
+        denoiser = vornycnr.Denoiser(1280, 720)
+        started = threading.Event()
+
+        def work():
+            started.set()
+            try:
+                while True:
+                    denoiser.nv12(frame, TUNING)
+            except ValueError:
+                pass  # closed
+
+        thread = threading.Thread(target=work)
+        thread.start()
+        started.wait()
+        denoiser.close()
+        thread.join(30)
+        assert not thread.is_alive()
+
+
+def test_a_denoiser_is_not_copied():
+    with vornycnr.Denoiser(64, 64) as denoiser:
+        for way in (copy.copy, copy.deepcopy, pickle.dumps):
+            with pytest.raises(TypeError, match="make another"):
+                way(denoiser)
+
+
+def test_a_forked_child_makes_its_own():
+    frame = noisy_nv12(128, 96)
+    denoiser = vornycnr.Denoiser(128, 96)
+    wanted = denoiser.nv12(frame, TUNING)
+    denoiser._lock.acquire()  # as another thread would hold it at the fork
+    child = os.fork()
+    if child == 0:
+        try:
+            with pytest.raises(RuntimeError, match="belongs to the process"):
+                denoiser.nv12(frame, TUNING)
+            denoiser.close()
+            with vornycnr.Denoiser(128, 96) as own:
+                os._exit(0 if np.array_equal(own.nv12(frame, TUNING), wanted) else 1)
+        finally:
+            os._exit(2)
+    denoiser._lock.release()
+    assert os.waitpid(child, 0)[1] == 0
+    assert np.array_equal(denoiser.nv12(frame, TUNING), wanted)
+    denoiser.close()
+
+
+def test_import_starts_no_process():
+    code = """
+import sys
+def audit(event, arguments):
+    if event in ("subprocess.Popen", "os.system", "os.posix_spawn", "os.fork"):
+        sys.exit(event)
+sys.addaudithook(audit)
+import vornycnr
+assert vornycnr.__version__.count(".") == 2
+"""
+    subprocess.run([sys.executable, "-c", code], check=True)
 
 
 def test_capability_names_three_versions():
@@ -202,48 +325,68 @@ def test_capability_names_three_versions():
 def test_tuning_set_round_trip_and_choice(tmp_path):
     entries = [
         TuningEntry(
-            LumaTuning(pIntensity=[int(g), 1, -2, 3, 2**31 - 1]),
+            LumaTuning(pIntensity=[int(g), 1, 2, 3, 2000], param1=-5),
             ChromaTuning(saturation=-int(g)),
             gain=g,
+            name="däm" if g == 2 else "",
+            notes="a\nb" if g == 2 else "",
         )
         for g in (1, 2, 8.5)
     ]
     path = tmp_path / "set.json"
     TuningSet(entries, "a sensor", "made by hand").save(path)
     assert TuningSet.load(path) == TuningSet(entries, "a sensor", "made by hand")
-    assert [p.name for p in tmp_path.iterdir()] == ["set.json"]
     chosen = [TuningSet(entries).nearest(g).gain for g in (0.1, 1.4, 1.42, 4.12, 4.13, 99)]
     assert chosen == [1, 1, 2, 2, 8.5, 8.5]
-    assert TuningSet([TuningEntry(gain=1), TuningEntry(gain=4)]).nearest(2).gain == 1
+    with pytest.raises(TuningError, match="rise"):
+        TuningSet(entries[::-1]).save(path)
+    assert TuningSet.load(path).entries == entries
 
 
-@pytest.mark.parametrize(
-    "change,cause",
-    [
-        (lambda root: root.pop("entries"), "entries"),
-        (lambda root: root.pop("format"), "format"),
-        (lambda root: root.update(version=2), "version"),
-        (lambda root: root.update(entrys=[]), "unknown field entrys"),
-        (lambda root: root["entries"][0].pop("gain"), "no gain above 0"),
-        (lambda root: root["entries"][0].update(gain=-1), "no gain above 0"),
-        (lambda root: root["entries"].append(root["entries"][0]), "entry 1: gains must rise"),
-        (lambda root: root["entries"][0]["luma"].pop("param1"), "luma.param1 is missing"),
-        (lambda root: root["entries"][0]["chroma"].update(stepp=1), "unknown field chroma.stepp"),
-        (lambda root: root["entries"][0]["luma"].update(pRadius=[1, 2]), "luma.pRadius"),
-        (lambda root: root["entries"][0]["chroma"].update(step=1.5), "chroma.step"),
-        (lambda root: root["entries"][0]["chroma"].update(step=2**31), "chroma.step"),
-        (lambda root: root["entries"][0]["chroma"].update(step=True), "chroma.step"),
-    ],
-)
-def test_bad_tuning_sets_name_file_and_field(tmp_path, change, cause):
-    path = tmp_path / "bad.json"
-    TuningSet([TuningEntry(gain=1)]).save(path)
-    root = json.loads(path.read_text())
-    change(root)
-    path.write_text(json.dumps(root))
-    with pytest.raises(TuningError) as raised:
-        TuningSet.load(path)
-    assert cause in str(raised.value) and str(path) in str(raised.value)
+def test_saving_touches_no_other_file(tmp_path):
+    path, part = tmp_path / "set.json", tmp_path / "set.json.part"
+    part.write_text("mine")
+    path.write_text("old")
+    path.chmod(0o600)
+    (tmp_path / "link.json").symlink_to("set.json")
+    vornycnr.default_tuning_set().save(tmp_path / "link.json")
+    assert part.read_text() == "mine" and (tmp_path / "link.json").is_symlink()
+    assert stat.S_IMODE(path.stat().st_mode) == 0o600
+    assert TuningSet.load(path) == vornycnr.default_tuning_set()
+    assert len(list(tmp_path.iterdir())) == 3
+    with pytest.raises(FileNotFoundError):
+        TuningSet.load(tmp_path / "none.json")
+    with pytest.raises(FileNotFoundError):
+        vornycnr.default_tuning_set().save(tmp_path / "none" / "x.json")
+
+
+SETS = Path(__file__).resolve().parents[2] / "tuning_sets"
+
+
+def test_the_sets_that_every_door_takes_and_refuses():
+    for path in (SETS / "good").iterdir():
+        assert TuningSet.load(path).nearest(8)
+    rows = (SETS / "bad.txt").read_text().splitlines()
+    for name, cause in (row.split(": ", 1) for row in rows):
+        with pytest.raises(TuningError) as raised:
+            TuningSet.load(SETS / "bad" / name)
+        assert cause in str(raised.value) and name in str(raised.value)
+
+
+def test_the_examples_of_the_readme_work(tmp_path, monkeypatch):
+    Image = pytest.importorskip("PIL.Image")
+    readme = Path(__file__).resolve().parents[3] / "bindings" / "python" / "README.md"
+    monkeypatch.chdir(tmp_path)
+    random = np.random.default_rng(1)
+    Image.fromarray(random.integers(90, 110, (50, 70, 3), np.uint8)).save("night.png")
+    frames = np.stack([noisy_nv12(640, 360, seed) for seed in range(4)])
+    frames.tofile("night_640x360.nv12")
+    vornycnr.default_tuning_set().save("sensor.json")
+    names = {}
+    for block in readme.read_text().split("```python\n")[1:]:
+        exec(block.split("```")[0], names)
+    assert np.asarray(Image.open("clean.png")).std() < np.asarray(Image.open("night.png")).std()
+    assert np.array_equal(np.stack(names["cleaned"]), names["clean_frames"])
 
 
 def test_every_entry_of_the_default_set_fits_a_preview():
