@@ -36,6 +36,19 @@ ${CXX:-c++} -std=c++11 -Wall -Wextra -Werror "$source/capability.cpp" $flags -o 
 LD_LIBRARY_PATH=$libdir "$scratch/denoise"
 LD_LIBRARY_PATH=$libdir "$scratch/capability"
 
+if [ -e "$libdir/pkgconfig/vorn_tuning.pc" ]; then
+  echo "== the program of the README"
+  sed -n '/^```c$/,/^```$/{/^```/!p}' "$1/README.md" >"$scratch/readme.c"
+  cat >>"$scratch/readme.c" <<'C'
+static uint8_t noisy[128 * 96 * 3 / 2], clean[128 * 96 * 3 / 2];
+int main(void) { return denoise(noisy, clean, 128, 96, 8) != 0 || denoise(noisy, clean, 128, 96, 0) != -1; }
+C
+  # shellcheck disable=SC2046
+  ${CC:-cc} -std=c99 -Wall -Wextra -Werror "$scratch/readme.c" $(pkg-config --cflags --libs vornycnr vorn_tuning) \
+    -o "$scratch/readme"
+  LD_LIBRARY_PATH=$libdir "$scratch/readme"
+fi
+
 echo "== find_package"
 cmake -S "$source" -B "$scratch/cmake" -DCMAKE_PREFIX_PATH="$prefix" >"$scratch/cmake.log"
 cmake --build "$scratch/cmake" >>"$scratch/cmake.log"

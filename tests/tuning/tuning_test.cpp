@@ -230,6 +230,8 @@ TEST(TuningSets, PagesStateTheRanges) {
       EXPECT_EQ(number["minimum"], field->least) << field->key;
       EXPECT_EQ(number["maximum"], field->most) << field->key;
       if (field->least == std::numeric_limits<int32_t>::min()) range = "any";
+      if (field->most == 1) range = "0, 1";
+      if (field->most == 2) range = "0, 1, 2";
     }
     EXPECT_EQ(stated["description"], field->meaning) << field->key;
     // The row of the page's table that belongs to this record and names the key.
