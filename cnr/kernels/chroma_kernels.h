@@ -74,19 +74,19 @@ struct chroma_kernels {
                      int8_t gain);
 };
 
-// The table of a form; the plain one where a form has none of its own in this build.
+// The table of a form; the plain one where the form is not part of this build.
 const chroma_kernels& chroma_kernels_of(kernel_form form);
 
 inline const chroma_kernels& active_chroma_kernels() {
   return chroma_kernels_of(active_kernel_form());
 }
 
-// The forms' own tables, for chroma_kernels_of and for a wider form's short spans.
-extern const chroma_kernels kChromaKernelsNeon;
+// The forms' own tables, in chroma_<form>.cpp.
+extern const chroma_kernels kChromaNeon;
 #if defined(__x86_64__)
-extern const chroma_kernels kChromaKernelsSse2;
-extern const chroma_kernels kChromaKernelsAvx2;
-extern const chroma_kernels kChromaKernelsAvx512;
+extern const chroma_kernels kChromaSse2;
+extern const chroma_kernels kChromaAvx2;
+extern const chroma_kernels kChromaAvx512;
 #endif
 
 }  // namespace vorn

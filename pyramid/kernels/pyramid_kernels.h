@@ -17,6 +17,8 @@ namespace vorn {
 // Bias of a detail plane: 128 stands for "no difference".
 constexpr int kDetailBias = 128;
 
+constexpr int kHalfUp16 = 8;  // rounds a division by 16 half-up
+
 struct pyramid_kernels {
   // 2:1 down, one row: dst[x] = (1 2 1 / 2 4 2 / 1 2 1) around column 2x, + 8 >> 4, for
   // 0 <= x < width. Column -1 is column 0. Reads columns 0 .. 2*width-1 of the three rows.
@@ -51,8 +53,16 @@ struct pyramid_kernels {
   void (*interleave)(const uint8_t* u, const uint8_t* v, uint8_t* uv, int width);
 };
 
-// The row functions of one form. A form without an own version of a function uses the plain one.
+// The table of a form; the plain one where the form is not part of this build.
 const pyramid_kernels& pyramid_kernels_of(kernel_form form);
+
+// The forms' own tables, in pyramid_<form>.cpp.
+extern const pyramid_kernels kPyramidNeon;
+#if defined(__x86_64__)
+extern const pyramid_kernels kPyramidSse2;
+extern const pyramid_kernels kPyramidAvx2;
+extern const pyramid_kernels kPyramidAvx512;
+#endif
 
 // Those of the form in force.
 static inline const pyramid_kernels& active_pyramid_kernels() {
@@ -63,6 +73,12 @@ static inline const pyramid_kernels& active_pyramid_kernels() {
 // compiled for a newer machine keeps its own copy.
 static inline int average(int a, int b) {
   return (a + b + 1) >> 1;
+}
+
+// Vertical 1 2 1 of one column.
+static inline int column_sum(const uint8_t* upper, const uint8_t* centre, const uint8_t* lower,
+                             int x) {
+  return upper[x] + 2 * centre[x] + lower[x];
 }
 
 static inline uint8_t up_even_row(const uint8_t* a, int x) {

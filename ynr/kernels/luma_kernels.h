@@ -82,15 +82,19 @@ void filter_in_phases(const luma_phases& phases, const unsigned char* tile, int 
                       const run_rules* rules, int runs, unsigned char* out, int out_stride);
 void fetch_unchanged(unsigned char* to, const unsigned char* from, int count);
 
-// The set of a form; scalar where the form is not part of this build.
+// The table of a form; the plain one where the form is not part of this build.
 const luma_kernels& luma_kernels_of(kernel_form form);
 
-extern const luma_kernels kLumaScalar;
+// The forms' own tables, in luma_<form>.cpp.
 extern const luma_kernels kLumaNeon;
+#if defined(__aarch64__)
 extern const luma_kernels kLumaNeonDot;
+#endif
+#if defined(__x86_64__)
 extern const luma_kernels kLumaSse2;
 extern const luma_kernels kLumaAvx2;
 extern const luma_kernels kLumaAvx512;
+#endif
 
 // The 256 index rules by mask value (entries 0 and 1 are not usable), and the reciprocals of totals
 // 0..6376 that give the scalar rule. Built once.

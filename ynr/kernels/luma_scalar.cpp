@@ -98,9 +98,9 @@ void filter(const unsigned char* tile, int rings, const run_rules* rules, int ru
   filter_in_phases({distances, look_up, blend}, tile, rings, rules, runs, out, out_stride);
 }
 
-}  // namespace
+constexpr luma_kernels kLumaScalar = {0, fetch_unchanged, filter};
 
-const luma_kernels kLumaScalar = {0, fetch_unchanged, filter};
+}  // namespace
 
 void fetch_unchanged(unsigned char* to, const unsigned char* from, int count) {
   std::memcpy(to, from, static_cast<size_t>(count));
@@ -147,15 +147,13 @@ const float* exact_reciprocals() {
 
 const luma_kernels& luma_kernels_of(kernel_form form) {
   switch (form) {
-#if defined(VORN_LUMA_NEON)
     case kernel_form::neon:
       return kLumaNeon;
-#endif
-#if defined(VORN_LUMA_NEON_DOT)
+#if defined(__aarch64__)
     case kernel_form::neon_dot:
       return kLumaNeonDot;
 #endif
-#if defined(VORN_LUMA_X86)
+#if defined(__x86_64__)
     case kernel_form::sse2:
       return kLumaSse2;
     case kernel_form::avx2:

@@ -1,23 +1,9 @@
+// The plain form of the row functions, which is their definition.
 #include "pyramid/kernels/pyramid_kernels.h"
 
 namespace vorn {
 
-// Filled in pyramid_kernels_<form>.cpp.
-extern const pyramid_kernels kPyramidNeon;
-#if defined(__x86_64__)
-extern const pyramid_kernels kPyramidSse2;
-extern const pyramid_kernels kPyramidAvx2;
-extern const pyramid_kernels kPyramidAvx512;
-#endif
-
 namespace {
-
-constexpr int kHalfUp16 = 8;  // rounds a division by 16 half-up
-
-// Vertical 1 2 1 of one column.
-int column_sum(const uint8_t* upper, const uint8_t* centre, const uint8_t* lower, int x) {
-  return upper[x] + 2 * centre[x] + lower[x];
-}
 
 void down_scalar(const uint8_t* upper, const uint8_t* centre, const uint8_t* lower, uint8_t* dst,
                  int width) {

@@ -1,3 +1,4 @@
+// The plain form of the chroma kernels, which is their definition, and the tables around them.
 #include "cnr/kernels/chroma_kernels.h"
 
 #include "cnr/kernels/chroma_rule.h"
@@ -41,7 +42,7 @@ void split_gain_scalar(const uint8_t* src_uv, uint8_t* dst_u, uint8_t* dst_v, si
   }
 }
 
-constexpr chroma_kernels kScalar = {filter_scalar, split_gain_scalar};
+constexpr chroma_kernels kChromaScalar = {filter_scalar, split_gain_scalar};
 
 }  // namespace
 
@@ -63,17 +64,17 @@ const chroma_kernels& chroma_kernels_of(kernel_form form) {
   switch (form) {
     case kernel_form::neon:
     case kernel_form::neon_dot:  // no dot products here: gathering four taps costs what they save
-      return kChromaKernelsNeon;
+      return kChromaNeon;
 #if defined(__x86_64__)
     case kernel_form::sse2:
-      return kChromaKernelsSse2;
+      return kChromaSse2;
     case kernel_form::avx2:
-      return kChromaKernelsAvx2;
+      return kChromaAvx2;
     case kernel_form::avx512:
-      return kChromaKernelsAvx512;
+      return kChromaAvx512;
 #endif
     default:
-      return kScalar;
+      return kChromaScalar;
   }
 }
 

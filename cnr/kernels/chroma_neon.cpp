@@ -212,6 +212,6 @@ void split_gain_neon(const uint8_t* src_uv, uint8_t* dst_u, uint8_t* dst_v, size
 
 }  // namespace
 
-const chroma_kernels kChromaKernelsNeon = {filter_neon, split_gain_neon};
+const chroma_kernels kChromaNeon = {filter_neon, split_gain_neon};
 
 }  // namespace vorn
