@@ -127,7 +127,7 @@ struct run_plan {
   int columns[vorn::kRunBlocks];           // mask column of each block
   bool in_order;                           // they follow each other, as on the full-size level
   unsigned char values[vorn::kRunBlocks];  // mask values that the rest was made for
-  alignas(64) vorn::index_rule rules[vorn::kRunBlocks];
+  vorn::mask_rules rules;
   uint32_t written;  // blocks that are filtered at all
   uint32_t scalar;   // blocks under the scalar rule
   bool by_blocks;    // a mask value that the rules do not cover: never in a made mask
@@ -136,10 +136,10 @@ struct run_plan {
 constexpr uint32_t kWholeRun = 0xFFFF;
 
 // Decides what the run's blocks do, from plan->values.
-void plan_run(run_plan* plan) {
+void plan_run(run_plan* plan, bool short_rules) {
   plan->written = plan->scalar = 0;
   plan->by_blocks = false;
-  const vorn::index_rule* rules = vorn::index_rule_table();
+  unsigned char values[vorn::kRunBlocks];
   for (int i = 0; i < vorn::kRunBlocks; ++i) {
     unsigned char m = i < plan->blocks ? plan->values[i] : 0;
     bool scalar = i >= plan->paired;
@@ -153,8 +153,10 @@ void plan_run(run_plan* plan) {
     plan->by_blocks |= m == 1;
     plan->written |= static_cast<uint32_t>(m != 0) << i;
     plan->scalar |= static_cast<uint32_t>(scalar) << i;
-    plan->rules[i] = rules[m];
+    // Blocks that stay as they are take any rule.
+    values[i] = m > 1 ? m : static_cast<unsigned char>(kNeutralMask);
   }
+  vorn::make_mask_rules(&plan->rules, values, short_rules);
 }
 
 // Whether any of a run's mask values is 0 or 1: its upper seven bits are all clear.
@@ -165,25 +167,6 @@ bool any_below_two(const unsigned char (&values)[vorn::kRunBlocks]) {
   uint64_t clear = 0;
   for (uint64_t h : half) clear |= ((h & kUpper) - kOnes) & ~h & (kOnes << 7);
   return clear != 0;
-}
-
-// The same for new values of which none is 0 or 1 in a run of pairs only: their rules alone change.
-void plan_rules(run_plan* plan) {
-  const vorn::index_rule* rules = vorn::index_rule_table();
-  for (int i = 0; i < vorn::kRunBlocks; ++i) plan->rules[i] = rules[plan->values[i]];
-}
-
-// The weight map as bytes. Returns false for a map that no intensity gives (an entry beyond 255).
-bool make_weight_table(vorn::weight_table* table, const int* map) {
-  table->support = 0;
-  for (int i = 1; i < vorn::kMapSize; ++i) {
-    if (map[i] < 0 || map[i] > 255) return false;
-    table->of[i] = static_cast<unsigned char>(map[i]);
-    if (map[i]) table->support = i + 1;
-  }
-  table->of[0] = table->of[1];
-  std::memset(table->of + vorn::kMapSize, 0, sizeof table->of - vorn::kMapSize);
-  return true;
 }
 
 // Runs go down the rows of a band of columns. The rows that the window reaches from the block row
@@ -201,7 +184,7 @@ class run_walk {
         mask_(mask),
         map_(map),
         kernels_(vorn::luma_kernels_of(vorn::active_kernel_form())) {
-    by_table_ = make_weight_table(&table_, map);
+    by_table_ = vorn::make_weight_table(&table_, map);
     std::memset(rows_, 0, sizeof rows_);
   }
 
@@ -255,7 +238,7 @@ class run_walk {
       plan->in_order &= plan->columns[i] == plan->columns[0] + i;
       plan->values[i] = static_cast<unsigned char>(row.in_column(plan->columns[i]));
     }
-    plan_run(plan);
+    plan_run(plan, kernels_.short_rules);
   }
 
   void update_plan(run_plan* plan, const mask_row& row) {
@@ -270,9 +253,9 @@ class run_walk {
     std::memcpy(plan->values, values, sizeof values);
     if (plan->written == kWholeRun && plan->scalar == 0 && !plan->by_blocks &&
         !any_below_two(values))
-      plan_rules(plan);
+      vorn::make_mask_rules(&plan->rules, values, kernels_.short_rules);
     else
-      plan_run(plan);
+      plan_run(plan, kernels_.short_rules);
   }
 
   // Fetches level rows y .. y + count - 1 of the band to buffer rows from `row` on: its whole
@@ -309,16 +292,23 @@ class run_walk {
     vorn::run_rules rules[vorn::kBandRuns];
     int runs = 0;
     for (; runs < count && plans[runs].written == kWholeRun && !plans[runs].by_blocks; ++runs)
-      rules[runs] = {plans[runs].rules, &table_, plans[runs].scalar};
-    if (runs) kernels_.filter(tile, Rings, rules, runs, written_at(x, y), dst_->stride[0]);
+      rules[runs] = {&plans[runs].rules, &table_, plans[runs].scalar};
+    if (runs) {
+      const bool first = carried_.x != x || carried_.y != y || carried_.runs != runs;
+      const ptrdiff_t column = (tile - rows_) % vorn::kTilePitch;
+      kernels_.filter[Rings - 1](tile, rules, runs, written_at(x, y), dst_->stride[0],
+                                 carry_ + column, first);
+      carried_ = {x, y + 4, runs};
+    }
     return runs;
   }
 
   // Filters a run of which some blocks stay as they are or lie outside the level.
   void filter_partly(const run_plan& plan, const unsigned char* tile, int x, int y) {
-    const vorn::run_rules rules = {plan.rules, &table_, plan.scalar};
+    const vorn::run_rules rules = {&plan.rules, &table_, plan.scalar};
     unsigned char pixels[4 * vorn::kRunPixels];
-    kernels_.filter(tile, Rings, &rules, 1, pixels, vorn::kRunPixels);
+    const ptrdiff_t column = (tile - rows_) % vorn::kTilePitch;
+    kernels_.filter[Rings - 1](tile, &rules, 1, pixels, vorn::kRunPixels, carry_ + column, true);
     unsigned char* out = written_at(x, y);
     for (int i = 0; i < vorn::kRunBlocks; ++i) {
       if (!(plan.written >> i & 1)) continue;
@@ -340,6 +330,11 @@ class run_walk {
   vorn::weight_table table_;
   bool by_table_;  // the weight map fits one
   alignas(64) unsigned char rows_[kBufferRows * vorn::kTilePitch];
+  // What the last call for whole runs left for the block row at y: see run_filter.
+  struct {
+    int x, y, runs;
+  } carried_ = {-1, -1, 0};
+  alignas(64) unsigned char carry_[vorn::kCarryRows * vorn::kTilePitch];
 };
 
 template <int Rings>

@@ -22,7 +22,8 @@ struct vector {
   }
   static void store_step(uint8_t* p, const reg (&v)[kUnrolled]) {
 #if defined(__aarch64__)
-    vst1q_u8_x4(p, uint8x16x4_t{{v[0], v[1], v[2], v[3]}});
+    const uint8x16x4_t all = {{v[0], v[1], v[2], v[3]}};
+    vst1q_u8_x4(p, all);
 #else  // not among SIMDe's
     for (int k = 0; k < kUnrolled; ++k) store(p + k * kBytes, v[k]);
 #endif

@@ -1,5 +1,6 @@
 // The luma filter: the leaf kernels of a run of blocks in every form, and the exported pair members
 // against two blocks of the scalar rule.
+#include <algorithm>
 #include <vector>
 
 #include "tests/kernels/kernel_check.h"
@@ -175,37 +176,65 @@ void fetch(trial& t) {
   });
 }
 
-void filter(trial& t) {
-  const int rings = t.parameter("rings", 1, vorn::kMaxRings);
+// The weights of a trial: as intensities make them, or any, with supports around the sizes at which
+// the forms change their way of looking up.
+vorn::weight_table weights(trial& t) {
+  vorn::weight_table table{};
+  int map[kMapEntries];
+  if (t.timed() || t.parameter("made", 0, 2)) {
+    MakeWeightMap(map, static_cast<float>(t.timed() ? 45 : t.parameter("sigma", 1, 1200)),
+                  kMapEntries);
+  } else {
+    constexpr int kSupports[] = {1, 2, 63, 64, 65, 127, 128, 129, 254, 255, 256, 257, 500, 800};
+    const int support = kSupports[t.parameter("support", 0, 13)];
+    for (int i = 0; i < kMapEntries; ++i)
+      map[i] = i < support ? static_cast<int>(t.random(1, 255)) : 0;
+  }
+  vorn::make_weight_table(&table, map);
+  return table;
+}
+
+// Two block rows, one after the other as the window goes, by what is carried and without.
+void filter(trial& t, int rings) {
   const int runs = t.timed() ? kTimedRuns : t.parameter("runs", 1, 3);
   // The runs' rows and what may be read around them, with any contrast: weights are for small ones.
   constexpr int kMargin = 16;
   const int contrast = (1 << t.parameter("contrast_bits", 0, 8)) - 1;
   const auto tile = t.input<uint8_t>(
-      "tile", {runs * kRunPixels + kMargin, 4 + vorn::kMaxRings, kMargin, vorn::kMaxRings},
-      range{255 - contrast, 255});
-  // Supports around the sizes at which the forms change their way of looking up.
-  constexpr int kSupports[] = {1, 2, 63, 64, 65, 127, 128, 129, 254, 255, 256, 257, 500, 800};
-  vorn::weight_table table{};
-  table.support = kSupports[t.parameter("support", 0, 13)];
-  for (int i = 0; i < table.support; ++i)
-    table.of[i] = static_cast<unsigned char>(t.random(1, 255));
-  const int lowest = t.parameter("m_lowest", 2, 255);
-  std::vector<vorn::index_rule> of_block(static_cast<size_t>(runs * kRunBlocks));
-  for (vorn::index_rule& r : of_block) r = vorn::index_rule_table()[t.random(lowest, 255)];
-  std::vector<vorn::run_rules> rules;
-  for (int i = 0; i < runs; ++i)
-    rules.push_back({&of_block[static_cast<size_t>(i * kRunBlocks)], &table,
-                     static_cast<uint32_t>(t.parameter("exact", 0, 0xFFFF))});
-  const auto out = t.output<uint8_t>("out", {runs * kRunPixels, 4});
-  const auto fetched = t.scratch<uint8_t>("fetched", {vorn::kTileRows * kTilePitch});
+      "tile", {runs * kRunPixels + kMargin, 8 + rings, kMargin, rings}, range{255 - contrast, 255});
+  const vorn::weight_table table = weights(t);
+  // Mask values of any kind, of 64 and more as the built-in mask has them, or neutral ones.
+  const int lowest = t.timed()                     ? 64
+                     : t.parameter("m_kind", 0, 2) ? 64
+                                                   : t.parameter("m_low", 2, 255);
+  const int highest = t.timed() ? 190 : std::max(lowest, t.parameter("m_high", 64, 255));
+  std::vector<vorn::mask_rules> masks[2];  // with the short rule and without
+  std::vector<vorn::run_rules> rules[2];
+  for (int i = 0; i < runs; ++i) {
+    unsigned char values[kRunBlocks];
+    for (unsigned char& m : values) m = static_cast<unsigned char>(t.random(lowest, highest));
+    for (int with_short = 0; with_short < 2; ++with_short) {
+      masks[with_short].resize(static_cast<size_t>(runs));
+      vorn::make_mask_rules(&masks[with_short][static_cast<size_t>(i)], values, with_short != 0);
+    }
+    const auto exact = static_cast<uint32_t>(t.timed() ? 0 : t.parameter("exact", 0, 0xFFFF));
+    for (int k = 0; k < 2; ++k)
+      rules[k].push_back({&masks[k][static_cast<size_t>(i)], &table, exact});
+  }
+  const auto out = t.output<uint8_t>("out", {runs * kRunPixels, 8});
+  const auto carry = t.scratch<uint8_t>("carry", {vorn::kCarryRows * kTilePitch});
+  const bool carried = t.timed() || t.parameter("carried", 0, 1);
   t.run([&](kernel_form form) {
     const vorn::luma_kernels& kernels = vorn::luma_kernels_of(form);
-    unsigned char* at = fetched.row() + vorn::kMaxRings * kTilePitch + vorn::kTileMargin;
-    for (int y = -vorn::kMaxRings; y < 4 + vorn::kMaxRings; ++y)
+    alignas(64) static unsigned char fetched[(8 + 2 * vorn::kMaxRings) * kTilePitch];
+    unsigned char* at = fetched + vorn::kMaxRings * kTilePitch + vorn::kTileMargin;
+    for (int y = -rings; y < 8 + rings; ++y)
       kernels.fetch(at + y * kTilePitch - kMargin, tile.row(y) - kMargin,
                     runs * kRunPixels + 2 * kMargin);
-    kernels.filter(at, rings, rules.data(), runs, out.row(), out.stride());
+    for (int y = 0; y < 8; y += 4)
+      kernels.filter[rings - 1](at + y * kTilePitch, rules[kernels.short_rules].data(), runs,
+                                out.row(y), out.stride(), carry.row() + vorn::kTileMargin,
+                                y == 0 || !carried);
   });
 }
 
@@ -213,11 +242,13 @@ void filter(trial& t) {
 
 void add_luma_rows() {
   // A run of blocks has one size; its widths, too, only count trials.
-  const sizes run = {1, 1, 80, 4, false, kTimedRuns * kRunPixels, 4};
+  const sizes run = {1, 1, 24, 8, false, kTimedRuns * kRunPixels, 8};
   add_table("luma", (sizeof(vorn::luma_kernels) - offsetof(vorn::luma_kernels, fetch)) /
                         sizeof(void (*)()));
   add({"luma.fetch", {1, 1, 80, 1, true, 1030, 1}, fetch});
-  add({"luma.filter", run, filter});
+  add({"luma.filter_3x3", run, [](trial& t) { filter(t, 1); }});
+  add({"luma.filter_5x5", run, [](trial& t) { filter(t, 2); }});
+  add({"luma.filter_7x7", run, [](trial& t) { filter(t, 3); }});
   // A pair of blocks has one size; the widths only count trials.
   const sizes pair = {1, 1, 80, 1, false, 8, 4};
   // The vector rule divides by a refined reciprocal: exact halves may come out one lower.

@@ -186,6 +186,12 @@ static inline void set_weights(__m256i bytes, __m256i (&weight)[2]) {
                  _mm_setr_epi8(8, -1, 12, -1, 9, -1, 13, -1, 10, -1, 14, -1, 11, -1, 15, -1)));
 }
 
+static inline void set_totals(const __m256i (&sum)[2], run_pairs* pairs) {
+  for (int half = 0; half < 2; ++half)
+    pairs->total[half] = _mm256_add_epi32(_mm256_madd_epi16(sum[half], _mm256_set1_epi16(1)),
+                                          _mm256_set1_epi32(256));
+}
+
 template <int Segments>
 static void look_up_in_registers(int count, const unsigned char* of, run_pairs* pairs) {
   const table_of<Segments> table(of);
@@ -196,9 +202,7 @@ static void look_up_in_registers(int count, const unsigned char* of, run_pairs* 
     for (int half = 0; half < 2; ++half)
       sum[half] = _mm256_add_epi16(sum[half], pairs->weight[i][half]);
   }
-  for (int half = 0; half < 2; ++half)
-    pairs->total[half] = _mm256_add_epi32(_mm256_madd_epi16(sum[half], _mm256_set1_epi16(1)),
-                                          _mm256_set1_epi32(256));
+  set_totals(sum, pairs);
 }
 
 static void look_up_in_memory(int count, const unsigned char* of, run_pairs* pairs) {
@@ -216,6 +220,45 @@ static void look_up_in_memory(int count, const unsigned char* of, run_pairs* pai
   }
 }
 
+// A table of 64 entries, for indices within it.
+using line_table = segmented_table<4>;
+
+// Long tables on lines of 8 or 16 entries, 1 << Shift; see weight_table.
+template <int Shift>
+static void look_up_on_lines(int count, const weight_table* table, run_pairs* pairs) {
+  const line_table base(table->base), slope(table->slope), lower(table->lower), upper(table->upper);
+  const __m256i bits = _mm256_broadcastsi128_si256(
+      _mm_setr_epi8(-128, 64, 32, 16, 8, 4, 2, 1, -128, 64, 32, 16, 8, 4, 2, 1));
+  const __m256i low = _mm256_set1_epi16(0xFF), places = _mm256_set1_epi16((1 << Shift) - 1);
+  const __m256i last = _mm256_set1_epi16(Shift == 3 ? 511 : 799);
+  __m256i sum[2] = {_mm256_setzero_si256(), _mm256_setzero_si256()};
+  for (int i = 0; i < count; ++i) {
+    const __m256i first = _mm256_min_epu16(pairs->index[i][0], last);
+    const __m256i second = _mm256_min_epu16(pairs->index[i][1], last);
+    const __m256i line =
+        _mm256_packus_epi16(_mm256_srli_epi16(first, Shift), _mm256_srli_epi16(second, Shift));
+    const __m256i place =
+        _mm256_packus_epi16(_mm256_and_si256(first, places), _mm256_and_si256(second, places));
+    // slope * place fits a byte.
+    const __m256i steep = slope.at(line);
+    const __m256i even =
+        _mm256_mullo_epi16(_mm256_and_si256(steep, low), _mm256_and_si256(place, low));
+    const __m256i odd =
+        _mm256_mullo_epi16(_mm256_srli_epi16(steep, 8), _mm256_srli_epi16(place, 8));
+    const __m256i fall = _mm256_or_si256(_mm256_srli_epi16(even, 4),
+                                         _mm256_slli_epi16(_mm256_srli_epi16(odd, 4), 8));
+    __m256i corrections = lower.at(line);
+    if (Shift == 4)
+      corrections = _mm256_blendv_epi8(corrections, upper.at(line), _mm256_slli_epi16(place, 4));
+    const __m256i bit = _mm256_shuffle_epi8(bits, place);
+    const __m256i minus_one = _mm256_cmpeq_epi8(_mm256_and_si256(corrections, bit), bit);
+    set_weights(_mm256_sub_epi8(minus_one, _mm256_add_epi8(base.at(line), fall)), pairs->weight[i]);
+    for (int half = 0; half < 2; ++half)
+      sum[half] = _mm256_add_epi16(sum[half], pairs->weight[i][half]);
+  }
+  set_totals(sum, pairs);
+}
+
 static void look_up(int count, const weight_table* table, run_pairs* pairs) {
   if (table->support <= 63)
     look_up_in_registers<4>(count, table->of, pairs);
@@ -223,8 +266,12 @@ static void look_up(int count, const weight_table* table, run_pairs* pairs) {
     look_up_in_registers<8>(count, table->of, pairs);
   else if (table->support <= 255)
     look_up_in_registers<16>(count, table->of, pairs);
-  else
+  else if (!table->lines)
     look_up_in_memory(count, table->of, pairs);
+  else if (table->support < 512)
+    look_up_on_lines<3>(count, table, pairs);
+  else
+    look_up_on_lines<4>(count, table, pairs);
 }
 
 // The centre column's weights from Rings rows above to Rings rows below in pairs of rows, the block
@@ -341,6 +388,8 @@ static inline void blend_blocks(const unsigned char* tile, const half_weights<Ri
     }
     if (row - Rings >= 0) add<Lane>(&sum[row - Rings], centre, w.column[Rings]);
     above = centre;
+    // The sums so far stay in registers: compilers else put products off and store them.
+    asm("" : "+x"(sum[0]), "+x"(sum[1]), "+x"(sum[2]), "+x"(sum[3]));
   }
 }
 
@@ -380,26 +429,19 @@ static inline void blend_half(const unsigned char* tile, const run_pairs& pairs,
 }
 
 template <int Rings>
-static void filter_rings(const unsigned char* tile, const run_rules* rules, int runs,
-                         unsigned char* out, int out_stride) {
+static void filter(const unsigned char* tile, const run_rules* rules, int runs, unsigned char* out,
+                   int out_stride, unsigned char* /*carry*/, bool /*first*/) {
   for (; runs > 0; --runs, ++rules, tile += kRunPixels, out += kRunPixels) {
     run_pairs pairs;
-    make_indices<Rings>(tile, rules->of_block, &pairs);
+    make_indices<Rings>(tile, rules->masks->of, &pairs);
     look_up(pairs_of(Rings), rules->table, &pairs);
     blend_half<Rings, 0>(tile, pairs, rules->exact & 0xFF, out, out_stride);
     blend_half<Rings, 1>(tile, pairs, rules->exact & 0xFF00, out, out_stride);
   }
 }
 
-static void filter(const unsigned char* tile, int rings, const run_rules* rules, int runs,
-                   unsigned char* out, int out_stride) {
-  if (rings == 1) filter_rings<1>(tile, rules, runs, out, out_stride);
-  if (rings == 2) filter_rings<2>(tile, rules, runs, out, out_stride);
-  if (rings == 3) filter_rings<3>(tile, rules, runs, out, out_stride);
-}
-
 }  // namespace
 
-const luma_kernels kLumaAvx2 = {0x80, fetch, filter};
+const luma_kernels kLumaAvx2 = {0x80, false, fetch, {filter<1>, filter<2>, filter<3>}};
 
 }  // namespace vorn

@@ -79,19 +79,23 @@ static inline __m512i indices(__m512i first, __m512i second, const rule_lanes& r
   return _mm512_srlv_epi16(_mm512_mulhi_epu16(scaled, rule.factor), rule.shift);
 }
 
-// The weights of four neighbours, a byte each: per quarter four blocks of each neighbour. Tables of
-// up to 128 and up to 255 entries are looked up in registers.
-enum class table_size { short_one, long_one, whole };
+// The weights of four neighbours, a byte each: per quarter four blocks of each neighbour. All look
+// up in registers: tables of up to 128 and up to 255 entries by saturated bytes, longer ones in
+// parts of 256 by the index's lower byte, kept where the upper byte names the part.
+enum class table_size { short_one, long_one, in_parts };
 
 template <table_size Size>
 struct weight_lanes {
   __m512i part[4];
   const unsigned char* of;
-  explicit weight_lanes(const unsigned char* table)
-      : part{load(table), load(table + 64), load(table + 128), load(table + 192)}, of(table) {}
+  int parts;
+  explicit weight_lanes(const weight_table* table)
+      : part{load(table->of), load(table->of + 64), load(table->of + 128), load(table->of + 192)},
+        of(table->of),
+        parts((table->support + 255) / 256) {}
 
   __m512i at(__m512i first, __m512i second) const {
-    if (Size == table_size::whole) return in_memory(first, second);
+    if (Size == table_size::in_parts) return from_parts(first, second);
     const __m512i index = _mm512_packus_epi16(first, second);  // saturates: weight 0
     const __mmask64 beyond = _mm512_movepi8_mask(index);       // 128 and above
     if (Size == table_size::short_one)
@@ -101,14 +105,26 @@ struct weight_lanes {
   }
 
  private:
-  __m512i in_memory(__m512i first, __m512i second) const {
-    const __m512i last = _mm512_set1_epi16(799);
-    alignas(64) uint16_t index[2][32];
-    alignas(64) unsigned char weight[64];
-    _mm512_store_si512(index[0], _mm512_min_epu16(first, last));
-    _mm512_store_si512(index[1], _mm512_min_epu16(second, last));
-    for (int i = 0; i < 64; ++i) weight[i] = of[index[i / 8 % 2][i / 16 * 8 + i % 8]];
-    return load(weight);
+  __m512i from_parts(__m512i first, __m512i second) const {
+    const __m512i low = _mm512_set1_epi16(0xFF), last = _mm512_set1_epi16(799);
+    first = _mm512_min_epu16(first, last);
+    second = _mm512_min_epu16(second, last);
+    const __m512i index =
+        _mm512_packus_epi16(_mm512_and_si512(first, low), _mm512_and_si512(second, low));
+    const __m512i part_of =
+        _mm512_packus_epi16(_mm512_srli_epi16(first, 8), _mm512_srli_epi16(second, 8));
+    const __mmask64 upper = _mm512_movepi8_mask(index);
+    __m512i weight = _mm512_setzero_si512();
+    for (int k = 0; k < parts; ++k) {
+      const unsigned char* at = of + 256 * k;
+      const __m512i found =
+          _mm512_mask_blend_epi8(upper, _mm512_permutex2var_epi8(load(at), index, load(at + 64)),
+                                 _mm512_permutex2var_epi8(load(at + 128), index, load(at + 192)));
+      const __mmask64 here =
+          _mm512_cmpeq_epi8_mask(part_of, _mm512_set1_epi8(static_cast<char>(k)));
+      weight = _mm512_mask_mov_epi8(weight, here, found);
+    }
+    return weight;
   }
 };
 
@@ -153,8 +169,8 @@ template <int Rings, table_size Size>
 static void make_words(const unsigned char* tile, const run_rules* rules, run_words* words) {
   constexpr __mmask64 kTriples = 0x7777777777777777, kSides = 0x5555555555555555;
   const __m512i ones = _mm512_set1_epi8(1);
-  const weight_lanes<Size> weights(rules->table->of);
-  const rule_lanes rule = load_rules(rules->of_block);
+  const weight_lanes<Size> weights(rules->table);
+  const rule_lanes rule = load_rules(rules->masks->of);
   __m512i cur[4];
   for (int r = 0; r < 4; ++r) cur[r] = load(tile + r * kTilePitch);
   __m512i total[3] = {};
@@ -286,14 +302,14 @@ static void make_words(const unsigned char* tile, const run_rules* rules, run_wo
   else if (rules->table->support <= 255)
     make_words<Rings, table_size::long_one>(tile, rules, words);
   else
-    make_words<Rings, table_size::whole>(tile, rules, words);
+    make_words<Rings, table_size::in_parts>(tile, rules, words);
 }
 
 // Weights are long chains of operations, so they are made one run ahead: the blend of the run
 // before needs nothing of them and fills the gaps.
 template <int Rings>
-static void filter_rings(const unsigned char* tile, const run_rules* rules, int runs,
-                         unsigned char* out, int out_stride) {
+static void filter(const unsigned char* tile, const run_rules* rules, int runs, unsigned char* out,
+                   int out_stride, unsigned char* /*carry*/, bool /*first*/) {
   run_words words[2];
   make_words<Rings>(tile, rules, &words[0]);
   for (int i = 0; i < runs; ++i, tile += kRunPixels, out += kRunPixels) {
@@ -302,15 +318,8 @@ static void filter_rings(const unsigned char* tile, const run_rules* rules, int 
   }
 }
 
-static void filter(const unsigned char* tile, int rings, const run_rules* rules, int runs,
-                   unsigned char* out, int out_stride) {
-  if (rings == 1) filter_rings<1>(tile, rules, runs, out, out_stride);
-  if (rings == 2) filter_rings<2>(tile, rules, runs, out, out_stride);
-  if (rings == 3) filter_rings<3>(tile, rules, runs, out, out_stride);
-}
-
 }  // namespace
 
-const luma_kernels kLumaAvx512 = {0x80, fetch, filter};
+const luma_kernels kLumaAvx512 = {0x80, false, fetch, {filter<1>, filter<2>, filter<3>}};
 
 }  // namespace vorn

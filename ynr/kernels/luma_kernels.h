@@ -39,9 +39,19 @@ constexpr int kTileRows = 4 + 2 * kMaxRings;
 // Weight by index 0..799 as bytes; entry 0 repeats entry 1, since no neighbour's index is below 1.
 // Zero from index `support` on, and so behind the last entry.
 struct weight_table {
-  alignas(64) unsigned char of[896];
+  alignas(64) unsigned char of[1024];
   int support;
+  // Supports of 256 and more, where `lines` holds: the same weights on lines, which registers have
+  // room for. Line k has 8 entries for supports below 512, else 16, and entry i of it weighs
+  //   minus base[k], less slope[k] * i / 16, less 1 where a bit is set:
+  //   bit 7 - i of lower[k] for i < 8, bit 15 - i of upper[k] for the rest, all modulo 256.
+  bool lines;
+  alignas(64) unsigned char base[64], slope[64], lower[64], upper[64];
 };
+
+// Fills in the table of a weight map (block_rules.h). Returns false for a map that no intensity
+// gives, with a weight outside 0..255.
+bool make_weight_table(weight_table* table, const int* map);
 
 // Index of a distance under one mask value, in 16-bit numbers:
 // (high half of (64 D + bias) * factor) >> shift. Exact for mask values 2..255.
@@ -51,22 +61,46 @@ struct index_rule {
   uint16_t shift_factor;  // 2^(16 - shift): the shift as the high half of a product
 };
 
-// What a run is filtered by: a rule per block, the weights, and a bit per block that takes the
-// scalar rule.
+// How the mask values of a run's blocks turn distances into indices. Made by make_mask_rules.
+struct mask_rules {
+  alignas(64) index_rule of[kRunBlocks];
+  // A shorter rule for mask values of 64 and more: the index is the high half of the doubled
+  // product 32 D * factor, divided by 32 and rounded. It holds for tables up to `short_support`
+  // entries; 0 where it was not asked for or a mask value is below 64.
+  int16_t short_factor[kRunBlocks];
+  int short_support;
+  bool neutral;  // asked for, and all values are 64: an index is the distance
+};
+
+// values: the run's mask values; those of blocks that are not filtered count for nothing but may
+// not be 1. with_short: whether the form in use takes the shorter rule.
+void make_mask_rules(mask_rules* rules, const unsigned char (&values)[kRunBlocks], bool with_short);
+
+// What a run is filtered by: the rules of its mask values, the weights, and a bit per block that
+// takes the scalar rule.
 struct run_rules {
-  const index_rule* of_block;
+  const mask_rules* masks;
   const weight_table* table;
   uint32_t exact;
 };
 
-// fetch copies `count` pixels into a tile, each exclusive-or `bias`; filter makes the 64 x 4 pixels
-// of each of `runs` runs side by side, 1 to kBandRuns, by a rule each. tile points at the first
-// run's first pixel; rings is 1, 2 or 3.
+// What the rows of one block row leave for the next one: sums of clipped differences between rows
+// that both reach, three rows per ring, columns as in the tile.
+constexpr int kCarryRows = 3 * kMaxRings;
+
+// Filters `runs` runs side by side, 1 to kBandRuns, by a rule each. tile points at the first run's
+// first pixel, and so does carry, in a row of kTilePitch bytes. carry is what the last call made of
+// the block row just above and the same runs; with `first` it is not read.
+using run_filter = void (*)(const unsigned char* tile, const run_rules* rules, int runs,
+                            unsigned char* out, int out_stride, unsigned char* carry, bool first);
+
+// fetch copies `count` pixels into a tile, each exclusive-or `bias`; filter[r - 1] makes the 64 x 4
+// pixels of each run with r rings: the 3x3, 5x5 and 7x7 window.
 struct luma_kernels {
   unsigned char bias;
+  bool short_rules;  // whether the filters use mask_rules' shorter rule
   void (*fetch)(unsigned char* to, const unsigned char* from, int count);
-  void (*filter)(const unsigned char* tile, int rings, const run_rules* rules, int runs,
-                 unsigned char* out, int out_stride);
+  run_filter filter[kMaxRings];
 };
 
 // The phases of the forms that keep their results in memory in between, and the filter made of
@@ -75,10 +109,10 @@ struct luma_phases {
   void (*distances)(const unsigned char* tile, int rings, uint16_t (*distance)[kRunBlocks]);
   void (*look_up)(const uint16_t (*distance)[kRunBlocks], int rings, const index_rule* rules,
                   const weight_table* table, unsigned char (*weight)[kRunBlocks], uint16_t* total);
-  void (*blend)(const unsigned char* tile, int rings, const unsigned char (*weight)[kRunBlocks],
+  void (*blend)(const unsigned char* tile, const unsigned char (*weight)[kRunBlocks],
                 const float* reciprocal, unsigned char* out, int out_stride);
 };
-void filter_in_phases(const luma_phases& phases, const unsigned char* tile, int rings,
+void filter_in_phases(const luma_phases& phases, int rings, const unsigned char* tile,
                       const run_rules* rules, int runs, unsigned char* out, int out_stride);
 void fetch_unchanged(unsigned char* to, const unsigned char* from, int count);
 

@@ -1,10 +1,25 @@
-// Leaf kernels for Arm v8.0; on x86-64 the same source through SIMDe, for checks.
+// Arm v8.0; on x86-64 the same source through SIMDe, for checks. The blend takes two blocks at a
+// time: a source row's pixels are widened once and multiplied into every output row that they
+// reach. Sums of 32 bits, at most 6376 * 255. Exact.
 #include "ynr/kernels/luma_neon.h"
 
 namespace vorn {
 namespace {
 
 using namespace luma_neon;
+
+// The tile's columns at -3..3 pixels from a pointer, from the uppermost row on: rows are whole
+// multiples of 16 bytes further down.
+struct tile_columns {
+  const unsigned char* at[2 * kMaxRings + 1];
+  explicit tile_columns(const unsigned char* tile) {
+    for (int dx = -kMaxRings; dx <= kMaxRings; ++dx)
+      at[kMaxRings + dx] = opaque(tile - kMaxRings * kTilePitch + dx);
+  }
+  const unsigned char* pixels(int dx, int dy) const {
+    return at[kMaxRings + dx] + (kMaxRings + dy) * kTilePitch;
+  }
+};
 
 // Weights of a pair of blocks as 16-bit lanes, eight neighbours of one ring per vector.
 struct pair_weights {
@@ -14,8 +29,8 @@ struct pair_weights {
 // Adds eight widened source pixels to one output row of both blocks, with the weights of one
 // neighbour.
 template <int N>
-static inline void add_pixels(uint16x8_t pixels, uint16x8_t left, uint16x8_t right,
-                              uint32x4_t* left_sum, uint32x4_t* right_sum) {
+VORN_INLINE void add_pixels(uint16x8_t pixels, uint16x8_t left, uint16x8_t right,
+                            uint32x4_t* left_sum, uint32x4_t* right_sum) {
   *left_sum = vmlal_laneq_u16(*left_sum, vget_low_u16(pixels), left, N);
 #if defined(__aarch64__)
   *right_sum = vmlal_high_laneq_u16(*right_sum, pixels, right, N);
@@ -27,8 +42,8 @@ static inline void add_pixels(uint16x8_t pixels, uint16x8_t left, uint16x8_t rig
 // A source row's pixels at columns -d, 0 and d go to the output rows d below it (as their row
 // above), at it, and d above it.
 template <int Ring, int Row>
-static inline void add_ring_row(const tile_columns& tile, uint16x8_t centre, const pair_weights& w,
-                                uint32x4_t (&left_sums)[4], uint32x4_t (&right_sums)[4]) {
+VORN_INLINE void add_ring_row(const tile_columns& tile, uint16x8_t centre, const pair_weights& w,
+                              uint32x4_t (&left_sums)[4], uint32x4_t (&right_sums)[4]) {
   constexpr int d = Ring + 1;
   if (Row < -d || Row > 3 + d) return;
   constexpr bool above = Row + d >= 0 && Row + d < 4;
@@ -56,8 +71,8 @@ static inline void add_ring_row(const tile_columns& tile, uint16x8_t centre, con
 }
 
 template <int Rings, int Row>
-static inline void add_row(const tile_columns& tile, const pair_weights& w,
-                           uint32x4_t (&left_sums)[4], uint32x4_t (&right_sums)[4]) {
+VORN_INLINE void add_row(const tile_columns& tile, const pair_weights& w,
+                         uint32x4_t (&left_sums)[4], uint32x4_t (&right_sums)[4]) {
   if (Row < -Rings || Row > 3 + Rings) return;
   const uint16x8_t centre = vmovl_u8(vld1_u8(tile.pixels(0, Row)));
   add_ring_row<0, Row>(tile, centre, w, left_sums, right_sums);
@@ -66,8 +81,8 @@ static inline void add_row(const tile_columns& tile, const pair_weights& w,
 }
 
 template <int Rings>
-static inline void blend_pair(const tile_columns& tile, const pair_weights& w,
-                              uint32x4_t (&left_sums)[4], uint32x4_t (&right_sums)[4]) {
+VORN_INLINE void blend_pair(const tile_columns& tile, const pair_weights& w,
+                            uint32x4_t (&left_sums)[4], uint32x4_t (&right_sums)[4]) {
   for (int r = 0; r < 4; ++r) {  // the block itself, weight 256
     const uint16x8_t centre = vshlq_n_u16(vmovl_u8(vld1_u8(tile.pixels(0, r))), 8);
     left_sums[r] = vmovl_u16(vget_low_u16(centre));
@@ -87,8 +102,8 @@ static inline void blend_pair(const tile_columns& tile, const pair_weights& w,
 
 // Weights by neighbour (16 blocks each) to weights by block (8 neighbours each): three rounds of
 // pairwise interleaving, neighbour n ending in byte n of its block.
-static inline void transpose_ring(const unsigned char (*weight)[kRunBlocks],
-                                  uint8_t (*by_block)[kNeighbours]) {
+VORN_INLINE void transpose_ring(const unsigned char (*weight)[kRunBlocks],
+                                uint8_t (*by_block)[kNeighbours]) {
   uint8x16_t a[8], b[8];
   for (int n = 0; n < 8; ++n) a[n] = vld1q_u8(weight[n]);
   for (int n = 0; n < 4; ++n) {
@@ -108,44 +123,67 @@ static inline void transpose_ring(const unsigned char (*weight)[kRunBlocks],
   }
 }
 
-template <int Rings>
-void blend_rings(const unsigned char* tile, const unsigned char (*weight)[kRunBlocks],
-                 const float* reciprocal, unsigned char* out, int out_stride) {
-  alignas(16) uint8_t by_block[Rings][kRunBlocks][kNeighbours];
-  for (int ring = 0; ring < Rings; ++ring)
-    transpose_ring(weight + ring * kNeighbours, by_block[ring]);
-  for (int block = 0; block < kRunBlocks; block += 4, tile += 16, out += 16) {
-    block_pixels pixels[4];
-    for (int pair = 0; pair < 2; ++pair) {
-      pair_weights w;
-      for (int ring = 0; ring < Rings; ++ring) {
-        w.left[ring] = vmovl_u8(vld1_u8(by_block[ring][block + 2 * pair]));
-        w.right[ring] = vmovl_u8(vld1_u8(by_block[ring][block + 2 * pair + 1]));
-      }
-      uint32x4_t left[4], right[4];
-      blend_pair<Rings>(tile_columns(tile + 8 * pair), w, left, right);
-      const float* r = reciprocal + block + 2 * pair;
-      pixels[2 * pair] = normalise(left, vld1q_dup_f32(r));
-      pixels[2 * pair + 1] = normalise(right, vld1q_dup_f32(r + 1));
-    }
-    store_pixels(pixels, out, out_stride);
+using ring_weights = uint8_t[kRunBlocks][kNeighbours];
+
+// Blocks block + First and the next one.
+template <int Rings, int First>
+VORN_INLINE void blend_two(const unsigned char* tile, const ring_weights (&by_block)[Rings],
+                           int block, float32x4_t reciprocal, block_pixels (&pixels)[4]) {
+  pair_weights w;
+  for (int ring = 0; ring < Rings; ++ring) {
+    w.left[ring] = vmovl_u8(vld1_u8(by_block[ring][block + First]));
+    w.right[ring] = vmovl_u8(vld1_u8(by_block[ring][block + First + 1]));
   }
+  uint32x4_t left[4], right[4];
+  blend_pair<Rings>(tile_columns(tile + 4 * First), w, left, right);
+  pixels[First] = normalise<First>(left, reciprocal);
+  pixels[First + 1] = normalise<First + 1>(right, reciprocal);
 }
 
-void blend(const unsigned char* tile, int rings, const unsigned char (*weight)[kRunBlocks],
-           const float* reciprocal, unsigned char* out, int out_stride) {
-  if (rings == 1) blend_rings<1>(tile, weight, reciprocal, out, out_stride);
-  if (rings == 2) blend_rings<2>(tile, weight, reciprocal, out, out_stride);
-  if (rings == 3) blend_rings<3>(tile, weight, reciprocal, out, out_stride);
-}
+// Weights by neighbour, in the order of kRing, 16 blocks each.
+struct neighbour_weights {
+  alignas(16) unsigned char of[kMaxNeighbours][kRunBlocks];
+  uint16x8_t total[2] = {vdupq_n_u16(256), vdupq_n_u16(256)};
 
-void filter(const unsigned char* tile, int rings, const run_rules* rules, int runs,
-            unsigned char* out, int out_stride) {
-  filter_in_phases({distances, look_up, blend}, tile, rings, rules, runs, out, out_stride);
+  __attribute__((always_inline)) void take(int ring, int row, uint8x16_t left, uint8x16_t centre,
+                                           uint8x16_t right) {
+    unsigned char(*ring_of)[kRunBlocks] = of + ring * kNeighbours;
+    const auto put = [&](int n, uint8x16_t w) {
+      vst1q_u8(ring_of[n], w);
+      total[0] = vaddw_u8(total[0], vget_low_u8(w));
+      total[1] = vaddw_u8(total[1], vget_high_u8(w));
+    };
+    constexpr int kFirst[3] = {2, 0, 5};
+    put(kFirst[row], left);
+    put(kFirst[row] + (row == 1 ? 1 : 2), right);
+    if (row != 1) put(kFirst[row] + 1, centre);
+  }
+
+  template <int Rings>
+  void blend(const unsigned char* tile, uint32_t exact, unsigned char* out, int out_stride) const {
+    alignas(16) ring_weights by_block[Rings];
+    for (int ring = 0; ring < Rings; ++ring)
+      transpose_ring(of + ring * kNeighbours, by_block[ring]);
+    for (int block = 0; block < kRunBlocks; block += 4, tile += 16, out += 16) {
+      const uint16x8_t totals = total[block / 8];
+      const float32x4_t r = reciprocals(
+          vmovl_u16(block % 8 ? vget_high_u16(totals) : vget_low_u16(totals)), exact >> block);
+      block_pixels pixels[4];
+      blend_two<Rings, 0>(tile, by_block, block, r, pixels);
+      blend_two<Rings, 2>(tile, by_block, block, r, pixels);
+      store_pixels(pixels, out, out_stride);
+    }
+  }
+};
+
+template <int Rings>
+void filter(const unsigned char* tile, const run_rules* rules, int runs, unsigned char* out,
+            int out_stride, unsigned char* carry, bool first) {
+  filter_runs<Rings, neighbour_weights>(tile, rules, runs, out, out_stride, carry, first);
 }
 
 }  // namespace
 
-const luma_kernels kLumaNeon = {0, fetch_unchanged, filter};
+const luma_kernels kLumaNeon = {0, true, fetch_unchanged, {filter<1>, filter<2>, filter<3>}};
 
 }  // namespace vorn

@@ -1,92 +1,165 @@
-// NEON forms of the leaf kernels: the parts that v8.0 and v8.2 share.
+// What the NEON forms of v8.0 and v8.2 share: distances and weights of a run, and the walk over
+// runs.
+//
+// Opposite neighbours share their clipped differences: the sums of a displacement (-dx, -dy) are
+// those of (dx, dy) dy rows further up and dx columns to the left. So half of the differences are
+// taken, and the part of a sum that lies in the rows above comes from `carry`, that in the columns
+// to the left from the scratch. Of the neighbours by kRing order
+//
+//     2 3 4
+//     0 . 1     1, 3, 4, 6 and 7 end in the columns where they are wanted,
+//     5 6 7     0, 2 and 5 in `left`, ring distance columns early.
+//
+// Widest intermediates: four clipped rows add up as bytes (196), a distance in 16 bits (784).
+// Exact.
 #pragma once
 
 #include <cstddef>
 
 #include "runtime/neon.h"
+#include "runtime/reciprocal.h"
 #include "ynr/kernels/luma_kernels.h"
+
+// Functions over arrays of vectors: compilers else pass these through memory.
+#define VORN_INLINE __attribute__((always_inline)) static inline
 
 namespace vorn {
 namespace luma_neon {
 
 // Hides how a pointer came about: what is loaded relative to it then stays an offset in the load,
 // which costs nothing, instead of an addition each.
-static inline const unsigned char* opaque(const unsigned char* p) {
+VORN_INLINE const unsigned char* opaque(const unsigned char* p) {
   asm("" : "+r"(p));
   return p;
 }
-
-// The tile's columns at -3..3 pixels from a pointer, from the uppermost row on: rows are whole
-// multiples of 16 bytes further down.
-struct tile_columns {
-  const unsigned char* at[2 * kMaxRings + 1];
-  explicit tile_columns(const unsigned char* tile) {
-    for (int dx = -kMaxRings; dx <= kMaxRings; ++dx)
-      at[kMaxRings + dx] = opaque(tile - kMaxRings * kTilePitch + dx);
-  }
-  const unsigned char* pixels(int dx, int dy) const {
-    return at[kMaxRings + dx] + (kMaxRings + dy) * kTilePitch;
-  }
-};
 static_assert(kTilePitch % 16 == 0, "rows as scaled offsets");
 
-// Distances of 8 blocks (32 pixels) per step. Four rows of clipped differences add up as bytes
-// (4 * 49 = 196), then two pairwise additions make the 16-bit distances.
-template <int Dx, int Dy>
-static inline void displaced_distances(const uint8x16_t (&cur)[2][4], const tile_columns& tile,
-                                       uint16_t* distance) {
-  const uint8x16_t clip = vdupq_n_u8(49);
-  uint16x8_t pairs[2];
-  for (int half = 0; half < 2; ++half) {
-    const unsigned char* nei = tile.pixels(Dx, Dy) + 16 * half;
-    uint8x16_t sum = vminq_u8(vabdq_u8(cur[half][0], vld1q_u8(nei)), clip);
-    for (int r = 1; r < 4; ++r)
-      sum = vaddq_u8(sum, vminq_u8(vabdq_u8(cur[half][r], vld1q_u8(nei + r * kTilePitch)), clip));
-    pairs[half] = vpaddlq_u8(sum);
-  }
-  vst1q_u16(distance, vpaddq_u16(pairs[0], pairs[1]));
+VORN_INLINE uint8x16_t load(const unsigned char* p) {
+  return vld1q_u8(p);
+}
+VORN_INLINE uint8x16_t clipped(uint8x16_t a, uint8x16_t b) {
+  return vminq_u8(vabdq_u8(a, b), vdupq_n_u8(49));
 }
 
-template <int D>
-static inline void ring_distances(const uint8x16_t (&cur)[2][4], const tile_columns& tile,
-                                  uint16_t (*distance)[kRunBlocks]) {
-  displaced_distances<-D, 0>(cur, tile, distance[0]);
-  displaced_distances<D, 0>(cur, tile, distance[1]);
-  displaced_distances<-D, -D>(cur, tile, distance[2]);
-  displaced_distances<0, -D>(cur, tile, distance[3]);
-  displaced_distances<D, -D>(cur, tile, distance[4]);
-  displaced_distances<-D, D>(cur, tile, distance[5]);
-  displaced_distances<0, D>(cur, tile, distance[6]);
-  displaced_distances<D, D>(cur, tile, distance[7]);
-}
+// ---- distances
 
-static inline void distances(const unsigned char* tile, int rings,
-                             uint16_t (*distance)[kRunBlocks]) {
-  for (int first = 0; first < kRunBlocks; first += 8, tile += 32) {
-    const tile_columns columns(tile);
-    uint8x16_t cur[2][4];
-    for (int half = 0; half < 2; ++half)
-      for (int r = 0; r < 4; ++r) cur[half][r] = vld1q_u8(columns.pixels(0, r) + 16 * half);
-    uint16_t(*out)[kRunBlocks] = reinterpret_cast<uint16_t(*)[kRunBlocks]>(&distance[0][first]);
-    ring_distances<1>(cur, columns, out);
-    if (rings >= 2) ring_distances<2>(cur, columns, out + kNeighbours);
-    if (rings >= 3) ring_distances<3>(cur, columns, out + 2 * kNeighbours);
-  }
-}
+constexpr int kAligned = 5, kLeft = 3;       // neighbours per ring
+constexpr int kLeftPitch = 16 + kRunPixels;  // columns -16 .. 63
 
-// Eight indices: high half of (64 D + bias) * factor, shifted down.
-struct rule_lanes {
-  uint16x8_t bias, factor;
-  int16x8_t minus_shift;
+using left_row = unsigned char[kLeftPitch];
+
+struct run_scratch {
+  alignas(64) uint16_t aligned[kMaxRings][kAligned][kRunBlocks];  // distances: 1, 3, 4, 6, 7
+  alignas(64) left_row left[kMaxRings][kLeft];                    // sums of columns: 0, 2, 5
 };
 
-static inline rule_lanes load_rules(const index_rule* rules) {
-  const uint16x8x4_t fields = vld4q_u16(&rules->bias);
-  return {fields.val[0], fields.val[1], vnegq_s16(vreinterpretq_s16_u16(fields.val[2]))};
+// Of four rows c of differences: their sum (`forward`), and the sum D rows further up (`backward`)
+// from the part of the block row above; `after` is that part for the next one.
+template <int D>
+VORN_INLINE void sums_of(const uint8x16_t (&c)[4], unsigned char* carry, uint8x16_t* forward,
+                         uint8x16_t* backward) {
+  const uint8x16_t before = load(carry);
+  uint8x16_t after = c[3];
+  for (int r = 2; r >= 4 - D; --r) after = vaddq_u8(after, c[r]);
+  uint8x16_t stays = c[0];
+  for (int r = 1; r < 4 - D; ++r) stays = vaddq_u8(stays, c[r]);
+  vst1q_u8(carry, after);
+  *forward = vaddq_u8(stays, after);
+  *backward = vaddq_u8(stays, before);
 }
 
+// One ring's sums of 16 columns. own: rows 0 .. 3 + D of the columns; aligned receives the five in
+// place, as sums of two columns.
+template <int D>
+VORN_INLINE void ring_sums(const uint8x16_t (&own)[7], const unsigned char* at,
+                           unsigned char* carry, left_row* left, uint16x8_t (&aligned)[kAligned]) {
+  uint8x16_t side[4 + D];
+  at = opaque(at + D);
+  for (int r = 0; r < 4 + D; ++r) side[r] = load(at + r * kTilePitch);
+  uint8x16_t c[4], forward, backward;
+  for (int r = 0; r < 4; ++r) c[r] = clipped(own[r], side[r]);  // (d, 0)
+  forward = vaddq_u8(vaddq_u8(c[0], c[1]), vaddq_u8(c[2], c[3]));
+  aligned[0] = vpaddlq_u8(forward);
+  vst1q_u8(left[0], forward);
+  for (int r = 0; r < 4; ++r) c[r] = clipped(own[r], own[r + D]);  // (0, d)
+  sums_of<D>(c, carry, &forward, &backward);
+  aligned[1] = vpaddlq_u8(backward);
+  aligned[3] = vpaddlq_u8(forward);
+  for (int r = 0; r < 4; ++r) c[r] = clipped(side[r], own[r + D]);  // (-d, d)
+  sums_of<D>(c, carry + kTilePitch, &forward, &backward);
+  aligned[2] = vpaddlq_u8(backward);
+  vst1q_u8(left[2], forward);
+  for (int r = 0; r < 4; ++r) c[r] = clipped(own[r], side[r + D]);  // (d, d)
+  sums_of<D>(c, carry + 2 * kTilePitch, &forward, &backward);
+  aligned[4] = vpaddlq_u8(forward);
+  vst1q_u8(left[1], backward);
+}
+
+// The same for columns x .. x + 31 of the run, with the rings' distances made of the sums.
+template <int D>
+VORN_INLINE void ring_distances(const uint8x16_t (&own)[2][7], const unsigned char* at,
+                                unsigned char* carry, run_scratch* s, int x) {
+  const auto left = [&](int column) {
+    return reinterpret_cast<left_row*>(&s->left[D - 1][0][16 + column]);
+  };
+  carry += (D - 1) * 3 * kTilePitch;
+  uint16x8_t low[kAligned], high[kAligned];
+  ring_sums<D>(own[0], at, carry, left(x), low);
+  ring_sums<D>(own[1], at + 16, carry + 16, left(x + 16), high);
+  for (int i = 0; i < kAligned; ++i)
+    vst1q_u16(&s->aligned[D - 1][i][x / 4], vpaddq_u16(low[i], high[i]));
+}
+
+template <int Rings>
+VORN_INLINE void run_distances(const unsigned char* tile, unsigned char* carry, run_scratch* s) {
+  for (int x = 0; x < kRunPixels; x += 32) {
+    const unsigned char* at = opaque(tile + x);
+    uint8x16_t own[2][7];
+    for (int half = 0; half < 2; ++half)
+      for (int r = 0; r < 4 + Rings; ++r) own[half][r] = load(at + 16 * half + r * kTilePitch);
+    ring_distances<1>(own, at, carry + x, s, x);
+    if (Rings >= 2) ring_distances<2>(own, at, carry + x, s, x);
+    if (Rings >= 3) ring_distances<3>(own, at, carry + x, s, x);
+  }
+}
+
+// `left` for the 16 columns left of the first run.
+template <int D>
+VORN_INLINE void left_of_first(const unsigned char* tile, run_scratch* s) {
+  const unsigned char* at = tile - 16;
+  uint8x16_t across = vdupq_n_u8(0), up = across, down = across;
+  for (int r = 0; r < 4; ++r, at += kTilePitch) {
+    across = vaddq_u8(across, clipped(load(at), load(at + D)));
+    up = vaddq_u8(up, clipped(load(at - D * kTilePitch), load(at + D)));
+    down = vaddq_u8(down, clipped(load(at + D), load(at + D * kTilePitch)));
+  }
+  vst1q_u8(s->left[D - 1][0], across);
+  vst1q_u8(s->left[D - 1][1], up);
+  vst1q_u8(s->left[D - 1][2], down);
+}
+
+// What the block row above would have left of 16 columns: its rows -D .. -1.
+template <int D>
+VORN_INLINE void carry_of_none(const unsigned char* tile, unsigned char* carry) {
+  uint8x16_t down = vdupq_n_u8(0), aside = down, diagonal = down;
+  for (int r = -D; r < 0; ++r) {
+    const unsigned char *at = tile + r * kTilePitch, *below = at + D * kTilePitch;
+    down = vaddq_u8(down, clipped(load(at), load(below)));
+    aside = vaddq_u8(aside, clipped(load(at + D), load(below)));
+    diagonal = vaddq_u8(diagonal, clipped(load(at), load(below + D)));
+  }
+  carry += (D - 1) * 3 * kTilePitch;
+  vst1q_u8(carry, down);
+  vst1q_u8(carry + kTilePitch, aside);
+  vst1q_u8(carry + 2 * kTilePitch, diagonal);
+}
+
+// ---- indices
+
+enum class indexing { neutral, by_short_rule, by_rule };
+
 // High halves of eight unsigned 16-bit products.
-static inline uint16x8_t multiply_high(uint16x8_t a, uint16x8_t b) {
+VORN_INLINE uint16x8_t multiply_high(uint16x8_t a, uint16x8_t b) {
 #if defined(__aarch64__)
   const uint32x4_t low = vmull_u16(vget_low_u16(a), vget_low_u16(b));
   const uint32x4_t high = vmull_high_u16(a, b);
@@ -101,77 +174,193 @@ static inline uint16x8_t multiply_high(uint16x8_t a, uint16x8_t b) {
 #endif
 }
 
-static inline uint16x8_t indices(const uint16_t* distance, const rule_lanes& rule) {
-  const uint16x8_t scaled = vaddq_u16(vshlq_n_u16(vld1q_u16(distance), 6), rule.bias);
-  return vshlq_u16(multiply_high(scaled, rule.factor), rule.minus_shift);
+// Sixteen 16-bit numbers shifted down by N and saturated to bytes.
+template <int N>
+VORN_INLINE uint8x16_t narrow_shifted(const uint16x8_t (&i)[2]) {
+#if defined(__aarch64__)
+  return vqshrn_high_n_u16(vqshrn_n_u16(i[0], N), i[1], N);
+#else
+  return vcombine_u8(vqshrn_n_u16(i[0], N), vqshrn_n_u16(i[1], N));
+#endif
 }
 
-static inline uint8x16x4_t load_64(const unsigned char* of) {
-  return {{vld1q_u8(of), vld1q_u8(of + 16), vld1q_u8(of + 32), vld1q_u8(of + 48)}};
+template <indexing How>
+struct index_maker {
+  uint16x8_t bias[2], factor[2];
+  int16x8_t minus_shift[2], short_factor[2];
+
+  explicit index_maker(const mask_rules& rules) {
+    for (int k = 0; k < 2; ++k) {
+      if (How == indexing::by_short_rule) short_factor[k] = vld1q_s16(rules.short_factor + 8 * k);
+      if (How != indexing::by_rule) continue;
+      const uint16x8x4_t fields = vld4q_u16(&rules.of[8 * k].bias);
+      bias[k] = fields.val[0];
+      factor[k] = fields.val[1];
+      minus_shift[k] = vnegq_s16(vreinterpretq_s16_u16(fields.val[2]));
+    }
+  }
+  // Of 16 blocks' distances; 16 bits, or for tables up to 255 entries as saturated bytes.
+  void words(const uint16x8_t (&d)[2], uint16x8_t (&index)[2]) const {
+    for (int k = 0; k < 2; ++k) {
+      index[k] = d[k];
+      if (How == indexing::neutral) continue;
+      const uint16x8_t scaled = vaddq_u16(vshlq_n_u16(d[k], 6), bias[k]);
+      index[k] = vshlq_u16(multiply_high(scaled, factor[k]), minus_shift[k]);
+    }
+  }
+  uint8x16_t bytes(const uint16x8_t (&d)[2]) const {
+    uint16x8_t index[2];
+    if (How == indexing::by_short_rule) {
+      for (int k = 0; k < 2; ++k)
+        index[k] = vreinterpretq_u16_s16(
+            vqdmulhq_s16(vreinterpretq_s16_u16(vshlq_n_u16(d[k], 5)), short_factor[k]));
+#if defined(__aarch64__)
+      return vqrshrn_high_n_u16(vqrshrn_n_u16(index[0], 5), index[1], 5);
+#else
+      return vcombine_u8(vqrshrn_n_u16(index[0], 5), vqrshrn_n_u16(index[1], 5));
+#endif
+    }
+    words(d, index);
+    return vqmovn_high_u16(vqmovn_u16(index[0]), index[1]);
+  }
+};
+
+// ---- weights of 16 distances
+
+VORN_INLINE uint8x16x4_t load_64(const unsigned char* of) {
+  return {{load(of), load(of + 16), load(of + 32), load(of + 48)}};
 }
 
-// Weights from tables in registers: up to 256 entries, 16 look-ups per step. Indices beyond the
-// table (and those that saturate on the way to bytes) give 0, which is their weight.
+// Tables of up to 64, 128 and 255 entries in registers. Indices beyond the table give 0, which is
+// their weight; those that saturate name an entry that is 0.
 template <int Entries>
-static inline void look_up_in_registers(const uint16_t (*distance)[kRunBlocks], int neighbours,
-                                        const index_rule* rules, const unsigned char* of,
-                                        unsigned char (*weight)[kRunBlocks], uint16_t* total) {
-  const uint8x16x4_t first_64 = load_64(of), second_64 = load_64(of + 64);
-  const uint8x16x4_t third_64 = load_64(of + 128), fourth_64 = load_64(of + 192);
-  const rule_lanes rule[2] = {load_rules(rules), load_rules(rules + 8)};
-  const uint8x16_t step = vdupq_n_u8(64);
-  uint16x8_t sum[2] = {vdupq_n_u16(256), vdupq_n_u16(256)};
-  for (int n = 0; n < neighbours; ++n) {
-    const uint16x8_t left = indices(distance[n], rule[0]);
-    const uint16x8_t right = indices(distance[n] + 8, rule[1]);
-    uint8x16_t index = vcombine_u8(vqmovn_u16(left), vqmovn_u16(right));
-    uint8x16_t w = vqtbl4q_u8(first_64, index);
-    if (Entries > 64) w = vqtbx4q_u8(w, second_64, index = vsubq_u8(index, step));
-    if (Entries > 128) {
-      w = vqtbx4q_u8(w, third_64, index = vsubq_u8(index, step));
-      w = vqtbx4q_u8(w, fourth_64, index = vsubq_u8(index, step));
-    }
-    vst1q_u8(weight[n], w);
-    sum[0] = vaddw_u8(sum[0], vget_low_u8(w));
-    sum[1] = vaddw_u8(sum[1], vget_high_u8(w));
+struct weights_in_registers {
+  uint8x16x4_t part[4];
+  explicit weights_in_registers(const weight_table& t) {
+    for (int k = 0; k < Entries / 64; ++k) part[k] = load_64(t.of + 64 * k);
   }
-  vst1q_u16(total, sum[0]);
-  vst1q_u16(total + 8, sum[1]);
+  template <indexing How>
+  uint8x16_t at(const uint16x8_t (&d)[2], const index_maker<How>& indices) const {
+    uint8x16_t index = indices.bytes(d);
+    uint8x16_t w = vqtbl4q_u8(part[0], index);
+    for (int k = 1; k < Entries / 64; ++k)
+      w = vqtbx4q_u8(w, part[k], index = vsubq_u8(index, vdupq_n_u8(64)));
+    return w;
+  }
+};
+
+// Longer ones on lines of 1 << Shift entries; see weight_table.
+template <int Shift>
+struct weights_on_lines {
+  uint8x16x4_t base, slope, lower, upper;
+  explicit weights_on_lines(const weight_table& t)
+      : base(load_64(t.base)), slope(load_64(t.slope)), lower(load_64(t.lower)) {
+    if (Shift == 4) upper = load_64(t.upper);
+  }
+  template <indexing How>
+  uint8x16_t at(const uint16x8_t (&d)[2], const index_maker<How>& indices) const {
+    uint16x8_t i[2];
+    indices.words(d, i);
+    if (Shift == 4 && How == indexing::by_rule)  // entries may reach to the last one, 799
+      for (uint16x8_t& index : i) index = vminq_u16(index, vdupq_n_u16(799));
+    const uint8x16_t line = narrow_shifted<Shift>(i);
+    const uint8x16_t low_bytes = vuzp1q_u8(vreinterpretq_u8_u16(i[0]), vreinterpretq_u8_u16(i[1]));
+    const uint8x16_t place = vandq_u8(low_bytes, vdupq_n_u8((1 << Shift) - 1));
+    const int8x16_t by = vreinterpretq_s8_u8(place);
+    uint8x16_t minus =
+        vsraq_n_u8(vqtbl4q_u8(base, line), vmulq_u8(vqtbl4q_u8(slope, line), place), 4);
+    minus = vsraq_n_u8(minus, vshlq_u8(vqtbl4q_u8(lower, line), by), 7);
+    if (Shift == 4)
+      minus = vsraq_n_u8(minus, vshlq_u8(vqtbl4q_u8(upper, line), vsubq_s8(by, vdupq_n_s8(8))), 7);
+    return vreinterpretq_u8_s8(vnegq_s8(vreinterpretq_s8_u8(minus)));
+  }
+};
+
+// Any table, entry by entry.
+struct weights_in_memory {
+  const unsigned char* of;
+  explicit weights_in_memory(const weight_table& t) : of(t.of) {}
+  template <indexing How>
+  uint8x16_t at(const uint16x8_t (&d)[2], const index_maker<How>& indices) const {
+    uint16x8_t index[2];
+    indices.words(d, index);
+    uint16_t i[16];
+    for (int k = 0; k < 2; ++k) vst1q_u16(i + 8 * k, vminq_u16(index[k], vdupq_n_u16(799)));
+    unsigned char w[16];
+    for (int k = 0; k < 16; ++k) w[k] = of[i[k]];
+    return load(w);
+  }
+};
+
+// Hands a run's weights to words->take(ring, row, left, centre, right), a byte per block: row 0 is
+// above the block, 1 its own (the centre is not a neighbour), 2 below.
+template <int Rings, indexing How, typename Weights, typename Words>
+static inline void make_words(const run_scratch& s, const run_rules& rules, Words* words) {
+  const Weights weights(*rules.table);
+  const index_maker<How> indices(*rules.masks);
+#pragma GCC unroll 1
+  for (int ring = 0; ring < Rings; ++ring) {
+    const auto aligned = [&](int i) {
+      const uint16_t* d = s.aligned[ring][i];
+      return weights.at({vld1q_u16(d), vld1q_u16(d + 8)}, indices);
+    };
+    const auto left = [&](int i) {
+      const unsigned char* at = s.left[ring][i] + 15 - ring;
+      uint16x8_t pairs[4];
+      for (int k = 0; k < 4; ++k) pairs[k] = vpaddlq_u8(load(at + 16 * k));
+      return weights.at({vpaddq_u16(pairs[0], pairs[1]), vpaddq_u16(pairs[2], pairs[3])}, indices);
+    };
+    const uint8x16_t none = vdupq_n_u8(0);
+    words->take(ring, 0, left(1), aligned(1), aligned(2));
+    words->take(ring, 1, left(0), none, aligned(0));
+    words->take(ring, 2, left(2), aligned(3), aligned(4));
+  }
 }
 
-// Weights from memory, for longer tables.
-static inline void look_up_in_memory(const uint16_t (*distance)[kRunBlocks], int neighbours,
-                                     const index_rule* rules, const unsigned char* of,
-                                     unsigned char (*weight)[kRunBlocks], uint16_t* total) {
-  for (int first = 0; first < kRunBlocks; first += 8) {
-    const rule_lanes rule = load_rules(rules + first);
-    uint16x8_t sum = vdupq_n_u16(256);
-    for (int n = 0; n < neighbours; ++n) {
-      const uint16x8_t index = vminq_u16(indices(distance[n] + first, rule), vdupq_n_u16(799));
-      uint16_t i[8];
-      vst1q_u16(i, index);
-      unsigned char w[8];
-      for (int k = 0; k < 8; ++k) w[k] = of[i[k]];
-      const uint8x8_t weights = vld1_u8(w);
-      vst1_u8(weight[n] + first, weights);
-      sum = vaddw_u8(sum, weights);
-    }
-    vst1q_u16(total + first, sum);
-  }
+template <int Rings, indexing How, typename Words>
+static inline void make_words(const run_scratch& s, const run_rules& rules, Words* words) {
+  const weight_table& table = *rules.table;
+  if (table.support <= 64) return make_words<Rings, How, weights_in_registers<64>>(s, rules, words);
+  if (table.support <= 128)
+    return make_words<Rings, How, weights_in_registers<128>>(s, rules, words);
+  constexpr indexing kLong = How == indexing::by_short_rule ? indexing::by_rule : How;
+  if (table.support <= 255)
+    return make_words<Rings, kLong, weights_in_registers<256>>(s, rules, words);
+  if (!table.lines) return make_words<Rings, indexing::by_rule, weights_in_memory>(s, rules, words);
+  if (table.support < 512) return make_words<Rings, kLong, weights_on_lines<3>>(s, rules, words);
+  make_words<Rings, kLong, weights_on_lines<4>>(s, rules, words);
 }
 
-static inline void look_up(const uint16_t (*distance)[kRunBlocks], int rings,
-                           const index_rule* rules, const weight_table* table,
-                           unsigned char (*weight)[kRunBlocks], uint16_t* total) {
-  const int neighbours = rings * kNeighbours;
-  if (table->support <= 64)
-    look_up_in_registers<64>(distance, neighbours, rules, table->of, weight, total);
-  else if (table->support <= 128)
-    look_up_in_registers<128>(distance, neighbours, rules, table->of, weight, total);
-  else if (table->support <= 255)
-    look_up_in_registers<256>(distance, neighbours, rules, table->of, weight, total);
+template <int Rings, typename Words>
+static inline void make_words(const run_scratch& s, const run_rules& rules, Words* words) {
+  if (rules.masks->neutral)
+    make_words<Rings, indexing::neutral>(s, rules, words);
+  else if (rules.table->support <= rules.masks->short_support)
+    make_words<Rings, indexing::by_short_rule>(s, rules, words);
   else
-    look_up_in_memory(distance, neighbours, rules, table->of, weight, total);
+    make_words<Rings, indexing::by_rule>(s, rules, words);
+}
+
+// ---- pixels
+
+// Reciprocals of four totals, by the scalar rule where a bit of `exact` is set.
+VORN_INLINE float32x4_t reciprocals(uint32x4_t total, uint32_t exact) {
+  const float32x4_t x = vcvtq_f32_u32(total);
+#if defined(__aarch64__)
+  float32x4_t e = vrecpeq_f32(x);
+  e = vmulq_f32(e, vrecpsq_f32(x, e));
+  e = vmulq_f32(e, vrecpsq_f32(x, e));
+#else
+  float32x4_t e = refined_reciprocal_x4(x);
+#endif
+  if (!(exact & 15)) return e;
+  float lanes[4];
+  uint32_t totals[4];
+  vst1q_f32(lanes, e);
+  vst1q_u32(totals, total);
+  for (int i = 0; i < 4; ++i)
+    if (exact >> i & 1) lanes[i] = exact_reciprocals()[totals[i]];
+  return vld1q_f32(lanes);
 }
 
 // Four rows of one block to 16-bit pixels, two rows per vector.
@@ -179,19 +368,23 @@ struct block_pixels {
   uint16x8_t upper, lower;
 };
 
-static inline uint16x8_t pixels_of(uint32x4_t sum, float32x4_t reciprocal) {
-  const float32x4_t mean = vmulq_f32(vcvtq_f32_u32(sum), reciprocal);
-  return vreinterpretq_u16_u32(vcvtq_u32_f32(vaddq_f32(vdupq_n_f32(0.5f), mean)));
+template <int Lane>
+VORN_INLINE uint16x8_t two_rows(uint32x4_t upper, uint32x4_t lower, float32x4_t reciprocal) {
+  const auto pixels = [&](uint32x4_t sum) {
+    const float32x4_t mean = vmulq_laneq_f32(vcvtq_f32_u32(sum), reciprocal, Lane);
+    return vreinterpretq_u16_u32(vcvtq_u32_f32(vaddq_f32(vdupq_n_f32(0.5f), mean)));
+  };
+  return vuzp1q_u16(pixels(upper), pixels(lower));
 }
 
-static inline block_pixels normalise(const uint32x4_t (&sum)[4], float32x4_t reciprocal) {
-  return {vuzp1q_u16(pixels_of(sum[0], reciprocal), pixels_of(sum[1], reciprocal)),
-          vuzp1q_u16(pixels_of(sum[2], reciprocal), pixels_of(sum[3], reciprocal))};
+template <int Lane>
+VORN_INLINE block_pixels normalise(const uint32x4_t (&sum)[4], float32x4_t reciprocal) {
+  return {two_rows<Lane>(sum[0], sum[1], reciprocal), two_rows<Lane>(sum[2], sum[3], reciprocal)};
 }
 
 // Four blocks side by side: bytes of two blocks' row pairs, then the rows apart.
-static inline void store_pixels(const block_pixels (&blocks)[4], unsigned char* out,
-                                ptrdiff_t out_stride) {
+VORN_INLINE void store_pixels(const block_pixels (&blocks)[4], unsigned char* out,
+                              ptrdiff_t out_stride) {
   const auto bytes = [](uint16x8_t a, uint16x8_t b) {
     return vreinterpretq_u32_u8(vuzp1q_u8(vreinterpretq_u8_u16(a), vreinterpretq_u8_u16(b)));
   };
@@ -203,6 +396,30 @@ static inline void store_pixels(const block_pixels (&blocks)[4], unsigned char* 
   vst1q_u8(out + out_stride, vreinterpretq_u8_u32(vuzp2q_u32(upper_left, upper_right)));
   vst1q_u8(out + 2 * out_stride, vreinterpretq_u8_u32(vuzp1q_u32(lower_left, lower_right)));
   vst1q_u8(out + 3 * out_stride, vreinterpretq_u8_u32(vuzp2q_u32(lower_left, lower_right)));
+}
+
+// A form is its Words, which take weights as above and blend<Rings>(tile, exact, out, out_stride).
+template <int Rings, typename Words>
+static inline void filter_runs(const unsigned char* tile, const run_rules* rules, int runs,
+                               unsigned char* out, int out_stride, unsigned char* carry,
+                               bool first) {
+  run_scratch s;
+  for (int x = 0; first && x < runs * kRunPixels; x += 16) {
+    carry_of_none<1>(tile + x, carry + x);
+    if (Rings >= 2) carry_of_none<2>(tile + x, carry + x);
+    if (Rings >= 3) carry_of_none<3>(tile + x, carry + x);
+  }
+  left_of_first<1>(tile, &s);
+  if (Rings >= 2) left_of_first<2>(tile, &s);
+  if (Rings >= 3) left_of_first<3>(tile, &s);
+  for (int i = 0; i < runs; ++i, tile += kRunPixels, out += kRunPixels, carry += kRunPixels) {
+    run_distances<Rings>(tile, carry, &s);
+    Words words;
+    make_words<Rings>(s, rules[i], &words);
+    words.template blend<Rings>(tile, rules[i].exact, out, out_stride);
+    for (int ring = 0; ring < Rings; ++ring)
+      for (left_row& row : s.left[ring]) vst1q_u8(row, load(row + kRunPixels));
+  }
 }
 
 }  // namespace luma_neon

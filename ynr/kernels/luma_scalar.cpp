@@ -1,6 +1,6 @@
-// The plain form of the leaf kernels, which is their definition, and the tables around them.
+// The plain form of the leaf kernels, which is their definition, and the filter of the forms that
+// work in phases.
 #include <algorithm>
-#include <cmath>
 #include <cstddef>
 #include <cstring>
 
@@ -40,13 +40,14 @@ void look_up(const uint16_t (*distance)[kRunBlocks], int rings, const index_rule
   }
 }
 
-void blend(const unsigned char* tile, int rings, const unsigned char (*weight)[kRunBlocks],
+template <int Rings>
+void blend(const unsigned char* tile, const unsigned char (*weight)[kRunBlocks],
            const float* reciprocal, unsigned char* out, int out_stride) {
   for (int block = 0; block < kRunBlocks; ++block, tile += 4, out += 4) {
     unsigned sum[4][4];
     for (int r = 0; r < 4; ++r)
       for (int c = 0; c < 4; ++c) sum[r][c] = kCentreWeight * tile[r * kTilePitch + c];
-    for (int n = 0; n < rings * kNeighbours; ++n) {
+    for (int n = 0; n < Rings * kNeighbours; ++n) {
       const unsigned char* nei = displaced(tile, n);
       for (int r = 0; r < 4; ++r)
         for (int c = 0; c < 4; ++c) sum[r][c] += weight[n][block] * nei[r * kTilePitch + c];
@@ -61,44 +62,13 @@ void blend(const unsigned char* tile, int rings, const unsigned char (*weight)[k
   }
 }
 
-// floor((64 D + m / 2) / m) by a 16-bit reciprocal 2^(16 + shift) / m of 16 significant bits.
-// Rounded up it is exact for all 16-bit dividends when the rounding is at most half a unit; rounded
-// down it is exact for a dividend one larger.
-struct index_rules {
-  index_rule of[256];
-  index_rules() : of{} {
-    for (unsigned m = 2; m < 256; ++m) {
-      unsigned shift = 0;
-      while ((2u << shift) < m) ++shift;
-      const unsigned exact = 1u << (16 + shift);
-      const bool up = exact % m == 0 || (exact % m) * 2 >= m;
-      of[m].bias = static_cast<uint16_t>(m / 2 + (up ? 0 : 1));
-      of[m].factor = static_cast<uint16_t>((exact + (up ? m - 1 : 0)) / m);
-      of[m].shift = static_cast<uint16_t>(shift);
-      of[m].shift_factor = static_cast<uint16_t>(0x10000u >> shift);
-    }
-    // Half of 64 D + 1 with a shift of at least 1: (n * 65535) >> 16 = n - 1.
-    of[2] = {1, 65535, 1, 0x8000};
-  }
-};
-
-// One float above the nearest reciprocal: truncate(0.5 + sum * r) then equals the rounded whole
-// quotient for every total 256..6376 and every sum up to 255 times it, exact halves included.
-struct exact_reciprocal_table {
-  float of[kReciprocals];
-  exact_reciprocal_table() {
-    of[0] = 0;
-    for (int n = 1; n < kReciprocals; ++n)
-      of[n] = std::nextafter(1.0f / static_cast<float>(n), 2.0f);
-  }
-};
-
-void filter(const unsigned char* tile, int rings, const run_rules* rules, int runs,
-            unsigned char* out, int out_stride) {
-  filter_in_phases({distances, look_up, blend}, tile, rings, rules, runs, out, out_stride);
+template <int Rings>
+void filter(const unsigned char* tile, const run_rules* rules, int runs, unsigned char* out,
+            int out_stride, unsigned char* /*carry*/, bool /*first*/) {
+  filter_in_phases({distances, look_up, blend<Rings>}, Rings, tile, rules, runs, out, out_stride);
 }
 
-constexpr luma_kernels kLumaScalar = {0, fetch_unchanged, filter};
+constexpr luma_kernels kLumaScalar = {0, false, fetch_unchanged, {filter<1>, filter<2>, filter<3>}};
 
 }  // namespace
 
@@ -113,7 +83,7 @@ static void filter_run(const luma_phases& phases, const unsigned char* tile, int
   alignas(64) uint16_t total[kRunBlocks];
   alignas(64) float reciprocal[kRunBlocks];
   phases.distances(tile, rings, distance);
-  phases.look_up(distance, rings, rules.of_block, rules.table, weight, total);
+  phases.look_up(distance, rings, rules.masks->of, rules.table, weight, total);
 #if defined(__aarch64__)
   for (int i = 0; i < kRunBlocks; i += 4)
     vst1q_f32(reciprocal + i, refined_reciprocal_x4(vcvtq_f32_u32(vmovl_u16(vld1_u16(total + i)))));
@@ -126,23 +96,13 @@ static void filter_run(const luma_phases& phases, const unsigned char* tile, int
     for (int i = 0; i < kRunBlocks; ++i)
       if (rules.exact >> i & 1) reciprocal[i] = exact[total[i]];
   }
-  phases.blend(tile, rings, weight, reciprocal, out, out_stride);
+  phases.blend(tile, weight, reciprocal, out, out_stride);
 }
 
-void filter_in_phases(const luma_phases& phases, const unsigned char* tile, int rings,
+void filter_in_phases(const luma_phases& phases, int rings, const unsigned char* tile,
                       const run_rules* rules, int runs, unsigned char* out, int out_stride) {
   for (int i = 0; i < runs; ++i, tile += kRunPixels, out += kRunPixels)
     filter_run(phases, tile, rings, rules[i], out, out_stride);
-}
-
-const index_rule* index_rule_table() {
-  static const index_rules rules;
-  return rules.of;
-}
-
-const float* exact_reciprocals() {
-  static const exact_reciprocal_table table;
-  return table.of;
 }
 
 const luma_kernels& luma_kernels_of(kernel_form form) {

@@ -179,8 +179,8 @@ static inline __m128i pixels_of(__m128i sum, __m128 reciprocal) {
 }
 
 template <int Rings>
-static void blend_rings(const unsigned char* tile, const unsigned char (*weight)[kRunBlocks],
-                        const float* reciprocal, unsigned char* out, int out_stride) {
+static void blend(const unsigned char* tile, const unsigned char (*weight)[kRunBlocks],
+                  const float* reciprocal, unsigned char* out, int out_stride) {
   run_weights<Rings> w;
   for (int ring = 0; ring < Rings; ++ring) {
     const unsigned char(*of)[kRunBlocks] = weight + ring * kNeighbours;
@@ -205,20 +205,14 @@ static void blend_rings(const unsigned char* tile, const unsigned char (*weight)
   }
 }
 
-static void blend(const unsigned char* tile, int rings, const unsigned char (*weight)[kRunBlocks],
-                  const float* reciprocal, unsigned char* out, int out_stride) {
-  if (rings == 1) blend_rings<1>(tile, weight, reciprocal, out, out_stride);
-  if (rings == 2) blend_rings<2>(tile, weight, reciprocal, out, out_stride);
-  if (rings == 3) blend_rings<3>(tile, weight, reciprocal, out, out_stride);
-}
-
-void filter(const unsigned char* tile, int rings, const run_rules* rules, int runs,
-            unsigned char* out, int out_stride) {
-  filter_in_phases({distances, look_up, blend}, tile, rings, rules, runs, out, out_stride);
+template <int Rings>
+void filter(const unsigned char* tile, const run_rules* rules, int runs, unsigned char* out,
+            int out_stride, unsigned char* /*carry*/, bool /*first*/) {
+  filter_in_phases({distances, look_up, blend<Rings>}, Rings, tile, rules, runs, out, out_stride);
 }
 
 }  // namespace
 
-const luma_kernels kLumaSse2 = {0, fetch_unchanged, filter};
+const luma_kernels kLumaSse2 = {0, false, fetch_unchanged, {filter<1>, filter<2>, filter<3>}};
 
 }  // namespace vorn
