@@ -13,15 +13,17 @@ int platform_property(const char* name, char value[kPropertyMax]);
 // Writes one log line. priority is a log_priority; message may end with a line feed.
 void platform_log(int priority, const char* tag, const char* message);
 
-// The calling thread: bound to one core, its nice value (-20..19), its processor given to whoever
-// else can run. The first two return whether the system allowed it.
+// The calling thread: bound to one core, its nice value (-20..19). Both return whether the system
+// allowed it.
 bool platform_bind_thread(int core);
 bool platform_set_nice(int nice);
-void platform_yield();
 
 // The processor that the calling thread is on, -1 where the kernel cannot tell; how many are
 // online.
 int platform_processor();
 int platform_processors();
+
+// How many of them the calling thread and those that it starts may run on; at least 1.
+int platform_usable_processors();
 
 }  // namespace vorn

@@ -18,16 +18,19 @@ bool platform_set_nice(int nice) {
   return setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), nice) == 0;
 }
 
-void platform_yield() {
-  sched_yield();
-}
-
 int platform_processor() {
   return sched_getcpu();
 }
 
 int platform_processors() {
   return static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN));
+}
+
+int platform_usable_processors() {
+  cpu_set_t set;
+  if (sched_getaffinity(0, sizeof set, &set) == 0) return CPU_COUNT(&set);
+  const int online = platform_processors();
+  return online > 0 ? online : 1;
 }
 
 }  // namespace vorn

@@ -1,7 +1,10 @@
 #include "runtime/pool.h"
 
+#include <signal.h>
+
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 
 #include "base/log.h"
 #include "base/platform.h"
@@ -38,31 +41,25 @@ void destroy_locks(pool* workers, int count) {
   if (count > 3) pthread_cond_destroy(&workers->pro_ready);
 }
 
-// The two counters are changed under their locks and polled without.
-int load(const int& counter) {
-  return __atomic_load_n(&counter, __ATOMIC_RELAXED);
+// The pool's locks are held for some dozen instructions: whoever finds one taken has it sooner than
+// the system could wake it. Unless the holder has lost its processor; then it sleeps.
+void lock_soon(pthread_mutex_t* lock) {
+  constexpr int kTries = 100;
+  for (int i = 0; i < kTries; ++i) {
+    if (pthread_mutex_trylock(lock) == 0) return;
+    vorn::pause_processor();
+  }
+  pthread_mutex_lock(lock);
 }
 
-void store(int* counter, int value) {
-  __atomic_store_n(counter, value, __ATOMIC_RELAXED);
-}
-
-// A frame is some twenty stages in a row, most of them shorter than a millisecond, and a thread
-// that slept takes about 50 us to wake. So both sides of a stage look for this long before they
-// sleep, and give their processor to whoever else can run: on two processors that made the four
-// workers' time of a 1920x1080 frame 1.9 times shorter.
-constexpr double kPollMs = 0.03;
-
-// Returns when ready(counter) holds, or after kPollMs.
-template <typename Ready>
-void poll(const int& counter, const Ready& ready) {
-  if (ready(load(counter))) return;
-  for (const double end = getTime() + kPollMs; !ready(load(counter)) && getTime() < end;)
-    vorn::platform_yield();
-}
-
-// Starts the workers; returns how many run.
+// Starts the workers; returns how many run. The application's signal handlers run on its own
+// threads: the workers block every signal but those that a fault of the thread itself raises.
 int start_workers(pool* workers) {
+  sigset_t blocked, former;
+  sigfillset(&blocked);
+  for (int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGABRT})
+    sigdelset(&blocked, fault);
+  const bool masked = pthread_sigmask(SIG_SETMASK, &blocked, &former) == 0;
   int running = 0;
   for (int i = 0; i < workers->max_thread_num; ++i) {
     workers->thread_args[i] = {core_table[i], workers};
@@ -71,7 +68,59 @@ int start_workers(pool* workers) {
     workers->thread_creatflag[i] = err == 0;
     running += err == 0;
   }
+  if (masked) pthread_sigmask(SIG_SETMASK, &former, nullptr);
   return running;
+}
+
+// A job that waits to be queued; null, with an ERROR line, when there is no memory.
+vorn_job* make_job(void* (*routine)(void*), void* arg) {
+  vorn_job* job = static_cast<vorn_job*>(std::malloc(sizeof(vorn_job)));
+  if (job) {
+    *job = {routine, arg, nullptr};
+  } else {
+    VORN_LOG_AS(vorn::kLogError, "vorn_threadpool_add_worker", "can't alloc job\n");
+  }
+  return job;
+}
+
+// Queues count jobs, linked from first on, and wakes sleeping workers: one for each job that no
+// polling worker is about to take, as long as fewer than `useful` workers are awake.
+void queue_jobs(pool* workers, vorn_job* first, int count, int useful) {
+  lock_soon(&workers->queue_lock);
+  vorn_job** tail = &workers->queue_head;
+  while (*tail) tail = &(*tail)->next;  // a stage queues four jobs, so the walk is short
+  *tail = first;
+  vorn::store(&workers->cur_queue_size, workers->cur_queue_size + count);
+  int wakes = workers->cur_queue_size - workers->pollers - workers->woken;
+  if (wakes > useful - workers->awake) wakes = useful - workers->awake;
+  if (wakes > workers->sleepers) wakes = workers->sleepers;
+  if (wakes > 0) {
+    workers->sleepers -= wakes;
+    workers->awake += wakes;
+    workers->woken += wakes;
+    vorn::add(&workers->polls.active, wakes);
+  }
+  pthread_mutex_unlock(&workers->queue_lock);
+  for (int i = 0; i < wakes; ++i) pthread_cond_signal(&workers->queue_ready);
+}
+
+// Waits, queue_lock held, until there is a job or the pool shuts down.
+void wait_for_job(pool* workers) {
+  const auto idle = [workers] { return workers->cur_queue_size == 0 && !workers->shutdown; };
+  if (idle()) {
+    ++workers->pollers;
+    pthread_mutex_unlock(&workers->queue_lock);
+    vorn::poll(&workers->polls, [workers] { return vorn::load(workers->cur_queue_size) > 0; });
+    lock_soon(&workers->queue_lock);
+    --workers->pollers;
+  }
+  while (idle()) {
+    ++workers->sleepers;
+    --workers->awake;
+    vorn::add(&workers->polls.active, -1);
+    while (workers->woken == 0) pthread_cond_wait(&workers->queue_ready, &workers->queue_lock);
+    --workers->woken;  // whoever woke this thread has counted it as awake
+  }
 }
 
 }  // namespace
@@ -96,6 +145,8 @@ int vorn::create_pool(pool** out, int thread_num, int bind_core) {
   std::memset(workers, 0, sizeof *workers);
   workers->bind_core = bind_core;
   workers->max_thread_num = thread_num;
+  workers->polls.processors = platform_usable_processors();
+  workers->polls.active = 1;  // the caller
 
   int locks = 0;
   int err = 0;
@@ -147,49 +198,55 @@ void* vorn_thread_routine(void* start_record) {
       VORN_LOGE("setpriority function error can not set thread priority\n");
   }
 
-  pthread_mutex_lock(&workers->queue_lock);
+  vorn::add(&workers->polls.active, 1);
+  lock_soon(&workers->queue_lock);
+  ++workers->awake;
   for (;;) {
-    if (workers->cur_queue_size == 0 && !workers->shutdown) {
-      pthread_mutex_unlock(&workers->queue_lock);
-      poll(workers->cur_queue_size, [](int size) { return size > 0; });
-      pthread_mutex_lock(&workers->queue_lock);
-    }
-    while (workers->cur_queue_size == 0 && !workers->shutdown)
-      pthread_cond_wait(&workers->queue_ready, &workers->queue_lock);
+    wait_for_job(workers);
     if (workers->shutdown) break;  // even with jobs queued: destroy drops them
     vorn_job* job = workers->queue_head;
     workers->queue_head = job->next;
-    store(&workers->cur_queue_size, workers->cur_queue_size - 1);
+    vorn::store(&workers->cur_queue_size, workers->cur_queue_size - 1);
     pthread_mutex_unlock(&workers->queue_lock);
     job->routine(job->arg);
     std::free(job);
-    pthread_mutex_lock(&workers->queue_lock);
+    lock_soon(&workers->queue_lock);
   }
   pthread_mutex_unlock(&workers->queue_lock);
   return nullptr;
 }
 
 int vorn_threadpool_add_worker(pool* workers, void* (*routine)(void*), void* arg) {
-  vorn_job* job = static_cast<vorn_job*>(std::malloc(sizeof(vorn_job)));
-  if (!job) {
-    VORN_LOGE("can't alloc job\n");
-    return -1;
-  }
-  *job = {routine, arg, nullptr};
-  pthread_mutex_lock(&workers->queue_lock);
-  vorn_job** tail = &workers->queue_head;
-  while (*tail) tail = &(*tail)->next;  // a stage queues four jobs, so the walk is short
-  *tail = job;
-  store(&workers->cur_queue_size, workers->cur_queue_size + 1);
-  pthread_mutex_unlock(&workers->queue_lock);
-  pthread_cond_signal(&workers->queue_ready);
+  vorn_job* job = make_job(routine, arg);
+  if (!job) return -1;
+  queue_jobs(workers, job, 1, workers->max_thread_num);
   return 0;
+}
+
+int vorn::add_stage(pool* workers, void* (*routine)(void*), void* jobs, size_t job_bytes,
+                    int count) {
+  vorn_job* first = nullptr;
+  vorn_job** last = &first;
+  int made = 0;
+  for (; made < count; ++made) {
+    *last = make_job(routine, static_cast<char*>(jobs) + job_bytes * static_cast<size_t>(made));
+    if (!*last) break;
+    last = &(*last)->next;
+  }
+  if (made == 0) return 0;
+  // The slices of a stage do not wait for each other, so that more workers than processors would
+  // only take turns.
+  const int processors = workers->polls.processors;
+  queue_jobs(workers, first, made,
+             processors < workers->max_thread_num ? processors : workers->max_thread_num);
+  return made;
 }
 
 int vorn_threadpool_destroy(pool* workers) {
   pthread_mutex_lock(&workers->queue_lock);
   const bool refused = workers->shutdown != 0;
   workers->shutdown = 1;
+  if (!refused) workers->woken = workers->max_thread_num;
   pthread_mutex_unlock(&workers->queue_lock);
   if (refused) return -1;
   pthread_cond_broadcast(&workers->queue_ready);
@@ -210,22 +267,36 @@ int vorn_threadpool_destroy(pool* workers) {
 }
 
 int reset_thread_done(pool* workers) {
-  pthread_mutex_lock(&workers->pro_lock);
-  store(&workers->done_count, 0);
+  lock_soon(&workers->pro_lock);
+  vorn::store(&workers->done_count, 0);
   return pthread_mutex_unlock(&workers->pro_lock);
 }
 
 int one_thread_done(pool* workers) {
-  pthread_mutex_lock(&workers->pro_lock);
-  store(&workers->done_count, workers->done_count + 1);
+  // The count first, then a look whether somebody sleeps until it is reached; who goes to sleep
+  // says so first and looks at the count then. One of the two sees the other.
+  if (vorn::add(&workers->done_count, 1) != vorn::load(workers->awaited)) return 0;
+  lock_soon(&workers->pro_lock);
+  const bool sleeps = workers->awaited != 0;
+  if (sleeps) {
+    vorn::store(&workers->awaited, 0);
+    vorn::add(&workers->polls.active, 1);
+  }
   const int result = pthread_mutex_unlock(&workers->pro_lock);
-  pthread_cond_signal(&workers->pro_ready);  // exactly one thread waits
+  if (sleeps) pthread_cond_signal(&workers->pro_ready);  // exactly one thread waits
   return result;
 }
 
 int sync_thread_done(pool* workers, int count) {
-  poll(workers->done_count, [count](int done) { return done == count; });
-  pthread_mutex_lock(&workers->pro_lock);
-  while (workers->done_count != count) pthread_cond_wait(&workers->pro_ready, &workers->pro_lock);
+  const auto done = [workers, count] { return vorn::load(workers->done_count) == count; };
+  if (vorn::poll(&workers->polls, done)) return 0;
+  lock_soon(&workers->pro_lock);
+  vorn::store(&workers->awaited, count);
+  if (done()) {
+    vorn::store(&workers->awaited, 0);
+  } else {
+    vorn::add(&workers->polls.active, -1);
+    while (workers->awaited != 0) pthread_cond_wait(&workers->pro_ready, &workers->pro_lock);
+  }
   return pthread_mutex_unlock(&workers->pro_lock);
 }

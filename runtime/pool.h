@@ -1,13 +1,16 @@
 // A fixed pool of up to four worker threads, its FIFO job queue, and the completion counter
 // through which a stage waits for its slices.
 //
-// Threads: queue_lock guards the queue and shutdown; pro_lock guards done_count; no path holds
-// both, and neither is held while a job runs. One stage is in flight at a time. Before a worker or
-// the submitter sleeps it polls for 30 us, yielding its processor.
+// Threads: queue_lock guards the queue and shutdown; pro_lock guards who waits for done_count; no
+// path holds both, and neither is held while a job runs. One stage is in flight at a time. Before a
+// worker or the submitter sleeps it may poll for a moment: see polling.h.
 #pragma once
 
 #include <pthread.h>
 
+#include <cstddef>
+
+#include "runtime/polling.h"
 #include "vorn_ycnr.h"
 
 struct pool;
@@ -39,6 +42,12 @@ struct pool {
   int cur_queue_size;
   int done_count;
   vorn_thread_arg thread_args[4];
+  int awaited;   // done_count that the submitter sleeps for, 0 while it does not; under pro_lock
+  int awake;     // workers that run, poll or were woken; this and the next three under queue_lock
+  int pollers;   // workers that look for a job
+  int sleepers;  // workers that sleep and have not been woken
+  int woken;     // workers that were woken and have not run yet
+  vorn::poll_state polls;
 };
 
 // Creates a pool of thread_num (1..4) workers. Returns 0, also when only some of the threads could
@@ -68,5 +77,10 @@ constexpr int kMaxWorkers = 4;  // room in pool::thread_args
 
 // vorn_threadpool_init with bind_core set before the workers start.
 int create_pool(pool** out, int thread_num, int bind_core);
+
+// Queues the jobs of one stage, records of job_bytes bytes one after the other, in their order and
+// at once. They may not wait for each other: no more workers are woken than processors are there.
+// Returns how many were queued; fewer than count, with an ERROR line, when there is no memory.
+int add_stage(pool* workers, void* (*routine)(void*), void* jobs, size_t job_bytes, int count);
 
 }  // namespace vorn

@@ -32,8 +32,7 @@ void cut_rows(Job (&jobs)[kSlices], const Job& prototype, int step, int end) {
 template <typename Job, int N>
 int run_jobs(pool* workers, void* (*process)(void*), Job (&jobs)[N]) {
   reset_thread_done(workers);
-  int queued = 0;
-  while (queued < N && vorn_threadpool_add_worker(workers, process, &jobs[queued]) == 0) ++queued;
+  const int queued = add_stage(workers, process, jobs, sizeof(Job), N);
   const int result = sync_thread_done(workers, queued);
   return queued == N ? result : -1;
 }

@@ -1,6 +1,8 @@
 #include "runtime/pool.h"
 
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -160,6 +162,72 @@ TEST(Pool, JobsStartInTheOrderOfSubmission) {
   open_gate(&at);
   sync_thread_done(workers, 20);
   for (int i = 0; i < 20; ++i) EXPECT_EQ(at.order[static_cast<size_t>(i)], i);
+  EXPECT_EQ(vorn_threadpool_destroy(workers), 0);
+}
+
+// All workers are there for jobs that a caller queues one by one, whether they sleep or poll, and
+// however few processors there are: jobs may wait for each other.
+TEST(Pool, JobsQueuedOneByOneRunAtOnce) {
+  cpu_set_t all, one;
+  ASSERT_EQ(sched_getaffinity(0, sizeof all, &all), 0);
+  CPU_ZERO(&one);
+  for (size_t cpu = 0; CPU_COUNT(&one) == 0; ++cpu)
+    if (CPU_ISSET(cpu, &all)) CPU_SET(cpu, &one);
+  for (const cpu_set_t& allowed : {all, one}) {
+    ASSERT_EQ(sched_setaffinity(0, sizeof allowed, &allowed), 0);
+    pool* workers = nullptr;
+    ASSERT_EQ(vorn_threadpool_init(&workers, 4), 0);
+    for (int round = 0; round < 20; ++round) {
+      if (round % 4 == 0) usleep(2000);  // they sleep
+      gate at;
+      gate_job jobs[4];
+      reset_thread_done(workers);
+      for (int i = 0; i < 4; ++i) {
+        jobs[i] = {&at, i, workers};
+        ASSERT_EQ(vorn_threadpool_add_worker(workers, pass_gate, &jobs[i]), 0);
+      }
+      wait_entered(&at, 4);
+      open_gate(&at);
+      sync_thread_done(workers, 4);
+      EXPECT_EQ(workers->done_count, 4);
+    }
+    std::atomic<int> sum{0};
+    for (int stage = 0; stage < 500; ++stage) {
+      slice jobs[4];
+      vorn::cut_rows(jobs, slice{&sum, 0, 0, workers}, 1, 4);
+      ASSERT_EQ(vorn::run_jobs(workers, add_rows, jobs), 0);
+      ASSERT_EQ(sum.load(std::memory_order_relaxed), 6 * (stage + 1));
+    }
+    EXPECT_EQ(vorn_threadpool_destroy(workers), 0);
+  }
+  EXPECT_EQ(sched_setaffinity(0, sizeof all, &all), 0);
+}
+
+void* take_mask(void* arg) {
+  pthread_sigmask(SIG_BLOCK, nullptr, static_cast<sigset_t*>(arg));
+  return nullptr;
+}
+
+// An application's handlers run on its own threads; a fault still reaches its handler.
+TEST(Pool, WorkersTakeNoSignals) {
+  sigset_t before, after, worker;
+  pthread_sigmask(SIG_BLOCK, nullptr, &before);
+  pool* workers = nullptr;
+  ASSERT_EQ(vorn_threadpool_init(&workers, 1), 0);
+  pthread_sigmask(SIG_BLOCK, nullptr, &after);
+  ASSERT_EQ(vorn_threadpool_add_worker(workers, take_mask, &worker), 0);
+  gate at;
+  gate_job last = {&at, 0, workers};
+  reset_thread_done(workers);
+  ASSERT_EQ(vorn_threadpool_add_worker(workers, pass_gate, &last), 0);
+  open_gate(&at);
+  sync_thread_done(workers, 1);
+  for (int signal : {SIGINT, SIGTERM, SIGALRM, SIGPROF, SIGUSR1, SIGCHLD, SIGRTMAX}) {
+    EXPECT_EQ(sigismember(&worker, signal), 1) << signal;
+    EXPECT_EQ(sigismember(&after, signal), sigismember(&before, signal)) << signal;
+  }
+  for (int signal : {SIGSEGV, SIGBUS, SIGILL, SIGFPE})
+    EXPECT_EQ(sigismember(&worker, signal), 0) << signal;
   EXPECT_EQ(vorn_threadpool_destroy(workers), 0);
 }
 
