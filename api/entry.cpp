@@ -8,6 +8,7 @@
 #include "api/tuning.h"
 #include "base/handle.h"
 #include "base/log.h"
+#include "base/stage_times.h"
 #include "cnr/cnr_driver.h"
 #include "cnr/cnr_handle.h"
 #include "runtime/image.h"
@@ -20,6 +21,7 @@ namespace {
 
 constexpr char kDumpPath[] = "/data/vendor/cameraserver";
 constexpr size_t kDumpPathBytes = 256;
+constexpr char kProcess[] = "vorn_ycnr_process";  // in the log lines of a frame
 
 // Bytes of a frame; 0 for a size that is empty or whose three samples a pixel leave 31 bits.
 int frame_bytes(int width, int height) {
@@ -63,28 +65,29 @@ struct frame {
 // dst then holds a copy of src, provided that it is large enough.
 bool take_frame(const _tag_uni_image* src, const _tag_uni_image* dst, frame* out) {
   if (!src->plane[0] || !dst->plane[0]) {
-    VORN_LOGE("plane is NULL, src %p, dst %p\n", static_cast<void*>(src->plane[0]),
-              static_cast<void*>(dst->plane[0]));
+    VORN_LOG_AS(vorn::kLogError, kProcess, "plane is NULL, src %p, dst %p\n",
+                static_cast<void*>(src->plane[0]), static_cast<void*>(dst->plane[0]));
     return false;
   }
   out->bytes = frame_bytes(src->width, src->height);
   const bool same_size = src->width == dst->width && src->height == dst->height;
   if (out->bytes == 0 || frame_bytes(dst->width, dst->height) < out->bytes) {
-    VORN_LOGE("no frame of size %d x %d into %d x %d\n", src->width, src->height, dst->width,
-              dst->height);
+    VORN_LOG_AS(vorn::kLogError, kProcess, "no frame of size %d x %d into %d x %d\n", src->width,
+                src->height, dst->width, dst->height);
     return false;
   }
   const bool same_buffer = src->plane[0] == dst->plane[0];
   if (!same_buffer && overlap(src->plane[0], dst->plane[0], out->bytes)) {
-    VORN_LOGE("src %p and dst %p overlap\n", static_cast<void*>(src->plane[0]),
-              static_cast<void*>(dst->plane[0]));
+    VORN_LOG_AS(vorn::kLogError, kProcess, "src %p and dst %p overlap\n",
+                static_cast<void*>(src->plane[0]), static_cast<void*>(dst->plane[0]));
     return false;
   }
   create_uni_image(&out->src, src->plane[0], src->width, src->height, VORN_IMAGE_YUV420SP);
   create_uni_image(&out->dst, dst->plane[0], src->width, src->height, VORN_IMAGE_YUV420SP);
   if (!same_size) {
     out->copy_input(nullptr);
-    VORN_LOGE("src is %d x %d, dst is %d x %d\n", src->width, src->height, dst->width, dst->height);
+    VORN_LOG_AS(vorn::kLogError, kProcess, "src is %d x %d, dst is %d x %d\n", src->width,
+                src->height, dst->width, dst->height);
     return false;
   }
   return true;
@@ -137,6 +140,28 @@ void fill_text(char* field, size_t size, const char* text) {
 }
 
 }  // namespace
+
+vorn::handle_use::handle_use(denoise_handle_t* handle) : handle_(handle), refusal_(nullptr) {
+  if (forked_pool(handle->pool)) {
+    refusal_ = "was made by the process that this one was forked from";
+  } else if (__atomic_exchange_n(&handle->busy, 1, __ATOMIC_ACQUIRE) != 0) {
+    refusal_ = "is in use by another thread";
+  }
+}
+
+vorn::handle_use::~handle_use() {
+  if (!refusal_) __atomic_store_n(&handle_->busy, 0, __ATOMIC_RELEASE);
+}
+
+void vorn::close_enlarged(denoise_handle_t* handle) {
+  denoise_handle_t* inner = handle->enlarged;
+  handle->enlarged = nullptr;
+  if (!inner) return;
+  if (inner->cnr) cnr_deinit(inner->cnr);
+  if (inner->ynr) ynr_deinit(inner->ynr);
+  std::free(inner->packed);
+  std::free(inner);
+}
 
 denoise_handle_t* vorn_ycnr_init(ycnr_init_param* params) {
   return vorn::open_handle(params, vorn::kMaxWorkers, 0);
@@ -199,33 +224,47 @@ int32_t vorn_ycnr_process(denoise_handle_t* handle, _tag_uni_image* src, _tag_un
     VORN_LOGI("params is NULL, please return\n");
     return VORN_FAIL;
   }
-  VORN_LOGI("handle->ynr:%p, handle->cnr:%p, width:%d, height:%d \n",
-            static_cast<void*>(handle->ynr), static_cast<void*>(handle->cnr), src->width,
-            src->height);
+  const vorn::handle_use use(handle);
+  if (!use.refusal()) return vorn::process_frame(handle, src, dst, params);
+  frame io;
+  if (take_frame(src, dst, &io)) {
+    io.copy_input(nullptr);
+    VORN_LOGE("handle %p %s\n", static_cast<void*>(handle), use.refusal());
+  }
+  return VORN_FAIL;
+}
+
+int32_t vorn::process_frame(denoise_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst,
+                            Denoise_Parameters_t* params) {
+  VORN_LOG_AS(kLogInfo, kProcess, "handle->ynr:%p, handle->cnr:%p, width:%d, height:%d \n",
+              static_cast<void*>(handle->ynr), static_cast<void*>(handle->cnr), src->width,
+              src->height);
   const ycnr_ynr_tuning_param* luma = params->ynr;
   const ycnr_cnr_tuning_param* chroma = params->cnr;
   if (luma && chroma) {
-    VORN_LOGI("pSrcImg addr:%p, pDstImg addr:%p, ynr2_enable:%d, cnr4_enable:%d \n",
-              static_cast<void*>(src->plane[0]), static_cast<void*>(dst->plane[0]), luma->enable,
-              chroma->enable);
+    VORN_LOG_AS(kLogInfo, kProcess,
+                "pSrcImg addr:%p, pDstImg addr:%p, ynr2_enable:%d, cnr4_enable:%d \n",
+                static_cast<void*>(src->plane[0]), static_cast<void*>(dst->plane[0]), luma->enable,
+                chroma->enable);
     get_param_gain_info(handle, params);
   }
   frame io;
   if (!take_frame(src, dst, &io)) return VORN_FAIL;
   if (!luma || !chroma) {
     io.copy_input(handle->pool);
-    VORN_LOGE("tuning is NULL, ynr %p, cnr %p\n", static_cast<const void*>(luma),
-              static_cast<const void*>(chroma));
+    VORN_LOG_AS(kLogError, kProcess, "tuning is NULL, ynr %p, cnr %p\n",
+                static_cast<const void*>(luma), static_cast<const void*>(chroma));
     return VORN_FAIL;
   }
   const filters wanted = switched_on(*luma, *chroma);
   if (!wanted.luma && !wanted.chroma) {
     io.copy_input(handle->pool);
-    VORN_LOGI("ynr_cnr_process bypass! \n");
+    VORN_LOG_AS(kLogInfo, kProcess, "ynr_cnr_process bypass! \n");
     return VORN_OK;
   }
   if (io.src.plane[0] == io.dst.plane[0]) {
-    VORN_LOGE("src and dst are one buffer %p\n", static_cast<void*>(io.src.plane[0]));
+    VORN_LOG_AS(kLogError, kProcess, "src and dst are one buffer %p\n",
+                static_cast<void*>(io.src.plane[0]));
     return VORN_FAIL;
   }
 
@@ -234,15 +273,17 @@ int32_t vorn_ycnr_process(denoise_handle_t* handle, _tag_uni_image* src, _tag_un
   outcome result = check_frame(*handle, io, wanted);
   if (result == outcome::done) result = run_filters(handle, &io, wanted);
   if (result != outcome::done) {
-    VORN_LOGI("%s fail\n",
-              result == outcome::luma_failed ? "vorn_ynr_process" : "vorn_cnr_process");
+    VORN_LOG_AS(kLogInfo, kProcess, "%s fail\n",
+                result == outcome::luma_failed ? "vorn_ynr_process" : "vorn_cnr_process");
     io.copy_input(handle->pool);
     return VORN_FAIL;
   }
   const char* name = !wanted.luma     ? "cnr_process"
                      : !wanted.chroma ? "ynr_process"
                                       : "vorn_ycnr_process";
-  VORN_LOGI("%s time cost : %.3f \n", name, getTime() - start);
+  const double ms = getTime() - start;
+  VORN_LOG_AS(kLogInfo, kProcess, "%s time cost : %.3f \n", name, ms);
+  tell_time(*handle, name, ms);
   return VORN_OK;
 }
 
@@ -252,13 +293,20 @@ int32_t vorn_ycnr_deinit(denoise_handle_t* handle) {
     VORN_LOGE("handle is NULL, please return\n");
     return VORN_FAIL;
   }
+  if (!vorn::forked_pool(handle->pool) &&
+      __atomic_exchange_n(&handle->busy, 1, __ATOMIC_ACQUIRE) != 0) {
+    VORN_LOGE("handle %p is in use by another thread\n", static_cast<void*>(handle));
+    return VORN_POOL_BUSY;
+  }
   // The workers go first: nothing may run on memory that is about to be freed.
   if (vorn_threadpool_destroy(handle->pool) < 0) {
     VORN_LOGE("pool_destroy fail\n");
+    __atomic_store_n(&handle->busy, 0, __ATOMIC_RELEASE);
     return VORN_POOL_BUSY;
   }
   std::free(handle->dump_path);
   std::free(handle->packed);
+  vorn::close_enlarged(handle);
   if (cnr_deinit(handle->cnr) != 0) {
     VORN_LOGE("cnr deinit fail \n");
     return VORN_FAIL;

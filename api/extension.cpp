@@ -1,15 +1,15 @@
 // Optional calls: a thin layer over the same entry points and drivers.
 #include "vorn_ycnr_ext.h"
 
-#include <climits>
-#include <cstddef>
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 
 #include "api/entry.h"
+#include "api/planes.h"
 #include "base/handle.h"
 #include "base/log.h"
+#include "cnr/cnr_handle.h"
 #include "runtime/kernel_form.h"
 #include "runtime/pool.h"
 #include "ynr/ynr_handle.h"
@@ -20,82 +20,141 @@ size_t bytes_of(int count) {
   return static_cast<size_t>(count);
 }
 
-int chroma_planes(const vorn_ycnr_planes& frame) {
-  return frame.layout == VORN_LAYOUT_I420 ? 2 : 1;
+int even(int size) {
+  return size + size % 2;
 }
 
-// Bytes of one row of a plane, and its rows; chroma rounds up.
-int row_bytes(const vorn_ycnr_planes& frame, int plane) {
-  if (plane == 0) return frame.width;
-  return (frame.width / 2 + frame.width % 2) * (frame.layout == VORN_LAYOUT_I420 ? 1 : 2);
-}
-
-int row_count(const vorn_ycnr_planes& frame, int plane) {
-  return plane == 0 ? frame.height : frame.height / 2 + frame.height % 2;
-}
-
-unsigned char* row_of(const vorn_ycnr_planes& frame, int plane, int row) {
-  return frame.plane[plane] + std::ptrdiff_t{frame.stride[plane]} * row;
-}
-
-bool usable(const vorn_ycnr_planes& frame) {
-  if (frame.layout < VORN_LAYOUT_NV12 || frame.layout > VORN_LAYOUT_I420) return false;
-  if (frame.width < 1 || frame.height < 1 || frame.width == INT_MAX) return false;
-  for (int plane = 0; plane <= chroma_planes(frame); ++plane)
-    if (!frame.plane[plane] || frame.stride[plane] < row_bytes(frame, plane)) return false;
-  return true;
-}
-
-void copy_plane(const vorn_ycnr_planes& src, const vorn_ycnr_planes& dst, int plane) {
-  if (src.plane[plane] == dst.plane[plane]) return;
-  for (int row = 0; row < row_count(src, plane); ++row)
-    std::memmove(row_of(dst, plane, row), row_of(src, plane, row), bytes_of(row_bytes(src, plane)));
-}
-
-// Between one row of the packed frame's U V pairs and the caller's chroma planes.
-
-void pack_chroma_row(const vorn_ycnr_planes& src, int row, unsigned char* pairs) {
-  const int count = src.width / 2;
-  const unsigned char* first = row_of(src, 1, row);
-  if (src.layout == VORN_LAYOUT_NV12) {
-    std::memcpy(pairs, first, bytes_of(2 * count));
-  } else if (src.layout == VORN_LAYOUT_NV21) {
-    for (int x = 0; x < count; ++x) {
-      pairs[2 * x] = first[2 * x + 1];
-      pairs[2 * x + 1] = first[2 * x];
-    }
-  } else {
-    const unsigned char* v = row_of(src, 2, row);
-    for (int x = 0; x < count; ++x) {
-      pairs[2 * x] = first[x];
-      pairs[2 * x + 1] = v[x];
-    }
-  }
-}
-
-void unpack_chroma_row(const unsigned char* pairs, const vorn_ycnr_planes& dst, int row) {
-  const int count = dst.width / 2;
-  unsigned char* first = row_of(dst, 1, row);
-  if (dst.layout == VORN_LAYOUT_NV12) {
-    std::memcpy(first, pairs, bytes_of(2 * count));
-  } else if (dst.layout == VORN_LAYOUT_NV21) {
-    for (int x = 0; x < count; ++x) {
-      first[2 * x] = pairs[2 * x + 1];
-      first[2 * x + 1] = pairs[2 * x];
-    }
-  } else {
-    unsigned char* v = row_of(dst, 2, row);
-    for (int x = 0; x < count; ++x) {
-      first[x] = pairs[2 * x];
-      v[x] = pairs[2 * x + 1];
-    }
-  }
+// Least width and height that the filters take with these tunings, even: a pixel on the coarsest
+// luma level and one whole block, a pixel on every chroma level in use.
+int least_side(const ycnr_ynr_tuning_param& luma, const ycnr_cnr_tuning_param& chroma) {
+  constexpr int kBlock = 4;
+  int least = 2;
+  if (luma.enable == 1 && luma.layer >= 2 && luma.layer <= 5)
+    least = std::max(kBlock, 1 << (luma.layer - 1));
+  const bool two_levels = chroma.scale == 1 || chroma.scale == 2;
+  return chroma.enable == 1 && two_levels ? std::max(least, 4) : least;
 }
 
 // The handle's two packed frames, allocated at the first use; null when there is no memory.
 unsigned char* packed_frames(denoise_handle_t* handle, size_t frame_bytes) {
   if (!handle->packed) handle->packed = static_cast<unsigned char*>(std::calloc(2, frame_bytes));
   return handle->packed;
+}
+
+// The handle itself if it is of this size, else one inside it, which is kept while the size stays;
+// null when there is no memory.
+denoise_handle_t* handle_of_size(denoise_handle_t* handle, int width, int height) {
+  const auto fits = [=](const denoise_handle_t* h) {
+    return h && h->ynr->width == width && h->ynr->height == height;
+  };
+  if (fits(handle)) return handle;
+  if (fits(handle->enlarged)) return handle->enlarged;
+  vorn::close_enlarged(handle);
+  denoise_handle_t* inner = static_cast<denoise_handle_t*>(std::malloc(sizeof(denoise_handle_t)));
+  if (!inner) return nullptr;
+  *inner = {};
+  inner->pool = handle->pool;
+  handle->enlarged = inner;
+  inner->cnr = cnr_init(width, height, inner);
+  inner->ynr = inner->cnr ? ynr_init(width, height, inner) : nullptr;
+  if (!inner->ynr) vorn::close_enlarged(handle);
+  return handle->enlarged;
+}
+
+bool overlap(const vorn_ycnr_planes& a, const vorn_ycnr_planes& packed) {
+  const auto address = [](const unsigned char* p) { return reinterpret_cast<uintptr_t>(p); };
+  const uintptr_t begin = address(packed.plane[0]);
+  const uintptr_t end = begin + bytes_of(packed.width) * bytes_of(packed.height) * 3 / 2;
+  for (int plane = 0; plane < (a.layout == VORN_LAYOUT_I420 ? 3 : 2); ++plane) {
+    const uintptr_t rows = static_cast<uintptr_t>(plane == 0 ? a.height : even(a.height) / 2);
+    const uintptr_t first = address(a.plane[plane]);
+    if (first < end && first + rows * static_cast<uintptr_t>(a.stride[plane]) > begin) return true;
+  }
+  return false;
+}
+
+// One call's frame in planes, of either kind.
+struct planes_call {
+  const char* name;  // in its log lines
+  denoise_handle_t* handle;
+  vorn_ycnr_planes from, to;
+  ycnr_ynr_tuning_param luma;
+  ycnr_cnr_tuning_param chroma;
+
+  // Runs the frame on a handle of width x height, which the frame fits in. Of chroma, the rows from
+  // chroma_rows on stay the source's.
+  int32_t run(denoise_handle_t* on, int width, int height, int chroma_rows);
+};
+
+int32_t planes_call::run(denoise_handle_t* on, int width, int height, int chroma_rows) {
+  const size_t luma_bytes = bytes_of(width) * bytes_of(height);
+  const size_t frame_bytes = luma_bytes * 3 / 2;
+  unsigned char* input = on ? packed_frames(on, frame_bytes) : nullptr;
+  if (!input) {
+    VORN_LOG_AS(vorn::kLogError, name, "malloc failed\n");
+    vorn::copy_planes(from, to, 0);
+    return VORN_FAIL;
+  }
+  vorn::pack_luma(on->pool, from, input, width, height);
+  if (chroma_rows > 0) vorn::pack_chroma(on->pool, from, input + luma_bytes, width, height / 2);
+  if (chroma_rows < even(from.height) / 2) vorn::copy_planes(from, to, 1);
+
+  const bool direct =
+      to.width == width && to.height == height && vorn::is_packed(to) && !overlap(from, to);
+  unsigned char* result = direct ? to.plane[0] : input + frame_bytes;
+  Denoise_Parameters_t params = {0, &luma, &chroma};
+  _tag_uni_image src = {}, dst = {};
+  src.width = dst.width = width;
+  src.height = dst.height = height;
+  src.plane[0] = input;
+  dst.plane[0] = result;
+  on->stage_sink = handle->stage_sink;
+  on->stage_context = handle->stage_context;
+  const int32_t code = vorn::process_frame(on, &src, &dst, &params);
+  if (!direct) {
+    vorn::unpack_luma(on->pool, result, to, width);
+    vorn::unpack_chroma(on->pool, result + luma_bytes, to, width, chroma_rows);
+  }
+  return code;
+}
+
+// What both calls for planes begin with, then run(call) on a handle in use. A refused frame is
+// copied.
+template <typename Run>
+int32_t with_planes(const char* name, denoise_handle_t* handle, const vorn_ycnr_planes* src,
+                    const vorn_ycnr_planes* dst, const ycnr_ynr_tuning_param* ynr,
+                    const ycnr_cnr_tuning_param* cnr, const Run& run) {
+  const bool match = src && dst && vorn::matching_planes(*src, *dst);
+  if (!handle || !src || !dst) {
+    if (match) vorn::copy_planes(*src, *dst, 0);
+    VORN_LOG_AS(vorn::kLogError, name, "handle = %p, src = %p, dst = %p\n",
+                static_cast<void*>(handle), static_cast<const void*>(src),
+                static_cast<const void*>(dst));
+    return VORN_FAIL;
+  }
+  planes_call call = {name, handle, *src, *dst, {}, {}};
+  if (!match) {
+    VORN_LOG_AS(vorn::kLogError, name, "planes of layout %d, %d x %d into layout %d, %d x %d\n",
+                call.from.layout, call.from.width, call.from.height, call.to.layout, call.to.width,
+                call.to.height);
+    return VORN_FAIL;
+  }
+  const vorn::handle_use use(handle);
+  if (use.refusal()) {
+    vorn::copy_planes(call.from, call.to, 0);
+    VORN_LOG_AS(vorn::kLogError, name, "handle %p %s\n", static_cast<void*>(handle), use.refusal());
+    return VORN_FAIL;
+  }
+  if (ynr) call.luma = *ynr;
+  if (cnr) call.chroma = *cnr;
+  return run(&call);
+}
+
+int32_t refuse_size(const planes_call& call) {
+  VORN_LOG_AS(vorn::kLogError, call.name, "frame is %d x %d, handle is %d x %d\n", call.from.width,
+              call.from.height, call.handle->ynr->width, call.handle->ynr->height);
+  vorn::copy_planes(call.from, call.to, 0);
+  return VORN_FAIL;
 }
 
 }  // namespace
@@ -118,60 +177,50 @@ denoise_handle_t* vorn_ycnr_open(const vorn_ycnr_options* options) {
 int32_t vorn_ycnr_process_planes(denoise_handle_t* handle, const vorn_ycnr_planes* src,
                                  const vorn_ycnr_planes* dst, const ycnr_ynr_tuning_param* ynr,
                                  const ycnr_cnr_tuning_param* cnr) {
-  if (!handle || !src || !dst) {
-    VORN_LOGE("handle = %p, src = %p, dst = %p\n", static_cast<void*>(handle),
-              static_cast<const void*>(src), static_cast<const void*>(dst));
+  return with_planes(__func__, handle, src, dst, ynr, cnr, [](planes_call* call) {
+    const int width = call->handle->ynr->width, height = call->handle->ynr->height;
+    if (call->from.width != width || call->from.height != height) return refuse_size(*call);
+    // Rows of an odd width do not begin on a pair; the filter does not run on them either.
+    return call->run(call->handle, width, height, width % 2 == 0 ? height / 2 : 0);
+  });
+}
+
+int32_t vorn_ycnr_process_any(denoise_handle_t* handle, const vorn_ycnr_planes* src,
+                              const vorn_ycnr_planes* dst, const ycnr_ynr_tuning_param* ynr,
+                              const ycnr_cnr_tuning_param* cnr) {
+  return with_planes(__func__, handle, src, dst, ynr, cnr, [](planes_call* call) {
+    const int width = even(call->from.width), height = even(call->from.height);
+    if (even(call->handle->ynr->width) != width || even(call->handle->ynr->height) != height)
+      return refuse_size(*call);
+    const int least = least_side(call->luma, call->chroma);
+    const int run_width = std::max(width, least), run_height = std::max(height, least);
+    return call->run(handle_of_size(call->handle, run_width, run_height), run_width, run_height,
+                     height / 2);
+  });
+}
+
+int32_t vorn_ycnr_set_stage_sink(denoise_handle_t* handle, vorn_ycnr_stage_sink sink,
+                                 void* context) {
+  if (!handle) {
+    VORN_LOGE("handle is NULL\n");
     return VORN_FAIL;
   }
-  const vorn_ycnr_planes from = *src, to = *dst;
-  if (!usable(from) || !usable(to) || from.layout != to.layout || from.width != to.width ||
-      from.height != to.height) {
-    VORN_LOGE("planes of layout %d, %d x %d into layout %d, %d x %d\n", from.layout, from.width,
-              from.height, to.layout, to.width, to.height);
+  const vorn::handle_use use(handle);
+  if (use.refusal()) {
+    VORN_LOGE("handle %p %s\n", static_cast<void*>(handle), use.refusal());
     return VORN_FAIL;
   }
-  const int width = handle->ynr->width;
-  const int height = handle->ynr->height;
-  const size_t luma_bytes = bytes_of(width) * bytes_of(height);
-  const size_t frame_bytes = luma_bytes * 3 / 2;
-  const bool fits = from.width == width && from.height == height;
-  unsigned char* input = fits ? packed_frames(handle, frame_bytes) : nullptr;
-  if (!input) {
-    if (fits) {
-      VORN_LOGE("malloc failed\n");
-    } else {
-      VORN_LOGE("frame is %d x %d, handle is %d x %d\n", from.width, from.height, width, height);
-    }
-    for (int plane = 0; plane <= chroma_planes(from); ++plane) copy_plane(from, to, plane);
-    return VORN_FAIL;
-  }
-  unsigned char* result = input + frame_bytes;
+  handle->stage_sink = sink;
+  handle->stage_context = context;
+  return VORN_OK;
+}
 
-  for (int row = 0; row < height; ++row)
-    std::memcpy(input + bytes_of(row) * bytes_of(width), row_of(from, 0, row), bytes_of(width));
-  // Rows of an odd width do not begin on a pair; the filter does not run on them either.
-  const int chroma_rows = width % 2 == 0 ? height / 2 : 0;
-  for (int row = 0; row < chroma_rows; ++row)
-    pack_chroma_row(from, row, input + luma_bytes + bytes_of(row) * bytes_of(width));
-  for (int plane = 1; plane <= chroma_planes(from); ++plane) copy_plane(from, to, plane);
+int32_t vorn_ycnr_log_level() {
+  return vorn::log_level();
+}
 
-  ycnr_ynr_tuning_param luma_tuning = {};
-  ycnr_cnr_tuning_param chroma_tuning = {};
-  if (ynr) luma_tuning = *ynr;
-  if (cnr) chroma_tuning = *cnr;
-  Denoise_Parameters_t params = {0, &luma_tuning, &chroma_tuning};
-  _tag_uni_image packed_src = {}, packed_dst = {};
-  packed_src.width = packed_dst.width = width;
-  packed_src.height = packed_dst.height = height;
-  packed_src.plane[0] = input;
-  packed_dst.plane[0] = result;
-  const int32_t code = vorn_ycnr_process(handle, &packed_src, &packed_dst, &params);
-
-  for (int row = 0; row < height; ++row)
-    std::memcpy(row_of(to, 0, row), result + bytes_of(row) * bytes_of(width), bytes_of(width));
-  for (int row = 0; row < chroma_rows; ++row)
-    unpack_chroma_row(result + luma_bytes + bytes_of(row) * bytes_of(width), to, row);
-  return code;
+int32_t vorn_ycnr_set_log_level(int32_t level) {
+  return vorn::set_log_level(level);
 }
 
 void vorn_ycnr_set_log_sink(vorn_ycnr_log_sink sink, void* context) {

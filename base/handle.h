@@ -38,5 +38,9 @@ struct denoise_handle_t {
   struct pool* pool;  // workers, owned; both algorithms borrow it, so it is created first
   _tag_ynr_param_output ynr_param;  // rewritten by every process call
   _tag_cnr_param_output cnr_param;  // rewritten by every process call
-  unsigned char* packed;            // two frames for vorn_ycnr_process_planes, or null
+  unsigned char* packed;            // two frames for frames in planes, or null
+  int busy;                         // 1 while a thread is in a call that uses the handle
+  denoise_handle_t* enlarged;       // for frames too small for their tuning, or null; same pool
+  void (*stage_sink)(void* context, const char* stage, double ms);  // or null
+  void* stage_context;
 };

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/callback.h"
 #include "base/platform.h"
 
 int nr_log_Level = 4;
@@ -22,27 +23,63 @@ constexpr int kPropertyBuffer = 256;
 constexpr double kNsPerSecond = 1e9;
 constexpr double kMsPerNs = 1e-6;
 
-// Where lines go instead of the platform's log. Held while the sink runs, so that it can be taken
-// away safely.
+// Where lines go instead of the platform's log: the current one of the two. Both stay whole at any
+// time, so that a child of fork() finds one.
+struct log_target {
+  void (*sink)(void*, int, const char*);
+  void* context;
+};
+log_target targets[2] = {};
+int current_target = 0;
+
+// Held while the sink runs, so that it can be taken away safely.
 pthread_mutex_t sink_lock = PTHREAD_MUTEX_INITIALIZER;
-void (*log_sink)(void*, int, const char*) = nullptr;
-void* sink_context = nullptr;
+thread_local bool in_sink = false;
+
+// A level that initLogLevel leaves alone, -1 for none.
+int kept_level = -1;
 
 // Held while the C library's time zone is looked up anew, for handles on several threads.
 pthread_mutex_t zone_lock = PTHREAD_MUTEX_INITIALIZER;
 
 // Whether a sink took the line.
 bool pass_to_sink(int priority, char* text) {
-  pthread_mutex_lock(&sink_lock);
-  const bool taken = log_sink != nullptr;
-  if (taken) {
-    const size_t length = std::strlen(text);
-    if (length > 0 && text[length - 1] == '\n') text[length - 1] = '\0';
-    log_sink(sink_context, priority, text);
-  }
-  pthread_mutex_unlock(&sink_lock);
-  return taken;
+  if (in_sink) return false;
+  struct lock {  // given up by a cancelled thread, too
+    lock() {
+      pthread_mutex_lock(&sink_lock);
+      in_sink = true;
+    }
+    ~lock() {
+      in_sink = false;
+      pthread_mutex_unlock(&sink_lock);
+    }
+  } held;
+  const log_target target = targets[__atomic_load_n(&current_target, __ATOMIC_RELAXED)];
+  if (!target.sink) return false;
+  const size_t length = std::strlen(text);
+  if (length > 0 && text[length - 1] == '\n') text[length - 1] = '\0';
+  vorn::call_application([&] { target.sink(target.context, priority, text); });
+  return true;
 }
+
+// A fork() must not leave a lock behind that a thread of the parent held. The sink's is made anew:
+// waiting for a sink could take for ever. The zone's is waited for, since the C library has one of
+// its own that is held along with it.
+void before_fork() {
+  pthread_mutex_lock(&zone_lock);
+}
+
+void after_fork() {
+  pthread_mutex_unlock(&zone_lock);
+}
+
+void in_child() {
+  pthread_mutex_unlock(&zone_lock);
+  if (!in_sink) sink_lock = PTHREAD_MUTEX_INITIALIZER;
+}
+
+[[maybe_unused]] const int registered = pthread_atfork(before_fork, after_fork, in_child);
 
 // The number at the start of a text; 0 when there is none. One that is too large wraps, as atoi
 // does on the device, where 4294967295 is -1; atoi itself leaves it undefined.
@@ -57,7 +94,7 @@ namespace vorn {
 // The level is a plain exported integer; these two accesses keep handles on several threads free
 // of a data race. A line more or less while another handle is created does no harm.
 bool log_enabled(log_priority priority) {
-  return __atomic_load_n(&nr_log_Level, __ATOMIC_RELAXED) >= log_threshold(priority);
+  return log_level() >= log_threshold(priority);
 }
 
 void log_write(log_priority priority, const char* format, ...) {
@@ -70,15 +107,33 @@ void log_write(log_priority priority, const char* format, ...) {
 }
 
 void set_log_sink(void (*sink)(void*, int, const char*), void* context) {
-  pthread_mutex_lock(&sink_lock);
-  log_sink = sink;
-  sink_context = context;
-  pthread_mutex_unlock(&sink_lock);
+  const bool lock = !in_sink;
+  if (lock) pthread_mutex_lock(&sink_lock);
+  const int other = 1 - current_target;
+  targets[other] = {sink, context};
+  __atomic_store_n(&current_target, other, __ATOMIC_RELEASE);
+  if (lock) pthread_mutex_unlock(&sink_lock);
+}
+
+int log_level() {
+  return __atomic_load_n(&nr_log_Level, __ATOMIC_RELAXED);
+}
+
+int set_log_level(int level) {
+  const int former = log_level();
+  __atomic_store_n(&kept_level, level < 0 ? -1 : level, __ATOMIC_RELAXED);
+  if (level < 0) {
+    initLogLevel();
+  } else {
+    __atomic_store_n(&nr_log_Level, level, __ATOMIC_RELAXED);
+  }
+  return former;
 }
 
 }  // namespace vorn
 
 void initLogLevel() {
+  if (__atomic_load_n(&kept_level, __ATOMIC_RELAXED) >= 0) return;
   int level = __atomic_load_n(&nr_log_Level, __ATOMIC_RELAXED);
   char value[vorn::kPropertyMax];
   if (vorn::platform_property("ro.debuggable", value) >= 1) level = leading_number(value) ? 4 : 3;

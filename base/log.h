@@ -41,8 +41,15 @@ bool log_enabled(log_priority priority);
 void log_write(log_priority priority, const char* format, ...)
     __attribute__((format(printf, 2, 3)));
 
+int log_level();
+
+// Sets the level, returning the former one. From then on initLogLevel leaves it alone; a negative
+// level hands it back to the properties.
+int set_log_level(int level);
+
 // Sends all lines to sink (without their line feed), or to the platform when it is null. Returns
-// when the former sink is not running any more.
+// when the former sink is not running any more. What a sink throws is dropped; what is logged while
+// it runs goes to the platform.
 void set_log_sink(void (*sink)(void* context, int priority, const char* message), void* context);
 
 }  // namespace vorn

@@ -6,6 +6,9 @@
 
 namespace vorn {
 
+// Tells owner's stage_sink, if it has one, the milliseconds of what name says.
+void tell_time(const denoise_handle_t& owner, const char* name, double ms);
+
 class stage_times {
  public:
   // Of a frame of owner's. Lines stand under the name `function`; `unit` follows the milliseconds.
@@ -22,14 +25,18 @@ class stage_times {
     if (result_ == 0) report(name, level, getTime() - start, line);
   }
 
-  // What every stage's time goes through: one DEBUG line "    <name> cost time: <ms><unit> ".
+  // What every stage's time goes through: one DEBUG line "    <name> cost time: <ms><unit> ", and
+  // the owner's stage_sink.
   void report(const char* name, int level, double ms, int line = __builtin_LINE()) const;
+
+  // For the application alone, without a line: ms of what name says.
+  void tell(const char* name, double ms) const;
 
   // 0, or what the stage that failed returned.
   int result() const { return result_; }
 
  private:
-  [[maybe_unused]] const denoise_handle_t* owner_;
+  const denoise_handle_t* owner_;
   const char* function_;
   const char* unit_;
   int result_ = 0;

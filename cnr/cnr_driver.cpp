@@ -227,7 +227,9 @@ int color_noise_reduce_process(void* handle, _tag_uni_image* src, _tag_uni_image
   if (param->scale == 0) frame.filter_fine_level();
   frame.merge();
   if (frame.stages.result() != 0) return -1;  // a stage could not be queued; the pool logged why
-  VORN_LOGD("CNR_process cost time: %.3f \n", getTime() - begin);
+  const double ms = getTime() - begin;
+  VORN_LOGD("CNR_process cost time: %.3f \n", ms);
+  frame.stages.tell("CNR_process", ms);
   dump("persist.vendor.cam.cnr4.output", "cnr4_output", timestamp, *dst);
   return 0;
 }

@@ -8,6 +8,7 @@
 
 #include "base/log.h"
 #include "base/platform.h"
+#include "base/process.h"
 
 namespace {
 
@@ -72,8 +73,13 @@ int start_workers(pool* workers) {
   return running;
 }
 
-// A job that waits to be queued; null, with an ERROR line, when there is no memory.
-vorn_job* make_job(void* (*routine)(void*), void* arg) {
+// A job that waits to be queued; null, with an ERROR line, when nobody could run it or there is no
+// memory.
+vorn_job* make_job(const pool* workers, void* (*routine)(void*), void* arg) {
+  if (vorn::forked_pool(workers)) {
+    VORN_LOG_AS(vorn::kLogError, "vorn_threadpool_add_worker", "no threads after fork\n");
+    return nullptr;
+  }
   vorn_job* job = static_cast<vorn_job*>(std::malloc(sizeof(vorn_job)));
   if (job) {
     *job = {routine, arg, nullptr};
@@ -123,7 +129,22 @@ void wait_for_job(pool* workers) {
   }
 }
 
+// The pool's memory and that of the jobs that no worker has taken.
+void free_memory(pool* workers) {
+  std::free(workers->threadid);
+  std::free(workers->thread_creatflag);
+  while (vorn_job* job = workers->queue_head) {
+    workers->queue_head = job->next;
+    std::free(job);
+  }
+  std::free(workers);
+}
+
 }  // namespace
+
+bool vorn::forked_pool(const pool* workers) {
+  return workers->generation != process_generation();
+}
 
 int vorn_threadpool_init(pool** out, int thread_num) {
   return vorn::create_pool(out, thread_num, 0);
@@ -147,6 +168,7 @@ int vorn::create_pool(pool** out, int thread_num, int bind_core) {
   workers->max_thread_num = thread_num;
   workers->polls.processors = platform_usable_processors();
   workers->polls.active = 1;  // the caller
+  workers->generation = process_generation();
 
   int locks = 0;
   int err = 0;
@@ -172,10 +194,8 @@ int vorn::create_pool(pool** out, int thread_num, int bind_core) {
       VORN_LOG_AS(kLogError, kName, "all LTM thread create failed.\n");
     }
   }
-  std::free(workers->threadid);
-  std::free(workers->thread_creatflag);
   destroy_locks(workers, locks);
-  std::free(workers);
+  free_memory(workers);
   return -1;
 }
 
@@ -217,7 +237,7 @@ void* vorn_thread_routine(void* start_record) {
 }
 
 int vorn_threadpool_add_worker(pool* workers, void* (*routine)(void*), void* arg) {
-  vorn_job* job = make_job(routine, arg);
+  vorn_job* job = make_job(workers, routine, arg);
   if (!job) return -1;
   queue_jobs(workers, job, 1, workers->max_thread_num);
   return 0;
@@ -229,7 +249,8 @@ int vorn::add_stage(pool* workers, void* (*routine)(void*), void* jobs, size_t j
   vorn_job** last = &first;
   int made = 0;
   for (; made < count; ++made) {
-    *last = make_job(routine, static_cast<char*>(jobs) + job_bytes * static_cast<size_t>(made));
+    *last = make_job(workers, routine,
+                     static_cast<char*>(jobs) + job_bytes * static_cast<size_t>(made));
     if (!*last) break;
     last = &(*last)->next;
   }
@@ -243,6 +264,10 @@ int vorn::add_stage(pool* workers, void* (*routine)(void*), void* jobs, size_t j
 }
 
 int vorn_threadpool_destroy(pool* workers) {
+  if (vorn::forked_pool(workers)) {  // nobody to join; the locks may be held for ever
+    free_memory(workers);
+    return 0;
+  }
   pthread_mutex_lock(&workers->queue_lock);
   const bool refused = workers->shutdown != 0;
   workers->shutdown = 1;
@@ -255,14 +280,8 @@ int vorn_threadpool_destroy(pool* workers) {
   for (int i = 0; i < workers->max_thread_num; ++i)
     if (workers->thread_creatflag[i] == 1 && pthread_join(workers->threadid[i], nullptr) != 0)
       result = -1;
-  std::free(workers->threadid);
-  std::free(workers->thread_creatflag);
-  while (vorn_job* job = workers->queue_head) {
-    workers->queue_head = job->next;
-    std::free(job);
-  }
   destroy_locks(workers, kLocks);
-  std::free(workers);
+  free_memory(workers);
   return result;
 }
 

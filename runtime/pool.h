@@ -48,6 +48,7 @@ struct pool {
   int sleepers;  // workers that sleep and have not been woken
   int woken;     // workers that were woken and have not run yet
   vorn::poll_state polls;
+  int generation;  // of the process whose threads these are
 };
 
 // Creates a pool of thread_num (1..4) workers. Returns 0, also when only some of the threads could
@@ -55,11 +56,12 @@ struct pool {
 VORN_API int vorn_threadpool_init(pool** out, int thread_num);
 
 // Queues routine(arg) behind the jobs already queued. Returns 0, or -1 with an ERROR line when
-// there is no memory for the job.
+// there is no memory for the job, or no worker in this process: see forked_pool.
 VORN_API int vorn_threadpool_add_worker(pool* workers, void* (*routine)(void*), void* arg);
 
 // Stops and joins the workers, drops jobs still queued, frees the pool. Returns 0; -1 when
-// shutdown was already requested (nothing is done) or a join failed.
+// shutdown was already requested (nothing is done) or a join failed. In a child of fork() it frees
+// the memory alone.
 VORN_API int vorn_threadpool_destroy(pool* workers);
 
 // Body of a worker; start_record is a vorn_thread_arg.
@@ -74,6 +76,9 @@ VORN_API int sync_thread_done(pool* workers, int count);
 namespace vorn {
 
 constexpr int kMaxWorkers = 4;  // room in pool::thread_args
+
+// Whether the pool was made by a process that this one was forked from; its threads are not here.
+bool forked_pool(const pool* workers);
 
 // vorn_threadpool_init with bind_core set before the workers start.
 int create_pool(pool** out, int thread_num, int bind_core);

@@ -305,7 +305,9 @@ int pyramid_denoise_mask_process(void* handle, _tag_uni_image* src, _tag_uni_ima
     copy_rows(dst, src);
     return -1;
   }
-  VORN_LOGD("YNR process time cost: %.3f ms \n", getTime() - start);
+  const double ms = getTime() - start;
+  VORN_LOGD("YNR process time cost: %.3f ms \n", ms);
+  frame.stages.tell("YNR process", ms);
   dump(kOutputProperty, "ynr2_output", dst);
   return 0;
 }

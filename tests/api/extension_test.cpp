@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/handle.h"
@@ -171,6 +173,187 @@ TEST(Extension, OddSizes) {
   for (int x = 0; x < 65; ++x) EXPECT_EQ(to.y(x, 20), from.y(x, 20));  // the input
 }
 
+// Frames of any size come out as the contiguous frame does whose last column and row were repeated
+// by hand, first to an even size, then to what the tuning needs.
+TEST(Extension, AnySizeIsTheRepeatedFrameCut) {
+  struct row {
+    int width, height, layer, run_width, run_height;
+  };
+  constexpr row kRows[] = {{1, 1, 2, 4, 4},     {5, 3, 3, 6, 4},        {7, 40, 5, 16, 40},
+                           {64, 47, 3, 64, 48}, {65, 48, 3, 66, 48},    {71, 53, 4, 72, 54},
+                           {70, 50, 3, 70, 50}, {401, 303, 4, 402, 304}};
+  for (const row& r : kRows)
+    for (int layout = VORN_LAYOUT_NV12; layout <= VORN_LAYOUT_I420; ++layout) {
+      SCOPED_TRACE(std::to_string(r.width) + "x" + std::to_string(r.height));
+      planes from(layout, r.width, r.height, 5), to(layout, r.width, r.height, 2);
+      for (int y = 0; y < r.height; ++y)
+        for (int x = 0; x < r.width; ++x)
+          from.y(x, y) = static_cast<uint8_t>(90 + (x * 7 + y * 13 + x * y) % 23);
+      const int columns = (r.width + 1) / 2, rows = (r.height + 1) / 2;
+      for (int y = 0; y < rows; ++y)
+        for (int x = 0; x < 2 * columns; ++x)
+          from.chroma(x & 1, x / 2, y) = static_cast<uint8_t>(120 + (x * 5 + y * 3) % 17);
+
+      tuning with;
+      with.ynr.layer = r.layer;
+      frame src(r.run_width, r.run_height), dst(r.run_width, r.run_height);
+      uint8_t* bytes = src.image.plane[0];
+      for (int y = 0; y < r.run_height; ++y)
+        for (int x = 0; x < r.run_width; ++x)
+          *bytes++ = from.y(std::min(x, r.width - 1), std::min(y, r.height - 1));
+      for (int y = 0; y < r.run_height / 2; ++y)
+        for (int x = 0; x < r.run_width; ++x)
+          *bytes++ = from.chroma(x & 1, std::min(x / 2, columns - 1), std::min(y, rows - 1));
+      denoiser plain(r.run_width, r.run_height);
+      ASSERT_EQ(plain.run(src, dst, with), 0);
+      const std::vector<uint8_t> expected = dst.bytes();
+
+      // The handle of the frame's own size, and of the even one.
+      for (int round = 0; round < 2; ++round) {
+        denoiser one(r.width + round * (r.width % 2), r.height + round * (r.height % 2));
+        for (int frames = 0; frames < 2; ++frames)
+          ASSERT_EQ(
+              vorn_ycnr_process_any(one.get(), &from.record, &to.record, &with.ynr, &with.cnr), 0);
+        int wrong = 0;
+        for (int y = 0; y < r.height; ++y)
+          for (int x = 0; x < r.width; ++x)
+            wrong += to.y(x, y) != expected[static_cast<size_t>(y * r.run_width + x)];
+        for (int y = 0; y < rows; ++y)
+          for (int x = 0; x < 2 * columns; ++x)
+            wrong += to.chroma(x & 1, x / 2, y) !=
+                     expected[static_cast<size_t>((r.run_height + y) * r.run_width + x)];
+        EXPECT_EQ(wrong, 0);
+        EXPECT_TRUE(to.surroundings_intact());
+      }
+    }
+  // Contiguous in and out, and a size that is not the handle's.
+  denoiser one(70, 50);
+  frame src(70, 50), plain(70, 50), direct(70, 50);
+  src.draw(4);
+  const auto packed = [](frame& f) {
+    uint8_t* luma = f.image.plane[0];
+    return vorn_ycnr_planes{VORN_LAYOUT_NV12, 70, 50, {luma, luma + 70 * 50, nullptr}, {70, 70, 0}};
+  };
+  tuning both;
+  const vorn_ycnr_planes from = packed(src), to = packed(direct);
+  ASSERT_EQ(vorn_ycnr_process_any(one.get(), &from, &to, &both.ynr, &both.cnr), 0);
+  ASSERT_EQ(vorn_ycnr_process_any(one.get(), &from, &from, &both.ynr, &both.cnr), 0);
+  EXPECT_EQ(src.bytes(), direct.bytes());
+  src.draw(4);
+  ASSERT_EQ(one.run(src, plain, both), 0);
+  EXPECT_EQ(direct.bytes(), plain.bytes());
+  EXPECT_TRUE(direct.guards_intact());
+  planes other(0, 68, 50, 0), copy(0, 68, 50, 1);
+  other.take(std::vector<uint8_t>(68 * 50 * 3 / 2, 55));
+  log_capture log;
+  EXPECT_EQ(vorn_ycnr_process_any(one.get(), &other.record, &copy.record, nullptr, nullptr), -1);
+  EXPECT_EQ(log.count('E'), 1);
+  EXPECT_EQ(copy.give(), other.give());
+}
+
+// One buffer for both frames, dst's rows further apart or closer than src's.
+TEST(Extension, PlanesMayShareTheirPlaceWithAnotherStride) {
+  for (const auto& [from_stride, to_stride] : {std::pair{70, 96}, std::pair{96, 70}})
+    for (int width : {65, 64})  // chroma is copied, filtered
+      for (bool refused : {false, true}) {
+        denoiser one(refused ? 32 : width, 48);
+        std::vector<uint8_t> luma(96 * 48), chroma(96 * 24);
+        planes from(VORN_LAYOUT_NV12, width, 48, 0), to(VORN_LAYOUT_NV12, width, 48, 0);
+        for (size_t i = 0; i < luma.size(); ++i) luma[i] = static_cast<uint8_t>(i * i % 251);
+        for (size_t i = 0; i < chroma.size(); ++i) chroma[i] = static_cast<uint8_t>(i * 31 % 241);
+        vorn_ycnr_planes src = {
+            VORN_LAYOUT_NV12, width, 48, {luma.data(), chroma.data(), nullptr}, {}};
+        vorn_ycnr_planes dst = src;
+        src.stride[0] = src.stride[1] = from_stride;
+        dst.stride[0] = dst.stride[1] = to_stride;
+        const auto copy = [](const vorn_ycnr_planes& a, const vorn_ycnr_planes& b) {
+          for (int p = 0; p < 2; ++p)
+            for (int y = 0; y < 48 >> p; ++y)
+              std::memcpy(b.plane[p] + y * b.stride[p], a.plane[p] + y * a.stride[p],
+                          static_cast<size_t>((a.width + p) & ~p));
+        };
+        copy(src, from.record);
+        tuning luma_only(1, 0);
+        log_capture quiet;
+        const int apart =
+            vorn_ycnr_process_planes(one.get(), &from.record, &to.record, &luma_only.ynr, nullptr);
+        const planes& expected = refused ? from : to;
+        EXPECT_EQ(vorn_ycnr_process_planes(one.get(), &src, &dst, &luma_only.ynr, nullptr),
+                  refused ? -1 : 0);
+        EXPECT_EQ(apart, refused ? -1 : 0);
+        planes got(VORN_LAYOUT_NV12, width, 48, 0);
+        copy(dst, got.record);
+        for (int p = 0; p < 2; ++p)
+          for (int y = 0; y < 48 >> p; ++y)
+            EXPECT_EQ(std::memcmp(got.record.plane[p] + y * got.record.stride[p],
+                                  expected.record.plane[p] + y * expected.record.stride[p],
+                                  static_cast<size_t>((width + p) & ~p)),
+                      0)
+                << width << " plane " << p << " row " << y;
+      }
+}
+
+struct told {
+  std::vector<std::string> stages;
+  double sum = 0;
+};
+
+void tell(void* context, const char* stage, double ms) {
+  told* all = static_cast<told*>(context);
+  all->stages.push_back(stage);
+  all->sum += ms;
+  throw 1;  // is dropped
+}
+
+TEST(Extension, StageSinkHearsTheStepsOfTheLogAtAnyLevel) {
+  denoiser one(64, 48);
+  frame src(64, 48), dst(64, 48);
+  tuning both;
+  src.draw(2);
+  EXPECT_EQ(vorn_ycnr_set_stage_sink(nullptr, tell, nullptr), -1);
+  told quiet, verbose;
+  std::vector<std::string> logged;
+  const int level = vorn_ycnr_set_log_level(0);
+  for (told* each : {&quiet, &verbose}) {
+    ASSERT_EQ(vorn_ycnr_set_stage_sink(one.get(), tell, each), 0);
+    log_capture log;
+    ASSERT_EQ(one.run(src, dst, both), 0);
+    logged = log.lines();
+    vorn_ycnr_set_log_level(4);
+  }
+  EXPECT_EQ(quiet.stages, verbose.stages);
+  ASSERT_GT(quiet.stages.size(), 10u);
+  EXPECT_GT(quiet.sum, 0);
+  EXPECT_EQ(quiet.stages.back(), "vorn_ycnr_process");
+  for (const std::string& stage : quiet.stages) {
+    int lines = 0;
+    for (const std::string& line : logged)
+      lines += line.find(stage + " cost time") != std::string::npos ||
+               line.find(stage + " time cost") != std::string::npos;
+    EXPECT_GE(lines, 1) << stage;
+  }
+  ASSERT_EQ(vorn_ycnr_set_stage_sink(one.get(), nullptr, nullptr), 0);
+  ASSERT_EQ(one.run(src, dst, both), 0);
+  EXPECT_EQ(quiet.stages.size(), verbose.stages.size());
+  vorn_ycnr_set_log_level(-1);
+  nr_log_Level = level;
+}
+
+TEST(Extension, LogLevelOutlivesTheNextHandle) {
+  vorn_test::properties props("persist.vendor.cam.nr_api.log=3\n");
+  nr_log_Level = 4;
+  EXPECT_EQ(vorn_ycnr_set_log_level(1), 4);
+  EXPECT_EQ(vorn_ycnr_log_level(), 1);
+  log_capture log;
+  { denoiser one(32, 32); }
+  EXPECT_EQ(log.text(), "");
+  EXPECT_EQ(vorn_ycnr_set_log_level(-5), 1);
+  EXPECT_EQ(nr_log_Level, 3);
+  initLogLevel();
+  EXPECT_EQ(vorn_ycnr_log_level(), 3);
+  nr_log_Level = 4;
+}
+
 TEST(Extension, UnusablePlanes) {
   denoiser one(64, 48);
   tuning both;
@@ -263,6 +446,25 @@ TEST(Extension, LogSink) {
   vorn_ycnr_deinit(nullptr);
   EXPECT_EQ(log.lines().size(), 2u);
   EXPECT_EQ(lines.size(), 3u);
+}
+
+void fail_to_collect(void* context, int32_t, const char*) {
+  ++*static_cast<int*>(context);
+  VORN_LOGE("from the sink");  // to the system's log
+  throw std::string("no room");
+}
+
+TEST(Extension, ASinkThatThrowsLogsOn) {
+  nr_log_Level = 4;
+  int calls = 0;
+  log_capture log;
+  vorn_ycnr_set_log_sink(fail_to_collect, &calls);
+  for (int i = 1; i <= 3; ++i) {
+    VORN_LOGE("line");
+    EXPECT_EQ(calls, i);
+  }
+  vorn_ycnr_set_log_sink(nullptr, nullptr);
+  EXPECT_EQ(log.count('E'), 3);
 }
 
 TEST(Extension, ResultTexts) {
