@@ -1,5 +1,9 @@
 #include "base/dump.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -7,6 +11,7 @@
 #include <initializer_list>
 
 #include "base/log.h"
+#include "base/platform.h"
 
 namespace {
 
@@ -14,12 +19,19 @@ constexpr char kDefaultPath[] = "/data/vendor/cameraserver/";
 constexpr int kTextMax = 256;  // property values and file names
 
 // Reads both properties of a dump. Returns 0 when it is switched on, else the comparison's result.
-int dump_switch(const char* enable_property, const char* expected, const char* path_property,
-                char path[kTextMax]) {
+// A path that is longer than a property can be is cut, which one line says.
+int dump_switch(const char* function, const char* enable_property, const char* expected,
+                const char* path_property, char path[kTextMax]) {
   char enable[kTextMax] = {};
   getProperty_NR(enable_property, "no", enable);
   getProperty_NR(path_property, kDefaultPath, path);
-  return std::strcmp(enable, expected);
+  const int off = std::strcmp(enable, expected);
+  char value[vorn::kPropertyMax];
+  const int length = off ? 0 : vorn::platform_property(path_property, value);
+  if (length >= vorn::kPropertyMax)
+    VORN_LOG_AS(vorn::kLogError, function, "%s: %d characters cut to %d\n", path_property, length,
+                vorn::kPropertyMax - 1);
+  return off;
 }
 
 // Writes a file name; one that is longer than the buffer is cut.
@@ -30,10 +42,30 @@ __attribute__((format(printf, 2, 3))) void make_name(char name[kTextMax], const 
   va_end(arguments);
 }
 
+// Opens a file for writing as fopen does, but never waits for a reader, and follows a link only if
+// it is the process's own: dump names can be guessed. Returns -1 with errno.
+int open_file(const char* name) {
+  constexpr int kFlags = O_WRONLY | O_CREAT | O_NONBLOCK | O_CLOEXEC;
+  int file = open(name, kFlags | O_NOFOLLOW, 0666);
+  struct stat kind;
+  if (file < 0 && errno == ELOOP && lstat(name, &kind) == 0 && kind.st_uid == geteuid())
+    file = open(name, kFlags, 0666);
+  if (file < 0) return -1;
+  const bool known = fstat(file, &kind) == 0;
+  if (known && S_ISCHR(kind.st_mode)) return file;
+  if (known && S_ISREG(kind.st_mode) && ftruncate(file, 0) == 0) return file;
+  close(file);
+  errno = ENXIO;
+  return -1;
+}
+
 // Opens a dump's file. The log line carries the name of the dump's function.
 FILE* open_dump(const char* function, const char* name) {
-  FILE* file = std::fopen(name, "wb");
-  if (!file) VORN_LOG_AS(vorn::kLogError, function, "fopen %s fail! errno=%d\n", name, errno);
+  const int descriptor = open_file(name);
+  FILE* file = descriptor < 0 ? nullptr : fdopen(descriptor, "wb");
+  const int error = errno;
+  if (!file && descriptor >= 0) close(descriptor);
+  if (!file) VORN_LOG_AS(vorn::kLogError, function, "fopen %s fail! errno=%d\n", name, error);
   return file;
 }
 
@@ -48,7 +80,8 @@ int dump_fields(const char* function, const char* algorithm, const char* enable_
                 const char* expected, const char* path_property, const char* timestamp,
                 std::initializer_list<field> fields) {
   char path[kTextMax] = {};
-  if (const int off = dump_switch(enable_property, expected, path_property, path)) return off;
+  if (const int off = dump_switch(function, enable_property, expected, path_property, path))
+    return off;
   char name[kTextMax];
   make_name(name, "%s_%s_%s_turning_param.txt", path, timestamp, algorithm);
   FILE* file = open_dump(function, name);
@@ -107,7 +140,8 @@ int DUMP_IMAGE_CONDITION(const char* enable_property, const char* expected,
                          const char* path_property, const char* label, const char* timestamp,
                          void* data, int width, int height, int size) {
   char path[kTextMax] = {};
-  if (const int off = dump_switch(enable_property, expected, path_property, path)) return off;
+  if (const int off = dump_switch(__func__, enable_property, expected, path_property, path))
+    return off;
   char name[kTextMax];
   make_name(name, "%s%s_%dx%d_%s.yuv", path, label, width, height, timestamp);
   FILE* file = open_dump(__func__, name);

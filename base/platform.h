@@ -8,6 +8,7 @@ namespace vorn {
 constexpr int kPropertyMax = 92;  // longest property value, with its NUL
 
 // Writes the value of a property into value and returns its length; 0 and "" when it is not set.
+// Of a longer value than fits, the beginning, and the length of all of it.
 int platform_property(const char* name, char value[kPropertyMax]);
 
 // Writes one log line. priority is a log_priority; message may end with a line feed.

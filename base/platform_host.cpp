@@ -1,6 +1,8 @@
 // Host stand-in for the device's properties and log.
 #include "base/platform.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -10,6 +12,21 @@
 
 namespace vorn {
 namespace {
+
+constexpr long kPropertyFileMax = 1 << 20;  // what lies behind is not read
+
+// The file of properties; null where there is none. Only a regular file: reading another one may
+// never end. A program with its user's or group's privileges raised does not read what the user
+// names.
+FILE* open_properties() {
+  const char* path = secure_getenv("VORN_PROPERTIES");
+  const int file = path && *path ? open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC) : -1;
+  if (file < 0) return nullptr;
+  struct stat kind;
+  FILE* stream = fstat(file, &kind) == 0 && S_ISREG(kind.st_mode) ? fdopen(file, "r") : nullptr;
+  if (!stream) close(file);
+  return stream;
+}
 
 // Reads one line into text, cut at size - 1 characters. Returns false at the end of the file.
 bool read_line(FILE* file, char* text, size_t size) {
@@ -35,18 +52,18 @@ char priority_letter(int priority) {
 // several lines with one name the last counts.
 int platform_property(const char* name, char value[kPropertyMax]) {
   value[0] = '\0';
-  const char* path = std::getenv("VORN_PROPERTIES");
-  FILE* file = path && *path ? std::fopen(path, "re") : nullptr;
+  FILE* file = open_properties();
   if (!file) return 0;
   char line[1024];
   const size_t name_length = std::strlen(name);
-  while (read_line(file, line, sizeof line)) {
+  int length = 0;
+  while (std::ftell(file) < kPropertyFileMax && read_line(file, line, sizeof line)) {
     if (line[0] == '#' || std::strncmp(line, name, name_length) != 0 || line[name_length] != '=')
       continue;
-    std::snprintf(value, kPropertyMax, "%s", line + name_length + 1);
+    length = std::snprintf(value, kPropertyMax, "%s", line + name_length + 1);
   }
   std::fclose(file);
-  return static_cast<int>(std::strlen(value));
+  return length;
 }
 
 // One line "<P> <tag>: <message>" in one write, so that lines of several threads do not mix.

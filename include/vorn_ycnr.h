@@ -21,8 +21,14 @@
  * luma-denoised frame, which is the input of the chroma filter.
  *
  * Threads. One frame at a time per handle: a process call uses the handle's workers and scratch
- * memory alone and returns when the frame is done. Different handles may be used on different
- * threads at the same time; they share nothing but the log level, which the last init sets.
+ * memory alone and returns when the frame is done. A call that finds its handle in use by another
+ * thread is refused with an ERROR log line. Different handles may be used on different threads at
+ * the same time; they share nothing but the log level, which the last init sets. The workers block
+ * all signals but those of their own faults.
+ *
+ * Processes. A handle works in the process that made it. In a child of fork() frames are refused
+ * with one ERROR log line, deinit frees the handle's memory, and handles made in the child work.
+ * The library stays loaded after dlclose.
  *
  * The header is plain C99; every integer is 32 bits wide.
  */
@@ -152,12 +158,14 @@ VORN_API denoise_handle_t* vorn_ycnr_init(ycnr_init_param* params);
  * plane[0], width and height of the records are read. dst first receives a copy of src, then the
  * luma filter (params->ynr->enable == 1) and the chroma filter (params->cnr->enable == 1) replace
  * their planes; with both on, src is overwritten with the luma result.
- * Returns 0, or -1 when an argument is null or unusable (see the log); dst then holds the input. */
+ * Returns 0, or -1 when an argument is null or unusable, the handle is in
+ * use or of another process (see the log); dst then holds the input. */
 VORN_API int32_t vorn_ycnr_process(denoise_handle_t* handle, _tag_uni_image* src,
                                    _tag_uni_image* dst, Denoise_Parameters_t* params);
 
-/* Stops the workers and frees the handle with all its memory. No call may be in progress.
- * Returns 0, -1 for a null handle, 2 when the workers cannot be stopped (nothing is freed). */
+/* Stops the workers and frees the handle with all its memory.
+ * Returns 0, -1 for a null handle, 2 when the workers cannot be stopped or a call is in progress
+ * (nothing is freed). */
 VORN_API int32_t vorn_ycnr_deinit(denoise_handle_t* handle);
 
 /* Fills params with names, build stamps, versions and scratch sizes.

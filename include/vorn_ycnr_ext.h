@@ -6,11 +6,6 @@
  * handle as one from vorn_ycnr_init and works with every call of both headers; vorn_ycnr_deinit
  * closes either. Every frame comes out with the bytes that vorn_ycnr_process would make.
  *
- * One thread at a time may use a handle. A call that finds it in use by another thread returns -1
- * (vorn_ycnr_deinit: VORN_POOL_BUSY) with an ERROR line, its dst a copy of its src. In a child of
- * fork() the parent's handles have no threads: frames are refused the same way, vorn_ycnr_deinit
- * frees the memory, and handles opened in the child work. The library stays loaded after dlclose.
- *
  * The header is plain C99.
  */
 #ifndef VORN_YCNR_EXT_H
@@ -58,10 +53,9 @@ typedef struct vorn_ycnr_planes {
  * than with vorn_ycnr_process, src is never written to, and dst may be src itself. A null tuning
  * switches its algorithm off. The handle keeps a packed copy of both frames from the first call on
  * (3 bytes per pixel). Of an odd height, the last row of chroma is the source's; an odd width has
- * its chroma copied, and is refused with the chroma filter on. dst's planes are src's, with the same
- * or another stride, or lie apart from them.
- * Returns 0, or -1 with an ERROR log line; dst then holds the input if both records are usable and
- * have one layout and size. */
+ * its chroma copied, and is refused with the chroma filter on. dst's planes are src's, with the
+ * same or another stride, or lie apart from them. Returns 0, or -1 with an ERROR log line; dst then
+ * holds the input if both records are usable and have one layout and size. */
 VORN_API int32_t vorn_ycnr_process_planes(denoise_handle_t* handle, const vorn_ycnr_planes* src,
                                           const vorn_ycnr_planes* dst,
                                           const ycnr_ynr_tuning_param* ynr,
@@ -70,11 +64,11 @@ VORN_API int32_t vorn_ycnr_process_planes(denoise_handle_t* handle, const vorn_y
 /* The same for a frame of any size, 1 x 1 and odd sizes included, with both filters. The handle is
  * for the frame's size, or for that size rounded up to even numbers (which saves memory). What is
  * filtered is the frame at its even size, its last column and row repeated once where they are
- * missing; a frame that is still too small for the tuning (4 pixels a side, 1 << (layer - 1) for the
- * luma layers, 4 for a chroma scale of 1 or 2) is enlarged the same way, on scratch memory of its
- * own that the handle keeps. dst gets the part that src has, all of its chroma columns and rows.
- * Even sizes that are large enough come out with the bytes of vorn_ycnr_process.
- * Returns as vorn_ycnr_process_planes does. */
+ * missing; a frame that is still too small for the tuning (4 pixels a side, 1 << (layer - 1) for
+ * the luma layers, 4 for a chroma scale of 1 or 2) is enlarged the same way, on scratch memory of
+ * its own that the handle keeps. dst gets the part that src has, all of its chroma columns and
+ * rows. Even sizes that are large enough come out with the bytes of vorn_ycnr_process. Returns as
+ * vorn_ycnr_process_planes does. */
 VORN_API int32_t vorn_ycnr_process_any(denoise_handle_t* handle, const vorn_ycnr_planes* src,
                                        const vorn_ycnr_planes* dst,
                                        const ycnr_ynr_tuning_param* ynr,

@@ -1,10 +1,15 @@
 #include "base/dump.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <string>
 
+#include "base/log.h"
 #include "tests/support/frames.h"
 #include "tests/support/host.h"
 
@@ -117,6 +122,61 @@ TEST_F(Dump, FilesThatCannotBeOpenedOrWritten) {
   EXPECT_TRUE(log.has("E YCNR_LOG: L #, DUMP_IMAGE_CONDITION:fwrite " + dir() +
                       "/label_17x3_20240828184329.yuv error! errno=28"));
   EXPECT_EQ(log.count('E'), 3);
+}
+
+// Whatever stands under the name: nothing waits for a reader, and nobody's link is followed.
+TEST_F(Dump, OnlyFilesAreWrittenTo) {
+  properties props("sw=yes\npath=" + dir() + "/\n");
+  const std::string name = dir() + "/label_17x3_20240828184329.yuv";
+  ASSERT_EQ(mkfifo(name.c_str(), 0600), 0);
+  for (bool reader : {false, true}) {
+    const int file = reader ? open(name.c_str(), O_RDONLY | O_NONBLOCK) : -1;
+    log_capture log;
+    EXPECT_EQ(dump_image("data"), -1);
+    EXPECT_TRUE(log.has("E YCNR_LOG: L #, DUMP_IMAGE_CONDITION:fopen " + name + " fail! errno=6"));
+    if (reader) close(file);
+  }
+  std::filesystem::remove(name);
+  std::filesystem::create_symlink(dir() + "/target", name);
+  EXPECT_EQ(dump_image("data"), 0);  // one's own
+  EXPECT_EQ(text("target"), "data");
+  if (lchown(name.c_str(), 12345, 12345) != 0) GTEST_SKIP() << "only root has links of others";
+  log_capture log;
+  EXPECT_EQ(dump_image("other"), -1);
+  EXPECT_EQ(text("target"), "data");
+  EXPECT_EQ(log.count('E'), 1);
+}
+
+// A longer path is cut as a device's properties are, and one line says so.
+TEST_F(Dump, ALongPathIsCut) {
+  const std::string path = dir() + "/" + std::string(91 - dir().size() - 1, 'p');
+  log_capture log;
+  for (const char* more : {"", "q"}) {
+    properties props("sw=yes\npath=" + path + more + "\n");
+    EXPECT_EQ(dump_image("x"), 0);
+    EXPECT_EQ(log.count('E'), *more ? 1 : 0);
+  }
+  EXPECT_TRUE(log.has("E YCNR_LOG: L #, DUMP_IMAGE_CONDITION:path: 92 characters cut to 91"));
+  EXPECT_EQ(read_file(path + "label_17x3_20240828184329.yuv"), "x");
+}
+
+// What VORN_PROPERTIES names is read if it is a file, and its beginning alone.
+TEST_F(Dump, PropertiesComeFromAFile) {
+  const std::string fifo = dir() + "/fifo", large = dir() + "/large";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  std::ofstream(large) << "before=1\n" << std::string(2 << 20, '#') << "\nbehind=1\n";
+  char value[256];
+  for (const std::string& name : {fifo, std::string("/dev/zero"), dir()}) {
+    setenv("VORN_PROPERTIES", name.c_str(), 1);
+    getProperty_NR("before", "unset", value);
+    EXPECT_STREQ(value, "unset") << name;
+  }
+  setenv("VORN_PROPERTIES", large.c_str(), 1);
+  getProperty_NR("before", "unset", value);
+  EXPECT_STREQ(value, "1");
+  getProperty_NR("behind", "unset", value);
+  EXPECT_STREQ(value, "unset");
+  unsetenv("VORN_PROPERTIES");
 }
 
 TEST_F(Dump, NoOpsDoNothing) {

@@ -197,9 +197,9 @@ int __wrap_pthread_cond_init(pthread_cond_t* condition, const pthread_condattr_t
   return fails("pthread_cond_init") ? ENOMEM : __real_pthread_cond_init(condition, attributes);
 }
 
-FILE* __real_fopen(const char* name, const char* mode);
-FILE* __wrap_fopen(const char* name, const char* mode) {
-  if (!fails("fopen")) return __real_fopen(name, mode);
+FILE* __real_fdopen(int file, const char* mode);
+FILE* __wrap_fdopen(int file, const char* mode) {
+  if (!fails("fdopen")) return __real_fdopen(file, mode);
   errno = EMFILE;
   return nullptr;
 }

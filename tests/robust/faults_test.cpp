@@ -6,11 +6,11 @@
 #include <string>
 
 #include "base/handle.h"
-#include "vorn_ycnr_ext.h"
 #include "runtime/image.h"
 #include "tests/robust/faults.h"
 #include "tests/support/frames.h"
 #include "tests/support/host.h"
+#include "vorn_ycnr_ext.h"
 
 namespace {
 
@@ -139,7 +139,7 @@ TEST(Faults, EveryCallOfAFrameWithDumps) {
     ++survived[failed];
   }
   EXPECT_GE(survived["malloc"], 16);  // a job per slice at the least
-  EXPECT_GE(survived["fopen"], 6);
+  EXPECT_GE(survived["fdopen"], 6);
   EXPECT_EQ(survived["fwrite"], 4);
   EXPECT_GT(failures, 0);
   one.reset();  // the workers free their jobs at their own time

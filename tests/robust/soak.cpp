@@ -8,9 +8,9 @@
 #include <cstring>
 #include <string>
 
-#include "vorn_ycnr.h"
 #include "tests/support/frames.h"
 #include "tests/support/host.h"
+#include "vorn_ycnr.h"
 
 namespace {
 
