@@ -1,5 +1,5 @@
 // The measuring units of the tool: figures against closed forms, chart and noise the same bytes on
-// every machine, and the noise meter against noise of known size.
+// every machine.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -7,7 +7,6 @@
 
 #include "tools/lab/chart.h"
 #include "tools/lab/metrics.h"
-#include "tools/lab/noise_meter.h"
 #include "tools/lab/noise_model.h"
 
 namespace vorn::tool {
@@ -151,44 +150,6 @@ TEST(noise_model, deviation_is_the_formula) {
       EXPECT_NEAR(mean(luma_view(f)), level - 0.3, 0.35);
     }
   }
-}
-
-TEST(noise_model, chroma_noise_is_wider_than_luma_noise) {
-  noise_model model;
-  model.gain = 16;
-  const noise_curve sharp = model_curve(model);
-  EXPECT_NEAR(sharp.correlation_y, 0, 0.08);
-  EXPECT_GT(sharp.correlation_uv, 0.15);
-  model.luma_blur = 0.7;
-  EXPECT_GT(model_curve(model).correlation_y, 0.15);
-}
-
-TEST(noise_meter, finds_the_gain) {
-  const frame chart = draw_chart(960, 720);
-  for (const double gain : {2.0, 8.0, 32.0}) {
-    const noise_curve any = measure_noise({noisy(chart, gain)}, noise_scene::any);
-    EXPECT_NEAR(std::log2(gain_of(any) / gain), 0, 0.3) << gain;
-    const noise_curve burst = measure_noise(
-        {noisy(chart, gain, 1), noisy(chart, gain, 2), noisy(chart, gain, 3)}, noise_scene::burst);
-    EXPECT_NEAR(std::log2(gain_of(burst) / gain), 0, 0.15) << gain;
-  }
-}
-
-TEST(noise_meter, a_flat_frame_shows_its_noise_and_texture_is_not_taken_for_it) {
-  const frame flat = grey_frame(256, 256, 128);
-  const frame f = noisy(flat, 8);
-  const double truth = std::sqrt(mean_squared_error(luma_view(f), luma_view(flat)));
-  EXPECT_NEAR(measure_noise({f}, noise_scene::flat).y, truth, 0.05 * truth);
-  // The chart is half texture; without noise it must still measure as nearly clean.
-  EXPECT_LT(measure_noise({draw_chart(960, 720)}, noise_scene::any).y, 1.0);
-}
-
-TEST(noise_meter, says_nothing_about_pictures_too_small_or_clipped) {
-  EXPECT_TRUE(measure_noise({random_frame(1, 1, 1)}, noise_scene::any).classes.empty());
-  EXPECT_TRUE(measure_noise({random_frame(17, 9, 1)}, noise_scene::any).classes.empty());
-  EXPECT_TRUE(measure_noise({}, noise_scene::flat).classes.empty());
-  const noise_curve white = measure_noise({grey_frame(256, 256, 255)}, noise_scene::flat);
-  for (const noise_class& k : white.classes) EXPECT_LT(k.y, 0);
 }
 
 }  // namespace

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "tools/commands/commands.h"
-#include "tools/error.h"
 #include "tools/commands/lab_options.h"
+#include "tools/error.h"
 #include "tools/lab/noise_meter.h"
 #include "tools/picture/output_file.h"
 
@@ -34,7 +34,19 @@ json figure(double value) {
   return value < 0 ? json(nullptr) : json(std::round(value * 1e3) / 1e3);
 }
 
-std::string to_json(const noise_curve& curve, double gain, double entry) {
+// Entries of a set for luma and chroma; 0 where no noise calls for one.
+struct chosen_entries {
+  noise_gains like;  // of the sensor model
+  noise_gains entry;
+};
+
+json levels_json(const double* levels, int count) {
+  json list = json::array();
+  for (int l = 0; l < count; ++l) list.push_back(figure(levels[l]));
+  return list;
+}
+
+std::string to_json(const noise_curve& curve, const chosen_entries& chosen) {
   json list = json::array();
   for (const noise_class& k : curve.classes) {
     list.push_back({{"brightness", figure(k.brightness)},
@@ -43,15 +55,24 @@ std::string to_json(const noise_curve& curve, double gain, double entry) {
                     {"v", figure(k.v)},
                     {"blocks", k.blocks}});
   }
+  const auto gain = [](double value) { return value > 0 ? figure(value) : json(nullptr); };
+  const std::string doubt = doubt_of(curve);
   const json all = {{"unit", "standard deviation in grey levels"},
+                    {"found", curve.all.found != 0},
+                    {"doubt", doubt.empty() ? json(nullptr) : json(doubt)},
+                    {"confidence", figure(curve.all.confidence)},
                     {"classes", list},
                     {"y", figure(curve.y)},
                     {"u", figure(curve.u)},
                     {"v", figure(curve.v)},
+                    {"levels_y", levels_json(curve.all.luma_levels, VORN_NOISE_LEVELS)},
+                    {"levels_uv", levels_json(curve.all.chroma_levels, 2)},
                     {"correlation_y", std::round(curve.correlation_y * 1e3) / 1e3},
                     {"correlation_uv", std::round(curve.correlation_uv * 1e3) / 1e3},
-                    {"model_gain", figure(gain)},
-                    {"tuning_gain", entry}};
+                    {"model_gain", gain(chosen.like.luma)},
+                    {"model_gain_chroma", gain(chosen.like.chroma)},
+                    {"tuning_gain", gain(chosen.entry.luma)},
+                    {"tuning_gain_chroma", gain(chosen.entry.chroma)}};
   return all.dump(2) + "\n";
 }
 
@@ -61,6 +82,38 @@ void print_value(double value) {
   } else {
     std::printf("%8.2f", value);
   }
+}
+
+void print_table(const noise_curve& curve) {
+  std::printf("standard deviation of the noise in grey levels\n");
+  std::printf("brightness       Y       U       V   blocks\n");
+  for (const noise_class& k : curve.classes) {
+    std::printf("%10.0f", k.brightness);
+    print_value(k.y);
+    print_value(k.u);
+    print_value(k.v);
+    std::printf("%9d\n", k.blocks);
+  }
+  std::printf("%10s%8.2f%8.2f%8.2f\n", "all", curve.y, curve.u, curve.v);
+  std::printf("per pyramid level: luma");
+  for (const double level : curve.all.luma_levels) std::printf(" %.2f", level);
+  std::printf(", chroma %.2f %.2f\n", curve.all.chroma_levels[0], curve.all.chroma_levels[1]);
+  std::printf("correlation of neighbours: luma %.2f, chroma %.2f\n", curve.correlation_y,
+              curve.correlation_uv);
+}
+
+void print_curve(const noise_curve& curve, const chosen_entries& chosen, const std::string& set) {
+  if (!curve.classes.empty()) print_table(curve);
+  const std::string doubt = doubt_of(curve);
+  if (!doubt.empty()) std::printf("doubtful: %s\n", doubt.c_str());
+  if (curve.all.found == 0) {
+    std::printf("no noise found\n");
+    return;
+  }
+  std::printf("like gain %.3g (luma) and %.3g (chroma) of the sensor model%s\n", chosen.like.luma,
+              chosen.like.chroma, doubt.empty() ? "" : ", taken lower for the doubt");
+  std::printf("tuning entries of %s: gain %g for luma, gain %g for chroma\n", set.c_str(),
+              chosen.entry.luma, chosen.entry.chroma);
 }
 
 // A noisy version of one picture or stream, every frame with noise of its own.
@@ -101,31 +154,15 @@ int run(const noise_options& o) {
                             : o.flat ? noise_scene::flat
                                      : noise_scene::any;
   const noise_curve curve = measure_noise(frames, scene);
-  if (curve.classes.empty())
-    throw error(o.inputs.front(), "no part is large and calm enough to measure noise in");
-
   const tuning_set set =
       o.tuning_file.empty() ? default_tuning_set() : read_tuning_set(o.tuning_file);
-  const double gain = gain_of(curve, o.model);
-  const double entry = set.nearest(gain).gain;
+  chosen_entries chosen{gains_of(curve, o.model), {}};
+  if (curve.all.found != 0)
+    chosen.entry = {set.nearest(chosen.like.luma).gain, set.nearest(chosen.like.chroma).gain};
 
-  if (o.json_file != "-") {
-    std::printf("standard deviation of the noise in grey levels\n");
-    std::printf("brightness       Y       U       V   blocks\n");
-    for (const noise_class& k : curve.classes) {
-      std::printf("%10.0f", k.brightness);
-      print_value(k.y);
-      print_value(k.u);
-      print_value(k.v);
-      std::printf("%9d\n", k.blocks);
-    }
-    std::printf("%10s%8.2f%8.2f%8.2f\n", "all", curve.y, curve.u, curve.v);
-    std::printf("correlation of horizontal neighbours: luma %.2f, chroma %.2f\n",
-                curve.correlation_y, curve.correlation_uv);
-    std::printf("like gain %.3g of the sensor model; tuning entry: gain %g of %s\n", gain, entry,
-                o.tuning_file.empty() ? "the default set" : o.tuning_file.c_str());
-  }
-  if (!o.json_file.empty()) write_file(o.json_file, to_json(curve, gain, entry));
+  if (o.json_file != "-")
+    print_curve(curve, chosen, o.tuning_file.empty() ? "the default set" : o.tuning_file);
+  if (!o.json_file.empty()) write_file(o.json_file, to_json(curve, chosen));
   return kExitOk;
 }
 
