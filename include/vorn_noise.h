@@ -99,6 +99,25 @@ typedef struct vorn_noise_sensor {
 VORN_API int32_t vorn_tuning_gain_for(const vorn_noise* noise, const vorn_noise_sensor* sensor,
                                       double* luma_gain, double* chroma_gain);
 
+/* Gain and tuning of a stream of frames, measured on the way. Begin with all zeros. */
+typedef struct vorn_noise_follower {
+  double luma_gain, chroma_gain;   /* now, smoothed; 0 before the first frame */
+  double luma_entry, chroma_entry; /* gains of the set's entries in use; 0: that plane stays as it is */
+  int32_t frames;                  /* so far */
+  int32_t measured;                /* 1: the last frame was measured, noise is its */
+  int32_t changed;                 /* 1: the last frame changed an entry */
+  int32_t leapt;                   /* own use */
+  vorn_noise noise;                /* last measurement */
+} vorn_noise_follower;
+
+/* Takes the next frame of a stream (or the only one) and fills the tuning to filter it with: the
+ * entries of the set for the gains so far, with enable 0 where there is no noise to take. The first
+ * four frames and then every 30th are measured; gains follow over seconds, at once at a cut, and an
+ * entry changes only when the gain is well past the middle between two. Returns a code. */
+VORN_API int32_t vorn_tuning_follow(vorn_noise_follower* follower, const vorn_tuning_set* set,
+                                    const vorn_noise_sensor* sensor, const vorn_noise_frame* frame,
+                                    ycnr_ynr_tuning_param* luma, ycnr_cnr_tuning_param* chroma);
+
 #ifdef __cplusplus
 } /* extern "C" */
 #endif

@@ -5,38 +5,40 @@
 #include "tools/error.h"
 
 namespace vorn::tool {
-namespace {
 
-vorn_noise_frame view_of(const frame& f) {
+vorn_noise_frame noise_view(const frame& f) {
   const int32_t stride = f.padded_width;
   vorn_noise_frame view{f.luma(), f.chroma(), f.chroma() + 1, f.width, f.height, stride, stride, 2};
   if (f.gray) view.u = view.v = nullptr;
   return view;
 }
 
-}  // namespace
+noise_curve curve_of(const vorn_noise& measured) {
+  noise_curve curve;
+  curve.all = measured;
+  for (int i = 0; i < measured.classes; ++i) {
+    const vorn_noise_class& c = measured.class_at[i];
+    curve.classes.push_back({c.brightness, c.luma, c.u, c.v, c.blocks});
+  }
+  curve.y = measured.luma;
+  curve.u = measured.u;
+  curve.v = measured.v;
+  curve.correlation_y = measured.luma_correlation;
+  curve.correlation_uv = measured.chroma_correlation;
+  return curve;
+}
 
 noise_curve measure_noise(const std::vector<frame>& frames, noise_scene scene) {
-  noise_curve curve;
-  if (frames.empty()) return curve;
+  if (frames.empty()) return {};
   std::vector<vorn_noise_frame> views;
-  for (const frame& f : frames) views.push_back(view_of(f));
+  for (const frame& f : frames) views.push_back(noise_view(f));
   const int32_t kind = scene == noise_scene::burst  ? VORN_NOISE_BURST
                        : scene == noise_scene::flat ? VORN_NOISE_FLAT
                                                     : VORN_NOISE_ANY;
-  const int32_t code = vorn_tuning_measure(views.data(), int32_t(views.size()), kind, &curve.all);
+  vorn_noise measured;
+  const int32_t code = vorn_tuning_measure(views.data(), int32_t(views.size()), kind, &measured);
   if (code != VORN_TUNING_OK) throw error("noise", vorn_tuning_result_text(code));
-  const vorn_noise& n = curve.all;
-  for (int i = 0; i < n.classes; ++i) {
-    const vorn_noise_class& c = n.class_at[i];
-    curve.classes.push_back({c.brightness, c.luma, c.u, c.v, c.blocks});
-  }
-  curve.y = n.luma;
-  curve.u = n.u;
-  curve.v = n.v;
-  curve.correlation_y = n.luma_correlation;
-  curve.correlation_uv = n.chroma_correlation;
-  return curve;
+  return curve_of(measured);
 }
 
 std::string doubt_of(const noise_curve& curve) {

@@ -27,6 +27,11 @@ struct noise_curve {
   vorn_noise all{};  // the same and more, as measured
 };
 
+// What a measurement of the library says, in these terms.
+noise_curve curve_of(const vorn_noise& measured);
+// The frame as the library takes it; valid while f is.
+vorn_noise_frame noise_view(const frame& f);
+
 enum class noise_scene { any, flat, burst };
 
 // Frames may differ in size, except for burst, which takes two or more of one size.

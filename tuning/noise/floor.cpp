@@ -20,6 +20,8 @@ constexpr int kReachBelow = kPerOctave * 9 / 2;
 constexpr int kSteps = 60;
 constexpr double kLowestShare = 0.01;
 constexpr double kLowestBlocks = 12;
+constexpr int kFarthestPeak = 8;  // bins above them
+constexpr double kMost = 0.5;
 // Of a share that is less nothing can be said; saves time.
 constexpr double kNothing = 1e-7;
 
@@ -66,27 +68,39 @@ double variance_at(double bin) {
   return std::exp2(kLowest + (bin + 0.5) / kPerOctave);
 }
 
+// Sum of products in four strands, which the compiler can keep in vectors.
+double product(const double* a, const factor_shares& b) {
+  static_assert(kReach % 4 == 0);
+  double strands[4] = {};
+  for (int i = 0; i < kReach; i += 4)
+    for (int k = 0; k < 4; ++k) strands[k] += a[i + k] * b[size_t(i + k)];
+  return (strands[0] + strands[1]) + (strands[2] + strands[3]);
+}
+
 distribution true_variances(const std::vector<float>& energies, const factor_shares& factor) {
-  distribution seen{}, now, expected, next;
-  for (const float e : energies) seen[size_t(bin_of(e))] += 1.0 / double(energies.size());
-  now.fill(1.0 / kBins);
-  const auto bin = [](int from, int shift) {
-    return size_t(std::clamp(from - kReachBelow + shift, 0, kBins - 1));
-  };
+  // What is seen has room for the factor on both sides: bin b stands at b + kReachBelow.
+  std::array<double, kBins + kReach> seen{}, expected;
+  for (const float e : energies)
+    seen[size_t(bin_of(e) + kReachBelow)] += 1.0 / double(energies.size());
+  int first = 0, last = kBins - 1;
+  while (seen[size_t(first + kReachBelow)] == 0) ++first;
+  while (seen[size_t(last + kReachBelow)] == 0) --last;
+  first = std::max(0, first - (kReach - kReachBelow));
+  last = std::min(kBins - 1, last + kReachBelow);
+  distribution now{};
+  for (int j = first; j <= last; ++j) now[size_t(j)] = 1.0 / (last - first + 1);
   for (int step = 0; step < kSteps; ++step) {
     expected.fill(1e-15);
-    for (int j = 0; j < kBins; ++j) {
-      if (now[size_t(j)] < kNothing) continue;
-      for (int i = 0; i < kReach; ++i) expected[bin(j, i)] += now[size_t(j)] * factor[size_t(i)];
+    for (int j = first; j <= last; ++j) {
+      const double own = now[size_t(j)];
+      if (own < kNothing) continue;
+      for (int i = 0; i < kReach; ++i) expected[size_t(j + i)] += own * factor[size_t(i)];
     }
-    for (int b = 0; b < kBins; ++b) expected[size_t(b)] = seen[size_t(b)] / expected[size_t(b)];
-    for (int j = 0; j < kBins; ++j) {
-      double ratio = 0;
-      if (now[size_t(j)] >= kNothing)
-        for (int i = 0; i < kReach; ++i) ratio += expected[bin(j, i)] * factor[size_t(i)];
-      next[size_t(j)] = now[size_t(j)] * ratio;
+    for (size_t b = 0; b < expected.size(); ++b) expected[b] = seen[b] / expected[b];
+    for (int j = first; j <= last; ++j) {
+      double& own = now[size_t(j)];
+      own = own < kNothing ? 0 : own * product(&expected[size_t(j)], factor);
     }
-    now = next;
   }
   return now;
 }
@@ -101,17 +115,23 @@ noise_floor first_peak(const distribution& shares, size_t blocks) {
       sum += shares[size_t(b)];
     return sum;
   };
-  // Uphill from there, at most two bins: farther up lies scene.
-  int peak = start;
-  for (int b = start + 1; b < std::min(kBins, start + 3); ++b)
-    if (around(b, 1) > around(peak, 1)) peak = b;
+  // Uphill from there, at most two bins: farther up lies scene. A peak that holds most of the
+  // picture is the noise itself; it may be farther up, as the deconvolution leaves it some width.
+  const auto highest = [&](int reach) {
+    int best = start;
+    for (int b = start + 1; b <= std::min(kBins - 1, start + reach); ++b)
+      if (around(b, 1) > around(best, 1)) best = b;
+    return best;
+  };
+  const int far = highest(kFarthestPeak);
+  const int peak = around(far, 3) > kMost ? far : highest(2);
   noise_floor floor;
   double sum = 0;
   for (int b = std::max(0, peak - 3); b <= std::min(kBins - 1, peak + 3); ++b) {
     floor.share += shares[size_t(b)];
     sum += shares[size_t(b)] * b;
   }
-  floor.variance = variance_at(sum / floor.share);
+  floor.variance = variance_at(floor.share > 0 ? sum / floor.share : peak);
   return floor;
 }
 

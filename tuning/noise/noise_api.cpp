@@ -1,6 +1,7 @@
 // The C calls of vorn_noise.h; no exception leaves from here.
 #include <new>
 
+#include "tuning/noise/follow.h"
 #include "tuning/noise/meter.h"
 #include "tuning/noise/sensor.h"
 #include "vorn_noise.h"
@@ -14,6 +15,10 @@ bool usable(const vorn_noise_frame& f) {
   if (f.u == nullptr) return true;
   return (f.chroma_step == 1 || f.chroma_step == 2) &&
          f.chroma_stride >= (int64_t(f.width) + 1) / 2 * f.chroma_step;
+}
+
+bool is_sensor(const vorn_noise_sensor* sensor) {
+  return sensor == nullptr || (sensor->full_well > 0 && sensor->read_noise >= 0);
 }
 
 }  // namespace
@@ -42,11 +47,41 @@ int32_t vorn_tuning_gain_for(const vorn_noise* noise, const vorn_noise_sensor* s
   if (noise == nullptr || luma_gain == nullptr || chroma_gain == nullptr)
     return VORN_TUNING_ARGUMENT;
   const vorn_noise_sensor own = sensor != nullptr ? *sensor : vorn::noise::kDefaultSensor;
-  if (!(own.full_well > 0) || !(own.read_noise >= 0) || noise->classes < 0 ||
-      noise->classes > VORN_NOISE_CLASSES)
+  if (!is_sensor(sensor) || noise->classes < 0 || noise->classes > VORN_NOISE_CLASSES)
     return VORN_TUNING_ARGUMENT;
   *luma_gain = *chroma_gain = 0;
   if (noise->found == 0) return VORN_TUNING_INVALID;
   vorn::noise::gains_for(*noise, own, luma_gain, chroma_gain);
+  return VORN_TUNING_OK;
+}
+
+int32_t vorn_tuning_follow(vorn_noise_follower* follower, const vorn_tuning_set* set,
+                           const vorn_noise_sensor* sensor, const vorn_noise_frame* frame,
+                           ycnr_ynr_tuning_param* luma, ycnr_cnr_tuning_param* chroma) {
+  using namespace vorn::noise;
+  if (follower == nullptr || set == nullptr || frame == nullptr || luma == nullptr ||
+      chroma == nullptr || vorn_tuning_count(set) < 1 || !usable(*frame) || !is_sensor(sensor))
+    return VORN_TUNING_ARGUMENT;
+  follower->measured = follower->changed = 0;
+  if (is_due(*follower)) {
+    const int32_t code = vorn_tuning_measure(frame, 1, VORN_NOISE_ANY, &follower->noise);
+    if (code != VORN_TUNING_OK) return code;
+    take(follower, sensor);
+    follower->measured = 1;
+    const double y = entry_for(set, follower->luma_gain, follower->luma_entry);
+    const double uv = entry_for(set, follower->chroma_gain, follower->chroma_entry);
+    follower->changed =
+        follower->frames == 0 || y != follower->luma_entry || uv != follower->chroma_entry;
+    follower->luma_entry = y;
+    follower->chroma_entry = uv;
+  }
+  if (follower->frames < INT32_MAX) ++follower->frames;
+  const auto index_of = [&](double entry) {
+    return vorn_tuning_nearest(set, entry > 0 ? entry : vorn_tuning_gain(set, 0));
+  };
+  vorn_tuning_get(set, index_of(follower->luma_entry), luma, nullptr);
+  vorn_tuning_get(set, index_of(follower->chroma_entry), nullptr, chroma);
+  if (!(follower->luma_entry > 0)) luma->enable = 0;
+  if (!(follower->chroma_entry > 0)) chroma->enable = 0;
   return VORN_TUNING_OK;
 }
