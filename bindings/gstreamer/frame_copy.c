@@ -34,47 +34,52 @@ static guint8* row_of(const GstVideoFrame* frame, gint plane, gint row) {
 void frame_pack(const GstVideoFrame* frame, guint8* packed) {
   const gint width = GST_VIDEO_FRAME_WIDTH(frame);
   const gint height = GST_VIDEO_FRAME_HEIGHT(frame);
-  const gint packed_width = padded_size(width);
-  const gint packed_height = padded_size(height);
+  const gint pairs = (width + 1) / 2;
+  const gint chroma_rows = (height + 1) / 2;
+  const gint packed_width = padded_width(width);
+  const gint packed_height = padded_height(height);
 
   for (gint y = 0; y < packed_height; ++y, packed += packed_width) {
     const guint8* row = row_of(frame, 0, MIN(y, height - 1));
     memcpy(packed, row, width);
-    if (packed_width > width) packed[width] = row[width - 1];
+    memset(packed + width, row[width - 1], packed_width - width);
   }
   for (gint y = 0; y < packed_height / 2; ++y, packed += packed_width) {
+    const gint from = MIN(y, chroma_rows - 1);
     switch (GST_VIDEO_FRAME_FORMAT(frame)) {
       case GST_VIDEO_FORMAT_I420:
-        interleave(row_of(frame, 1, y), row_of(frame, 2, y), packed, packed_width / 2);
+        interleave(row_of(frame, 1, from), row_of(frame, 2, from), packed, pairs);
         break;
       case GST_VIDEO_FORMAT_NV21:
-        swap_pairs(row_of(frame, 1, y), packed, packed_width / 2);
+        swap_pairs(row_of(frame, 1, from), packed, pairs);
         break;
       default:
-        memcpy(packed, row_of(frame, 1, y), packed_width);
+        memcpy(packed, row_of(frame, 1, from), 2 * pairs);
     }
+    for (gint x = 2 * pairs; x < packed_width; ++x) packed[x] = packed[x - 2];
   }
 }
 
 void frame_unpack(const guint8* packed, GstVideoFrame* frame) {
   const gint width = GST_VIDEO_FRAME_WIDTH(frame);
   const gint height = GST_VIDEO_FRAME_HEIGHT(frame);
-  const gint packed_width = padded_size(width);
-  const gint packed_height = padded_size(height);
+  const gint pairs = (width + 1) / 2;
+  const gint packed_width = padded_width(width);
+  const gint packed_height = padded_height(height);
 
   for (gint y = 0; y < height; ++y)
     memcpy(row_of(frame, 0, y), packed + (gssize)y * packed_width, width);
   packed += (gssize)packed_height * packed_width;
-  for (gint y = 0; y < packed_height / 2; ++y, packed += packed_width) {
+  for (gint y = 0; y < (height + 1) / 2; ++y, packed += packed_width) {
     switch (GST_VIDEO_FRAME_FORMAT(frame)) {
       case GST_VIDEO_FORMAT_I420:
-        deinterleave(packed, row_of(frame, 1, y), row_of(frame, 2, y), packed_width / 2);
+        deinterleave(packed, row_of(frame, 1, y), row_of(frame, 2, y), pairs);
         break;
       case GST_VIDEO_FORMAT_NV21:
-        swap_pairs(packed, row_of(frame, 1, y), packed_width / 2);
+        swap_pairs(packed, row_of(frame, 1, y), pairs);
         break;
       default:
-        memcpy(row_of(frame, 1, y), packed, packed_width);
+        memcpy(row_of(frame, 1, y), packed, 2 * pairs);
     }
   }
 }
@@ -82,8 +87,8 @@ void frame_unpack(const guint8* packed, GstVideoFrame* frame) {
 guint8* frame_as_packed(const GstVideoFrame* frame) {
   const gint width = GST_VIDEO_FRAME_WIDTH(frame);
   const gint height = GST_VIDEO_FRAME_HEIGHT(frame);
-  if (GST_VIDEO_FRAME_FORMAT(frame) != GST_VIDEO_FORMAT_NV12 || width % 2 || height % 2 ||
-      GST_VIDEO_FRAME_PLANE_STRIDE(frame, 0) != width ||
+  if (GST_VIDEO_FRAME_FORMAT(frame) != GST_VIDEO_FORMAT_NV12 || padded_width(width) != width ||
+      padded_height(height) != height || GST_VIDEO_FRAME_PLANE_STRIDE(frame, 0) != width ||
       GST_VIDEO_FRAME_PLANE_STRIDE(frame, 1) != width ||
       row_of(frame, 0, height) != row_of(frame, 1, 0))
     return NULL;

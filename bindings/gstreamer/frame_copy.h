@@ -9,13 +9,19 @@
 
 #include <gst/video/video.h>
 
-/* Even size of the buffer for frames of this size. */
-static inline gint padded_size(gint size) {
-  return (size + 1) & ~1;
+/* Size of the buffer for frames of this size. Levels of the luma pyramid whose width is odd or
+ * below 8 lose their last columns, which shows at the frame's right edge: a width that is a
+ * multiple of 16 has none such on any of five levels. Chroma's two levels ask the same of heights
+ * and 4. */
+static inline gint padded_width(gint width) {
+  return width <= 128 ? 128 : (width + 15) & ~15;
+}
+static inline gint padded_height(gint height) {
+  return (height + 3) & ~3;
 }
 
-/* Copies an NV12, NV21 or I420 frame of any stride into packed, which is padded_size() of the frame
- * on either axis; an odd last column or row of luma is repeated once to fill it. */
+/* Copies an NV12, NV21 or I420 frame of any stride into packed, which has the padded size; the last
+ * column and row are repeated to fill it. */
 void frame_pack(const GstVideoFrame* frame, guint8* packed);
 
 /* The way back; the padding is left out. */

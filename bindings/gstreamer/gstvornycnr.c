@@ -204,8 +204,8 @@ static gboolean gst_vorn_ycnr_set_info(GstVideoFilter* filter, GstCaps* in_caps,
   (void)in_caps;
   (void)out_caps;
   (void)out_info;
-  ycnr_init_param size = {padded_size(GST_VIDEO_INFO_WIDTH(in_info)),
-                          padded_size(GST_VIDEO_INFO_HEIGHT(in_info))};
+  ycnr_init_param size = {padded_width(GST_VIDEO_INFO_WIDTH(in_info)),
+                          padded_height(GST_VIDEO_INFO_HEIGHT(in_info))};
   if (self->handle && self->width == size.width && self->height == size.height) return TRUE;
 
   release_denoiser(self);

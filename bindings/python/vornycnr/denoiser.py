@@ -18,9 +18,10 @@ Bytes = NDArray[np.uint8]
 
 # The filters work on up to five levels, each half of the one before: smaller frames are padded.
 _LEAST_SIDE = 16
-# A level whose width is odd or below 8 loses its last columns, which shows at the frame's right edge.
-# Frames keep the size that a device gives them; pictures are padded to where no level is such.
-_PICTURE_STEP, _PICTURE_WIDTH = 16, 128
+# A luma level whose width is odd or below 8 loses its last columns, and a chroma level of odd height its
+# last rows, which shows at the frame's edges. Frames keep the size that a device gives them; pictures
+# are padded to where no level is such.
+_PICTURE_COLUMNS, _PICTURE_ROWS, _PICTURE_WIDTH = 16, 4, 128
 
 
 class DenoiseError(RuntimeError):
@@ -284,11 +285,14 @@ def denoise_rgb(
 
 
 def _denoise_picture(y: Bytes, uv: Bytes, tuning: Tuning, luma: bool, chroma: bool):
-    """denoise_planes with a width that is good on every level."""
+    """denoise_planes with a size that is good on every level."""
     height, width = y.shape
-    columns = max(-width % _PICTURE_STEP, _PICTURE_WIDTH - width)
-    if columns > 0:
-        y = np.pad(y, ((0, 0), (0, columns)), "edge")
-        uv = np.pad(uv, ((0, 0), (0, (width + columns) // 2 - uv.shape[1]), (0, 0)), "edge")
+    columns = max(-width % _PICTURE_COLUMNS, _PICTURE_WIDTH - width)
+    rows = max(-height % _PICTURE_ROWS, _LEAST_SIDE - height)
+    half = uv.shape
+    if columns or rows:
+        y = np.pad(y, ((0, rows), (0, columns)), "edge")
+        more = y.shape[0] // 2 - half[0], y.shape[1] // 2 - half[1]
+        uv = np.pad(uv, ((0, more[0]), (0, more[1]), (0, 0)), "edge")
     new_y, new_uv = denoise_planes(y, uv, tuning, luma=luma, chroma=chroma)
-    return new_y[:, :width], new_uv[:, : (width + 1) // 2]
+    return new_y[:height, :width], new_uv[: half[0], : half[1]]

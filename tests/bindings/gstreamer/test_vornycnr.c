@@ -99,16 +99,18 @@ static void picture_free(Picture* p) {
 
 /* What the library makes of it, straight through its four calls. */
 static Picture* denoised(const Picture* in, gint entry, gboolean luma_on, gboolean chroma_on) {
-  const gint w = (in->width + 1) & ~1, h = (in->height + 1) & ~1;
+  /* The element's padding: to sizes that no level halves to an odd one. */
+  const gint w = MAX(128, (in->width + 15) / 16 * 16), h = (in->height + 3) & ~3;
   guint8* src = g_malloc(w * h * 3 / 2);
   guint8* dst = g_malloc(w * h * 3 / 2);
   for (gint y = 0; y < h; ++y)
     for (gint x = 0; x < w; ++x)
       src[y * w + x] = in->y[MIN(y, in->height - 1) * in->width + MIN(x, in->width - 1)];
-  for (gint i = 0; i < w * h / 4; ++i) {
-    src[w * h + 2 * i] = in->u[i];
-    src[w * h + 2 * i + 1] = in->v[i];
-  }
+  for (gint y = 0; y < h / 2; ++y)
+    for (gint x = 0; x < w / 2; ++x) {
+      src[w * h + y * w + 2 * x] = in->u[MIN(y, in->ch - 1) * in->cw + MIN(x, in->cw - 1)];
+      src[w * h + y * w + 2 * x + 1] = in->v[MIN(y, in->ch - 1) * in->cw + MIN(x, in->cw - 1)];
+    }
   ycnr_init_param size = {w, h};
   denoise_handle_t* handle = vorn_ycnr_init(&size);
   ycnr_ynr_tuning_param luma = kLuma[entry];
@@ -123,10 +125,11 @@ static Picture* denoised(const Picture* in, gint entry, gboolean luma_on, gboole
 
   Picture* out = picture_new(in->width, in->height, 0);
   for (gint y = 0; y < in->height; ++y) memcpy(out->y + y * in->width, dst + y * w, in->width);
-  for (gint i = 0; i < w * h / 4; ++i) {
-    out->u[i] = dst[w * h + 2 * i];
-    out->v[i] = dst[w * h + 2 * i + 1];
-  }
+  for (gint y = 0; y < out->ch; ++y)
+    for (gint x = 0; x < out->cw; ++x) {
+      out->u[y * out->cw + x] = dst[w * h + y * w + 2 * x];
+      out->v[y * out->cw + x] = dst[w * h + y * w + 2 * x + 1];
+    }
   g_free(src);
   g_free(dst);
   return out;
@@ -404,6 +407,26 @@ GST_START_TEST(test_out_of_pass_through) {
 }
 GST_END_TEST;
 
+/* A flat picture has nothing to filter, up to its last column, whatever the width. */
+GST_START_TEST(test_edges_of_any_width) {
+  const gint sizes[][2] = {{854, 48}, {1366, 32}, {130, 98}, {60, 40}, {17, 16}};
+  for (guint s = 0; s < G_N_ELEMENTS(sizes); ++s) {
+    GstHarness* h = gst_harness_new("vornycnr");
+    g_object_set(h->element, "gain", 64.0, NULL);
+    gst_harness_set_src_caps(h, caps_for(GST_VIDEO_FORMAT_I420, sizes[s][0], sizes[s][1]));
+    Picture* in = picture_new(sizes[s][0], sizes[s][1], 8);
+    memset(in->y, 50, in->width * in->height);
+    memset(in->u, 90, in->cw * in->ch);
+    memset(in->v, 160, in->cw * in->ch);
+    GstBuffer* out = gst_harness_push_and_pull(h, to_buffer(in, GST_VIDEO_FORMAT_I420, 0));
+    assert_shows(out, in, GST_VIDEO_FORMAT_I420);
+    gst_buffer_unref(out);
+    picture_free(in);
+    gst_harness_teardown(h);
+  }
+}
+GST_END_TEST;
+
 static guint64 skipped(GstElement* element) {
   guint64 count;
   GstStructure* s = NULL;
@@ -536,6 +559,7 @@ static Suite* vornycnr_suite(void) {
   tcase_add_test(tests, test_bad_tuning_files);
   tcase_add_test(tests, test_default_set);
   tcase_add_test(tests, test_out_of_pass_through);
+  tcase_add_test(tests, test_edges_of_any_width);
   tcase_add_test(tests, test_late_frames);
   tcase_add_test(tests, test_latency);
   tcase_add_test(tests, test_refused_formats_in_plain_words);
