@@ -32,6 +32,8 @@ struct chroma_frame {
   void halve(const char* name);
   void filter(const chroma_level& level, _tag_uni_image* out_u, _tag_uni_image* out_v,
               const char* across, const char* along, int number);
+  bool coarse_level_changes() const;
+  void skip_coarse_level();
   void add_coarse_change();
   void merge();
 
@@ -69,6 +71,24 @@ void chroma_frame::filter(const chroma_level& level, _tag_uni_image* out_u, _tag
   });
 }
 
+// Without taps the coarse passes copy: a quotient is the sample plus less than one of dither. Their
+// change is then 128 everywhere and adds nothing. Only for sizes at which the enlarging takes no
+// sample from beyond the coarse planes.
+bool chroma_frame::coarse_level_changes() const {
+  const bool taps = param->smooth_radius >= 1 && param->smooth_step >= 1;
+  return taps || fine.u->width % 2 != 0 || fine.u->height % 2 != 0;
+}
+
+// Its lines stand in the log all the same, with the time that nothing takes.
+void chroma_frame::skip_coarse_level() {
+  const auto nothing = [] { return 0; };
+  stages.run("pyramid_down_yuv %d", 0, nothing);
+  stages.run("reduce_color_noise_hor %d", 1, nothing);
+  stages.run("reduce_color_noise_ver %d", 1, nothing);
+  stages.run("ImgSubImg_add128_u8 %d", 1, nothing);
+  stages.run("gaussin3x3_up2_merge UV %d", 1, nothing);
+}
+
 // Level 0 plus what the filters changed on level 1.
 void chroma_frame::add_coarse_change() {
   stages.run("ImgSubImg_add128_u8 %d", 1, [this] {
@@ -104,10 +124,14 @@ void chroma_frame::merge() {
 // Scale 2.
 void chroma_frame::filter_both_levels() {
   constexpr char kAcross[] = "reduce_color_noise_hor %d", kAlong[] = "reduce_color_noise_ver %d";
-  halve("pyramid_down_yuv %d");
-  param->level_mode = -1;
-  filter(coarse, coarse.change_u, coarse.change_v, kAcross, kAlong, 1);
-  add_coarse_change();
+  if (coarse_level_changes()) {
+    halve("pyramid_down_yuv %d");
+    param->level_mode = -1;
+    filter(coarse, coarse.change_u, coarse.change_v, kAcross, kAlong, 1);
+    add_coarse_change();
+  } else {
+    skip_coarse_level();
+  }
   if (stages.result() != 0) return;
   // Level 0 always runs with this small window; the caller's record keeps it.
   param->level_mode = 0;

@@ -5,6 +5,7 @@
 #include "base/log.h"
 #include "cnr/exported/masked_driver.h"
 #include "tests/cnr/level.h"
+#include "tests/model/model.h"
 
 namespace {
 
@@ -89,6 +90,31 @@ TEST(CnrDriver, RadiusIsRoundedDownToTheStep) {
 }
 
 // The second plane pointer does not matter; mode 2 leaves its fine window in the caller's record.
+TEST(CnrDriver, ACoarseLevelWithoutTapsIsSkipped) {
+  quiet silence;
+  for (const auto& size : {std::pair{64, 48}, {96, 80}, {66, 48}, {64, 50}, {70, 46}}) {
+    frame f(size.first, size.second);
+    for (const int radius : {0, 1, -4}) {
+      f.fill(static_cast<uint32_t>(9 + radius));
+      _tag_cnr_param_output t = tuning(2, radius ? 0 : 6);
+      t.smooth_radius = radius;
+      ASSERT_EQ(f.run(t), 0);
+      ycnr_cnr_tuning_param same{};
+      same.enable = 1;
+      same.range_factor = t.range_factor;
+      same.smooth_radius = t.smooth_radius;
+      same.step = t.step / 2;
+      same.scale = t.scale;
+      same.saturation = t.saturation;
+      same.color_edge_u = t.color_edge_u;
+      same.color_edge_v = t.color_edge_v;
+      bytes wanted = f.dst_bytes;
+      ASSERT_EQ(model::chroma(f.width, f.height, f.src_bytes.data(), wanted.data(), same), 0);
+      EXPECT_EQ(f.dst_bytes, wanted) << f.width << "x" << f.height << ", radius " << radius;
+    }
+  }
+}
+
 TEST(CnrDriver, RecordsAsTheCallerSeesThem) {
   quiet silence;
   frame f(48, 40);
