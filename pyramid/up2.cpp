@@ -75,10 +75,14 @@ int gaussin3x3_up2(_tag_uni_image* small, _tag_uni_image* out) {
   return 0;
 }
 
-int vorn::up2_merge(const _tag_uni_image& small, const _tag_uni_image& fine,
-                    const _tag_uni_image& detail, const _tag_uni_image& result) {
+namespace {
+
+// Row pairs row_begin, row_begin + 2, ... < row_end of up2_merge and, with `closes`, what follows
+// on the pairs: the last two rows.
+void up2_merge_rows(const _tag_uni_image& small, const _tag_uni_image& fine,
+                    const _tag_uni_image& detail, const _tag_uni_image& result, int row_begin,
+                    int row_end, bool closes) {
   const int width = fine.width, height = fine.height;
-  if (height < 2) return -1;
   // All planes share the fine stride.
   const auto row = [stride = fine.stride[0]](const _tag_uni_image& image, int y) {
     return image.plane[0] + static_cast<ptrdiff_t>(y) * stride;
@@ -86,7 +90,7 @@ int vorn::up2_merge(const _tag_uni_image& small, const _tag_uni_image& fine,
   const vorn::pyramid_kernels& kernels = vorn::active_pyramid_kernels();
   const int stepped = width > 0 ? (width - 1) & ~15 : 0;  // columns done sixteen at a time
 
-  for (int y = 0; y < height - 2; y += 2) {
+  for (int y = row_begin; y < row_end; y += 2) {
     const uint8_t *a = row_of(small, y / 2), *b = a + small.stride[0];
     kernels.up_merge(a, b, row(detail, y), row(detail, y + 1), row(result, y), row(result, y + 1),
                      stepped);
@@ -103,7 +107,7 @@ int vorn::up2_merge(const _tag_uni_image& small, const _tag_uni_image& fine,
       }
     }
   }
-  if (width < 2) return 0;
+  if (!closes || width < 2) return;
 
   // The last two rows both take the enlarged row H-2. For an odd H the loop has merged that row
   // already; in place it is merged again here: kept on purpose
@@ -123,24 +127,40 @@ int vorn::up2_merge(const _tag_uni_image& small, const _tag_uni_image& fine,
     kernels.add(enlarged, bias, merged, width - 1);
     merged[width - 1] = corner;
   }
-  return 0;
 }
 
-int gaussin3x3_up2_merge1(_tag_uni_image* small, _tag_uni_image* up, _tag_uni_image* detail) {
-  return vorn::up2_merge(*small, *up, *detail, *detail);
-}
+// Half of the row pairs of one plane; the lower half closes it.
+struct up2_merge_half {
+  const _tag_uni_image *small, *up, *detail;
+  bool lower;
+  struct pool* pool;
+};
 
-void* gaussin3x3_up2_merge1_process(void* argument) {
-  const auto* job = static_cast<const up2_merge1_job*>(argument);
-  gaussin3x3_up2_merge1(job->small, job->up, job->detail);
+void* up2_merge_half_process(void* argument) {
+  const auto* job = static_cast<const up2_merge_half*>(argument);
+  const int pairs_end = job->up->height - 2, middle = pairs_end / 4 * 2;
+  up2_merge_rows(*job->small, *job->up, *job->detail, *job->detail, job->lower ? middle : 0,
+                 job->lower ? pairs_end : middle, job->lower);
   one_thread_done(job->pool);
   return nullptr;
+}
+
+}  // namespace
+
+int vorn::up2_merge(const _tag_uni_image& small, const _tag_uni_image& fine,
+                    const _tag_uni_image& detail, const _tag_uni_image& result) {
+  if (fine.height < 2) return -1;
+  up2_merge_rows(small, fine, detail, result, 0, fine.height - 2, true);
+  return 0;
 }
 
 int vorn::up2_merge_stage(pool* workers, _tag_uni_image& small_u, _tag_uni_image& up_u,
                           _tag_uni_image& detail_u, _tag_uni_image& small_v, _tag_uni_image& up_v,
                           _tag_uni_image& detail_v) {
-  up2_merge1_job jobs[] = {{&small_u, &up_u, &detail_u, workers},
-                           {&small_v, &up_v, &detail_v, workers}};
-  return run_jobs(workers, gaussin3x3_up2_merge1_process, jobs);
+  if (up_u.height < 2) return 0;  // nothing to enlarge to
+  up2_merge_half jobs[] = {{&small_u, &up_u, &detail_u, false, workers},
+                           {&small_v, &up_v, &detail_v, false, workers},
+                           {&small_u, &up_u, &detail_u, true, workers},
+                           {&small_v, &up_v, &detail_v, true, workers}};
+  return run_jobs(workers, up2_merge_half_process, jobs);
 }

@@ -18,7 +18,7 @@
 //          - gaussin3x3_up2 closes the bottom by copying whole strides, padding included.
 // Rounds:  avg is half-up at each of its three steps; exact in every form.
 // Errors:  -1 when a merge is asked of a plane lower than two rows, or a job could not be queued.
-// Threads: the stage runs one job per chroma plane, the others the caller's thread.
+// Threads: the stage runs two jobs per chroma plane, the others the caller's thread.
 #pragma once
 
 #include <cstdint>
@@ -27,27 +27,12 @@
 
 struct pool;
 
-// One plane of the stage.
-struct up2_merge1_job {
-  _tag_uni_image* small;
-  _tag_uni_image* up;      // scratch: enlarged samples where no vector step runs
-  _tag_uni_image* detail;  // detail in, merged plane out
-  struct pool* pool;
-};
-
 // out = enlarged small. Rows from 2*sh-1 on repeat row 2*sh-2, sh being small's height. Returns 0.
 VORN_API int gaussin3x3_up2(_tag_uni_image* small, _tag_uni_image* out);
 
-// detail = merge(enlarged small, detail), in place; up is scratch of the same geometry.
-VORN_API int gaussin3x3_up2_merge1(_tag_uni_image* small, _tag_uni_image* up,
-                                   _tag_uni_image* detail);
-
-// The body of one of the stage's jobs (an up2_merge1_job).
-VORN_API void* gaussin3x3_up2_merge1_process(void* job);
-
 namespace vorn {
 
-// The stage: both planes merged in place, one job each on the pool.
+// The stage: both planes merged in place, detail = merge(enlarged small, detail), by two jobs each.
 int up2_merge_stage(pool* workers, _tag_uni_image& small_u, _tag_uni_image& up_u,
                     _tag_uni_image& detail_u, _tag_uni_image& small_v, _tag_uni_image& up_v,
                     _tag_uni_image& detail_v);

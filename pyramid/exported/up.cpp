@@ -18,6 +18,17 @@ int gaussin3x3_up2_merge(_tag_uni_image* small, _tag_uni_image* detail, _tag_uni
   return vorn::up2_merge(*small, *out, *detail, *out);
 }
 
+int gaussin3x3_up2_merge1(_tag_uni_image* small, _tag_uni_image* up, _tag_uni_image* detail) {
+  return vorn::up2_merge(*small, *up, *detail, *detail);
+}
+
+void* gaussin3x3_up2_merge1_process(void* argument) {
+  const auto* job = static_cast<const up2_merge1_job*>(argument);
+  gaussin3x3_up2_merge1(job->small, job->up, job->detail);
+  one_thread_done(job->pool);
+  return nullptr;
+}
+
 int gaussin3x3_up_pro(_tag_uni_image* small_u, _tag_uni_image* out_u, _tag_uni_image* small_v,
                       _tag_uni_image* out_v, int row_begin, int row_end) {
   for (const enlargement& p :

@@ -10,6 +10,20 @@ struct pool;
 VORN_API int gaussin3x3_up2_merge(_tag_uni_image* small, _tag_uni_image* detail,
                                   _tag_uni_image* out);
 
+// detail = merge(enlarged small, detail), in place; up is scratch of the same geometry.
+VORN_API int gaussin3x3_up2_merge1(_tag_uni_image* small, _tag_uni_image* up,
+                                   _tag_uni_image* detail);
+
+struct up2_merge1_job {
+  _tag_uni_image* small;
+  _tag_uni_image* up;      // scratch: enlarged samples where no vector step runs
+  _tag_uni_image* detail;  // detail in, merged plane out
+  struct pool* pool;
+};
+
+// gaussin3x3_up2_merge1 of an up2_merge1_job.
+VORN_API void* gaussin3x3_up2_merge1_process(void* job);
+
 // One slice of gaussin3x3_up_thread.
 struct up_job {
   _tag_uni_image* out_u;
