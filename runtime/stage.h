@@ -39,18 +39,18 @@ int run_jobs(pool* workers, void* (*process)(void*), Job (&jobs)[N]) {
 
 // Rows 0..end of a stage, handed out in chunks to whichever worker asks next. Equal slices would
 // make a stage as slow as the slowest core; this way a slow or late worker holds it up by one
-// chunk. A worker begins in the quarter of the plane that belongs to its processor, so that a stage
+// chunk, and chunks shrink towards the end of a quarter, where nothing is left to make up for one.
+// A worker begins in the quarter of the plane that belongs to its processor, so that a stage
 // mostly reads what the same processor's caches got from the stage before, and goes on where rows
 // are left.
 class row_queue {
  public:
   // Chunks begin at multiples of `multiple`.
-  row_queue(int end, int multiple) {
+  row_queue(int end, int multiple) : multiple_(multiple) {
     const int step = end / kSlices / multiple * multiple;
-    constexpr int kChunks = 4;  // of a quarter
-    chunk_ = (step / kChunks / multiple + 1) * multiple;
     for (int i = 0; i < kSlices; ++i) {
-      quarters_[i].next.store(i * step, std::memory_order_relaxed);
+      quarters_[i].taken.store(0, std::memory_order_relaxed);
+      quarters_[i].begin = i * step;
       quarters_[i].end = i + 1 < kSlices ? (i + 1) * step : end;
     }
   }
@@ -60,24 +60,34 @@ class row_queue {
     const int first = home_slice();
     for (int i = 0; i < kSlices; ++i) {
       quarter& q = quarters_[(first + i) % kSlices];
-      if (q.next.load(std::memory_order_relaxed) >= q.end) continue;
-      // Order among other memory is the pool's matter: its locks are taken before and after.
-      const int begin = q.next.fetch_add(chunk_, std::memory_order_relaxed);
-      if (begin >= q.end) continue;
-      *row_begin = begin;
-      *row_end = q.end - begin < chunk_ ? q.end : begin + chunk_;
-      return true;
+      while (q.taken.load(std::memory_order_relaxed) < kChunks) {
+        // Order among other memory is the pool's matter: its locks are taken before and after.
+        const int chunk = q.taken.fetch_add(1, std::memory_order_relaxed);
+        if (chunk >= kChunks) break;
+        *row_begin = start_of(q, chunk);
+        *row_end = start_of(q, chunk + 1);
+        if (*row_begin < *row_end) return true;
+      }
     }
     return false;
   }
 
  private:
   struct quarter {
-    std::atomic<int> next;
-    int end;
+    std::atomic<int> taken;  // chunks
+    int begin, end;
   };
+  static constexpr int kChunks = 6;
+
+  int start_of(const quarter& q, int chunk) const {
+    if (chunk == kChunks) return q.end;
+    constexpr int kPercentBefore[kChunks] = {0, 40, 65, 80, 90, 96};
+    const int64_t rows = int64_t{q.end - q.begin} * kPercentBefore[chunk] / 100;
+    return q.begin + static_cast<int>(rows) / multiple_ * multiple_;
+  }
+
   quarter quarters_[kSlices];
-  int chunk_;
+  int multiple_;
 };
 
 // Calls work() in kSlices jobs, which draw from one row_queue of the caller. Returns as run_jobs
