@@ -56,7 +56,7 @@ for name, command in sorted(built.items()):
         faults.append(f"{name}: CMake compiles it with {march}, Android.bp with {wanted}")
     for flag in command:
         # __ANDROID__ is the device compiler's own.
-        if flag in ("-fPIC", "-DNDEBUG", "-D__ANDROID__") or not flag.startswith(("-f", "-D")):
+        if flag in ("-fPIC", "-DNDEBUG", "-D__ANDROID__") or not flag.startswith(("-f", "-D", "-mb")):
             continue
         if flag not in defaults["cflags"]:
             faults.append(f"{name}: {flag} is missing in Android.bp")
