@@ -45,6 +45,8 @@ for entry in json.loads(Path(sys.argv[2]).read_text()):
         built[str(Path(entry["file"]).relative_to(root))] = command.split()
 
 faults = []
+if library["export_include_dirs"] != ["include"]:
+    faults.append(f"other folders than the public headers' are exported: {library['export_include_dirs']}")
 for name in sorted((plain_files | dot_files) ^ built.keys()):
     faults.append(f"{name}: only in {'CMake' if name in built else 'Android.bp'}")
 for name in sorted(plain_files & dot_files):

@@ -83,3 +83,10 @@ case $(uname -m) in
     grep -q 'libsimde-dev' "$scratch/no-simde.log"
     ;;
 esac
+
+echo "== without the NDK"
+if env -u ANDROID_NDK_HOME cmake -S "$1" -B "$scratch/android" \
+  -DCMAKE_TOOLCHAIN_FILE="$1/cmake/android-ndk.cmake" >"$scratch/android.log" 2>&1; then
+  exit 1
+fi
+grep -q 'set ANDROID_NDK_HOME' "$scratch/android.log"
