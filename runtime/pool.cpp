@@ -146,10 +146,6 @@ bool vorn::forked_pool(const pool* workers) {
   return workers->generation != process_generation();
 }
 
-int vorn_threadpool_init(pool** out, int thread_num) {
-  return vorn::create_pool(out, thread_num, 0);
-}
-
 int vorn::create_pool(pool** out, int thread_num, int bind_core) {
   constexpr char kName[] = "vorn_threadpool_init";  // in its log lines
   *out = nullptr;

@@ -150,7 +150,7 @@ void luma_frame::denoise(int level) {
     return;
   }
   stages.run("layer %d FillExpandPixels", level, [=] {
-    fill_border(&ynr->work_whole[level], kBorder);
+    FillExpandPixels(&ynr->work_whole[level], kBorder);
     return 0;
   });
   stages.run("layer %d nlm_denoise_process", level, [=] {
@@ -201,7 +201,7 @@ void luma_frame::add_change(int level) {
 // go through memory of the handle; blocks that a mask leaves alone keep what dst holds.
 void luma_frame::denoise_finest() {
   stages.run("layer %d FillExpandPixels", 0, [this] {
-    fill_border(&ynr->out_whole[0], kBorder);
+    FillExpandPixels(&ynr->out_whole[0], kBorder);
     return 0;
   });
   stages.run("layer %d nlm_denoise_process", 0, [this] {

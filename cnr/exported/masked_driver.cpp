@@ -87,3 +87,7 @@ int uni_color_noise_reduce_mask_process(void* handle, _tag_uni_image* src, _tag_
             param.smooth_step, static_cast<double>(param.range_coef[0]));
   return color_noise_reduce_mask_process(handle, src, dst, mask, &param);
 }
+
+int color_noise_reduce_deinit(void**) {
+  return 0;
+}

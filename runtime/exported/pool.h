@@ -1,0 +1,10 @@
+// A pool whose workers are not bound to cores. See runtime/pool.h.
+#pragma once
+
+#include "vorn_ycnr.h"
+
+struct pool;
+
+// Creates a pool of thread_num (1..4) workers. Returns 0, also when only some of the threads could
+// be created; -1 with an ERROR line, everything released and *out null otherwise.
+VORN_API int vorn_threadpool_init(pool** out, int thread_num);
