@@ -37,11 +37,12 @@ chroma_pass describe_pass(const _tag_uni_image& guide, const _tag_uni_image& src
 template <typename Visit>
 void for_taps(const chroma_pass& pass, direction dir, int x, int y, const Visit& visit) {
   const bool along_row = dir == direction::horizontal;
-  const ptrdiff_t pitch = along_row ? 1 : pass.width;
+  const int64_t pitch = along_row ? 1 : pass.width;
   const tap_range taps =
       taps_at(along_row ? x : y, along_row ? pass.width : pass.height, pass.radius, pass.step);
-  for (int64_t t = taps.first; t <= taps.last; t += pass.step)
-    if (t != 0) visit(t * pitch);
+  const int64_t last = taps.last * pitch, step = pass.step * pitch;
+  for (int64_t t = taps.first * pitch; t <= last; t += step)
+    if (t != 0) visit(static_cast<ptrdiff_t>(t));
 }
 
 // The sums of pixel (x, y) by the rule, the centre entering with centre_weight.

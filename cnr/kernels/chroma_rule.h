@@ -8,7 +8,6 @@
 #include <cstdlib>
 
 #include "cnr/cnr_tables.h"
-#include "cnr/kernels/chroma_kernels.h"
 #include "runtime/arithmetic.h"
 
 namespace vorn {
@@ -115,10 +114,10 @@ inline weighted_sums<Sum> sum_taps(const chroma_place& place, Sum centre_weight,
   return sums;
 }
 
-// The same with the weights of a tuning.
-template <typename Sum, typename Taps>
+// The same with the range weights and colour edges of a tuning, a chroma_weights.
+template <typename Sum, typename Weights, typename Taps>
 inline weighted_sums<Sum> filter_sums(const chroma_place& place, Sum centre_weight,
-                                      const chroma_weights& weights, int radial, const Taps& taps) {
+                                      const Weights& weights, int radial, const Taps& taps) {
   const chroma_pixel centre = place.at(0);
   const int grey_sq = grey_distance_sq(centre.u, centre.v);
   const auto weight = [&](const chroma_pixel& tap) {
@@ -138,6 +137,13 @@ inline uint8_t dithered_quotient(Sum sum, Sum weight, Sum quarters) {
 }
 
 constexpr int kDitherCentreWeight = 256;
+
+// x moved away from 128 by gain / 16 of its distance, rounded half up. The product wraps as a
+// 32-bit one: gains beyond the tuning range are defined, if not useful.
+inline uint8_t with_gain(uint8_t x, int gain) {
+  const int y = x + (wrapping_sum(wrapping_product(x - 128, gain), 8) >> 4);
+  return static_cast<uint8_t>(y < 0 ? 0 : y > 255 ? 255 : y);
+}
 
 // The finer fixed point of the masked and merging passes: the centre weighs 32768, and a quotient
 // is a product with a tabulated 2^20 / n after both sums lose 11 bits.
