@@ -2,6 +2,7 @@
 // prints it after "vorn-ycnr: " and ends with exit code 2.
 #pragma once
 
+#include <new>
 #include <stdexcept>
 #include <string>
 
@@ -13,13 +14,34 @@ struct error : std::runtime_error {
       : std::runtime_error(where.empty() ? cause : where + ": " + cause) {}
 };
 
+// No thread is to be had for a denoiser's workers; another one, elsewhere, may go on.
+struct no_threads : error {
+  using error::error;
+};
+
 // Puts a file's name in front of an error that work ends in.
 template <typename Work>
 void naming(const std::string& where, const Work& work) {
   try {
     work();
+  } catch (const no_threads&) {
+    throw;
   } catch (const error& fault) {
     throw error(where, fault.what());
+  } catch (const std::bad_alloc&) {
+    throw error(where, "out of memory");
+  }
+}
+
+// Says which file memory ran out for; other errors name it already.
+template <typename Work>
+auto naming_memory(const std::string& where, const Work& work) {
+  try {
+    return work();
+  } catch (const std::bad_alloc&) {
+    throw error(where, "out of memory");
+  } catch (const std::length_error&) {
+    throw error(where, "out of memory");
   }
 }
 

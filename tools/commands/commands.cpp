@@ -17,6 +17,7 @@ void add_all_commands(CLI::App& program, job& chosen) {
   add_workbench(program, chosen);
   add_compare(program, chosen);
   add_bench(program, chosen);
+  add_mean(program, chosen);
   add_info(program, chosen);
   add_replay(program, chosen);
   add_tuning(program, chosen);

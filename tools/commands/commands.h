@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <functional>
 
+#include "tools/commands/option_kinds.h"
 #include "tools/picture/picture_io.h"
 #include "tools/tuning/tuning_set.h"
 
@@ -23,6 +24,7 @@ void add_tune(CLI::App& program, job& chosen);
 void add_report(CLI::App& program, job& chosen);
 void add_compare(CLI::App& program, job& chosen);
 void add_bench(CLI::App& program, job& chosen);
+void add_mean(CLI::App& program, job& chosen);
 void add_info(CLI::App& program, job& chosen);
 void add_replay(CLI::App& program, job& chosen);
 void add_tuning(CLI::App& program, job& chosen);
@@ -45,6 +47,17 @@ struct tuning_options {
   // The set that the options name, its entry for the gain, and that entry with the overrides.
   tuning_set load_set() const;
   tuning resolve() const;
+};
+
+// The tuning of every frame of a stream, from the options alone. Frames come in their order, on one
+// thread.
+class frame_tuning {
+ public:
+  explicit frame_tuning(const tuning_options& options) : chosen_(options.resolve()) {}
+  const tuning& of(const frame&) { return chosen_; }
+
+ private:
+  tuning chosen_;
 };
 constexpr double kDefaultGain = 8;
 void add_tuning_options(CLI::App& command, tuning_options& options);

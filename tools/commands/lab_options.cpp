@@ -1,29 +1,33 @@
 #include "tools/commands/lab_options.h"
 
+#include "tools/commands/option_kinds.h"
+
 namespace vorn::tool {
 
 void add_model_options(CLI::App& command, noise_model& model, std::vector<double>* blurs) {
   const char* const group = "Noise model";
-  command.add_option("--full-well", model.full_well, "Electrons at white at gain 1")
-      ->check(CLI::Range(10.0, 1e6))
-      ->capture_default_str()
+  with_default(
+      add_real(command, "--full-well", model.full_well, 10, 1e6, "Electrons at white at gain 1"),
+      model.full_well)
       ->group(group);
-  command.add_option("--read-noise", model.read_noise, "Read noise in electrons")
-      ->check(CLI::Range(0.0, 1e3))
-      ->capture_default_str()
+  with_default(
+      add_real(command, "--read-noise", model.read_noise, 0, 1e3, "Read noise in electrons"),
+      model.read_noise)
       ->group(group);
-  command.add_option("--seed", model.seed, "Another number, another picture of the same noise")
-      ->capture_default_str()
+  with_default(
+      add_seed(command, "--seed", model.seed, "Another number, another picture of the same noise"),
+      double(model.seed))
       ->group(group);
-  const char* const blur_help = "How much the camera's demosaicing blurs luma noise, 0 to 1";
-  CLI::Option* const blur =
-      blurs != nullptr
-          ? command
-                .add_option("--luma-blur", *blurs,
-                            std::string(blur_help) + "; every picture is used with each of them")
-                ->delimiter(',')
-          : command.add_option("--luma-blur", model.luma_blur, blur_help);
-  blur->check(CLI::Range(0.0, 1.0))->capture_default_str()->group(group);
+  const std::string blur = "How much the camera's demosaicing blurs luma noise, 0 to 1";
+  if (blurs) {
+    with_default(add_reals(command, "--luma-blur", *blurs, 0, 1,
+                           blur + "; every picture is used with each of them"),
+                 *blurs)
+        ->group(group);
+  } else {
+    with_default(add_real(command, "--luma-blur", model.luma_blur, 0, 1, blur), model.luma_blur)
+        ->group(group);
+  }
 }
 
 }  // namespace vorn::tool

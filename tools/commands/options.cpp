@@ -1,35 +1,20 @@
 // Options that several subcommands share.
 #include <algorithm>
-#include <cstdio>
 #include <limits>
 
 #include "tools/commands/commands.h"
 #include "tools/error.h"
+#include "tools/numbers.h"
 
 namespace vorn::tool {
 namespace {
 
-file_kind kind_named(const std::string& name) {
+file_kind kind_named(const std::string& option, const std::string& name) {
   for (const file_kind kind : {file_kind::png, file_kind::jpeg, file_kind::y4m, file_kind::nv12,
                                file_kind::nv21, file_kind::i420}) {
     if (name == file_kind_name(kind)) return kind;
   }
-  throw CLI::ValidationError("\"" + name + "\" is not one of png, jpeg, y4m, nv12, nv21, i420");
-}
-
-int32_t parse_number(const std::string& option, const std::string& text) {
-  size_t used = 0;
-  long long value = 0;
-  try {
-    value = std::stoll(text, &used);
-  } catch (const std::exception&) {
-    used = 0;
-  }
-  if (used == 0 || used != text.size() || value < std::numeric_limits<int32_t>::min() ||
-      value > std::numeric_limits<int32_t>::max()) {
-    throw CLI::ValidationError(option + ": \"" + text + "\" is not a whole number of 32 bits");
-  }
-  return int32_t(value);
+  throw error(option, "\"" + name + "\" is not one of png, jpeg, y4m, nv12, nv21, i420");
 }
 
 // What an option of its own says about each key of the tuning records.
@@ -63,11 +48,13 @@ constexpr field_option kFieldOptions[] = {
 }  // namespace
 
 void parse_size(const std::string& text, picture_options& options) {
-  int used = 0;
-  if (std::sscanf(text.c_str(), "%7dx%7d%n", &options.width, &options.height, &used) != 2 ||
-      used != int(text.size()) || options.width < 1 || options.height < 1) {
-    throw CLI::ValidationError("--size: \"" + text + "\" is not of the form 1920x1080");
+  const size_t cross = text.find('x');
+  if (cross == std::string::npos) {
+    throw error("--size", "\"" + text + "\" is not of the form 1920x1080");
   }
+  constexpr int kLongestSide = 1 << 20;
+  options.width = int(whole_number("--size", text.substr(0, cross), 1, kLongestSide));
+  options.height = int(whole_number("--size", text.substr(cross + 1), 1, kLongestSide));
 }
 
 void add_picture_options(CLI::App& command, picture_options& options, bool writes) {
@@ -77,86 +64,99 @@ void add_picture_options(CLI::App& command, picture_options& options, bool write
           "Size of raw pictures; else taken from names like a_1920x1080.nv12")
       ->type_name("WxH")
       ->group("Files");
-  command
-      .add_option("--stride", options.stride, "Bytes from one luma row of raw input to the next")
+  add_whole(command, "--stride", options.stride, 1, kLongestStride,
+            "Bytes from one luma row of raw input to the next")
       ->type_name("BYTES")
-      ->check(CLI::Validator(CLI::PositiveNumber).description(""))
       ->group("Files");
   command
       .add_option_function<std::string>(
           "--in-format",
-          [&options](const std::string& name) { options.read_as = kind_named(name); },
+          [&options](const std::string& name) {
+            options.read_as = kind_named("--in-format", name);
+          },
           "Kind of the input where its name does not say: png, jpeg, y4m, nv12, nv21, i420")
       ->type_name("KIND")
       ->group("Files");
   if (!writes) return;
-  command.add_option("--out-stride", options.out_stride, "The same for raw output")
+  add_whole(command, "--out-stride", options.out_stride, 1, kLongestStride,
+            "The same for raw output")
       ->type_name("BYTES")
-      ->check(CLI::Validator(CLI::PositiveNumber).description(""))
       ->group("Files");
   command
       .add_option_function<std::string>(
           "--out-format",
-          [&options](const std::string& name) { options.write_as = kind_named(name); },
+          [&options](const std::string& name) {
+            options.write_as = kind_named("--out-format", name);
+          },
           "Kind of the output where its name does not say")
       ->type_name("KIND")
       ->group("Files");
-  command.add_option("--quality", options.quality, "Quality of JPEG output")
+  with_default(add_whole(command, "--quality", options.quality, 1, 100, "Quality of JPEG output"),
+               options.quality)
       ->type_name("1-100")
-      ->check(CLI::Range(1, 100).description(""))
-      ->capture_default_str()
       ->group("Files");
 }
 
-void add_tuning_options(CLI::App& command, tuning_options& options) {
-  command.add_option("-t,--tuning", options.file, "Tuning set (JSON); else the one built in")
-      ->type_name("FILE")
-      ->group("Tuning");
+namespace {
+
+// "24,12,,6" into overrides of a key's fields; nothing between two commas changes nothing.
+void parse_fields(const std::string& option, const std::string& text,
+                  const std::vector<int>& fields, tuning_options& options) {
+  size_t at = 0;
+  for (size_t i = 0; at <= text.size(); i++) {
+    const size_t comma = std::min(text.find(',', at), text.size());
+    if (i == fields.size()) {
+      throw error(option, "takes at most " + std::to_string(fields.size()) + " values");
+    }
+    const std::string item = text.substr(at, comma - at);
+    if (!item.empty() || fields.size() == 1) {
+      constexpr int64_t kLowest = std::numeric_limits<int32_t>::min();
+      constexpr int64_t kHighest = std::numeric_limits<int32_t>::max();
+      options.overrides.emplace_back(fields[i],
+                                     int32_t(whole_number(option, item, kLowest, kHighest)));
+    }
+    at = comma + 1;
+  }
+}
+
+void add_field_option(CLI::App& command, const field_option& entry, tuning_options& options) {
+  std::vector<int> fields;
+  for (int i = 0; i < kTuningFields; i++) {
+    const tuning_field& field = tuning_field_at(i);
+    if (field.luma == entry.luma && std::string(field.key) == entry.key) fields.push_back(i);
+  }
+  const bool several = fields.size() > 1;
+  const std::string name = entry.option;
   command
-      .add_option("-g,--gain", options.gain,
-                  "Sensor gain, 1 = base: picks the set's nearest entry in stops; a higher gain "
-                  "filters more [" +
-                      CLI::detail::to_string(kDefaultGain) + "]")
+      .add_option_function<std::string>(
+          name,
+          [&options, fields, name](const std::string& text) {
+            parse_fields(name, text, fields, options);
+          },
+          entry.help + std::string(several ? " (up to five, by commas; none between two "
+                                             "commas keeps the set's)"
+                                           : ""))
+      ->type_name(several ? "N,N,..." : "N")
+      ->group("Tuning fields (each overrides the set's)");
+}
+
+}  // namespace
+
+void add_tuning_options(CLI::App& command, tuning_options& options) {
+  add_file(command, "-t,--tuning", options.file, "Tuning set (JSON); else the one built in")
+      ->group("Tuning");
+  add_real(command, "-g,--gain", options.gain, kLowestGain, kHighestGain,
+           "Sensor gain, 1 = base: picks the set's nearest entry in stops; a higher gain "
+           "filters more [" +
+               short_number(kDefaultGain) + "]")
       ->type_name("GAIN")
-      ->check(CLI::Range(1e-3, 1e6).description(""))
       ->group("Tuning");
   CLI::Option* const luma =
       command.add_flag("--luma-only", options.luma_only, "Leave chroma as it is")->group("Tuning");
   command.add_flag("--chroma-only", options.chroma_only, "Leave luma as it is")
       ->excludes(luma)
       ->group("Tuning");
-  for (const field_option& entry : kFieldOptions) {
-    std::vector<int> fields;
-    for (int i = 0; i < kTuningFields; i++) {
-      const tuning_field& field = tuning_field_at(i);
-      if (field.luma == entry.luma && std::string(field.key) == entry.key) fields.push_back(i);
-    }
-    const std::string name = entry.option;
-    command
-        .add_option_function<std::string>(
-            name,
-            [&options, fields, name](const std::string& text) {
-              size_t at = 0;
-              for (size_t i = 0; at <= text.size(); i++) {
-                const size_t comma = std::min(text.find(',', at), text.size());
-                if (i == fields.size()) {
-                  throw CLI::ValidationError(name + ": takes at most " +
-                                             std::to_string(fields.size()) + " values");
-                }
-                const std::string item = text.substr(at, comma - at);
-                if (!item.empty() || fields.size() == 1) {
-                  options.overrides.emplace_back(fields[i], parse_number(name, item));
-                }
-                at = comma + 1;
-              }
-            },
-            entry.help + std::string(fields.size() > 1
-                                         ? " (up to five, by commas; none between two "
-                                           "commas keeps the set's)"
-                                         : ""))
-        ->type_name(fields.size() > 1 ? "N,N,..." : "N")
-        ->group("Tuning fields (each overrides the set's)");
-  }
+  for (const field_option& entry : kFieldOptions) add_field_option(command, entry, options);
 }
 
 tuning_set tuning_options::load_set() const {

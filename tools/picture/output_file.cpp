@@ -36,7 +36,7 @@ void remove_unfinished(int signal_number) {
 void remember(const std::string& name) {
   static std::once_flag installed;
   std::call_once(installed, [] {
-    for (int s : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) {
+    for (int s : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGQUIT}) {
       struct sigaction old = {};
       sigaction(s, nullptr, &old);
       if (old.sa_handler == SIG_DFL) signal(s, remove_unfinished);
@@ -64,7 +64,48 @@ std::string reason() {
   return std::strerror(errno);
 }
 
+// What new files may be used for, less what the user keeps off. Asked for once, on one thread.
+mode_t usual_mode() {
+  static const mode_t mode = [] {
+    const mode_t mask = umask(0);
+    umask(mask);
+    return mode_t(0666 & ~mask);
+  }();
+  return mode;
+}
+
+// Where a chain of symbolic links ends, whether there is a file or not.
+std::string followed(std::string path) {
+  namespace fs = std::filesystem;
+  std::error_code code;
+  for (int links = 0; links < 40 && fs::is_symlink(path, code); ++links) {
+    const fs::path next = fs::read_symlink(path, code);
+    if (code) break;
+    path = next.is_absolute() ? next.string() : (fs::path(path).parent_path() / next).string();
+  }
+  return path;
+}
+
+std::string directory_of(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  return slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+}
+
+std::string descriptor_path(int descriptor) {
+  return "/proc/self/fd/" + std::to_string(descriptor);
+}
+
+// A name beside the result that nothing has.
+std::string free_name(const std::string& directory) {
+  static std::atomic<unsigned> count{0};
+  return directory + "/.vorn-" + std::to_string(getpid()) + "-" + std::to_string(count++);
+}
+
 }  // namespace
+
+void output_file::fail() const {
+  throw error(path_ == "-" ? "standard output" : path_, "cannot be written: " + reason());
+}
 
 output_file::output_file(const std::string& path) : path_(path) {
   if (path == "-") {
@@ -72,25 +113,42 @@ output_file::output_file(const std::string& path) : path_(path) {
     return;
   }
   struct stat status;
-  if (stat(path.c_str(), &status) == 0) {
-    if (S_ISDIR(status.st_mode)) throw error(path, "is a directory");
-    if (!S_ISREG(status.st_mode)) {
-      file_ = std::fopen(path.c_str(), "wb");
-      if (!file_) throw error(path, "cannot be written: " + reason());
-      return;
-    }
+  const bool there = stat(path.c_str(), &status) == 0;
+  if (there && S_ISDIR(status.st_mode)) throw error(path, "is a directory");
+  if (there && !S_ISREG(status.st_mode)) {
+    file_ = std::fopen(path.c_str(), "wb");
+    if (!file_) fail();
+    return;
   }
-  temporary_ = path + ".XXXXXX";
-  const int descriptor = mkstemp(temporary_.data());
+  if (there && access(path.c_str(), W_OK) != 0) fail();
+  target_ = followed(path);
+  open_beside(directory_of(target_));
+  const int descriptor = fileno(file_);
+  if (!there) {
+    fchmod(descriptor, usual_mode());
+    return;
+  }
+  // Changing the owner clears bits of the mode, so it comes first.
+  const bool owned = fchown(descriptor, status.st_uid, status.st_gid) == 0;
+  fchmod(descriptor, status.st_mode & (owned ? 07777 : 0777));
+}
+
+void output_file::open_beside(const std::string& directory) {
+  int descriptor = -1;
+#ifdef O_TMPFILE
+  if (access("/proc/self/fd", X_OK) == 0) {  // it gets its name through there
+    descriptor = open(directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+  }
+#endif
   if (descriptor < 0) {
-    const std::string why = reason();
-    temporary_.clear();
-    throw error(path, "cannot be written: " + why);
+    temporary_ = directory + "/.vorn-XXXXXX";
+    descriptor = mkostemp(temporary_.data(), O_CLOEXEC);
+    if (descriptor < 0) {
+      temporary_.clear();
+      fail();
+    }
+    remember(temporary_);
   }
-  remember(temporary_);
-  const mode_t mask = umask(0);
-  umask(mask);
-  fchmod(descriptor, 0666 & ~mask);
   file_ = fdopen(descriptor, "wb");
 }
 
@@ -103,23 +161,51 @@ output_file::~output_file() {
 }
 
 void output_file::write(const void* bytes, size_t size) {
-  if (std::fwrite(bytes, 1, size, file_) != size) {
-    throw error(path_ == "-" ? "standard output" : path_, "cannot be written: " + reason());
+  if (std::fwrite(bytes, 1, size, file_) != size) fail();
+}
+
+// Gives the unnamed file its name. One that exists can only be replaced by a rename.
+void output_file::put_in_place() {
+  const std::string unnamed = descriptor_path(fileno(file_));
+  if (linkat(AT_FDCWD, unnamed.c_str(), AT_FDCWD, target_.c_str(), AT_SYMLINK_FOLLOW) == 0) return;
+  if (errno != EEXIST) fail();
+  const std::string directory = directory_of(target_);
+  for (;;) {
+    temporary_ = free_name(directory);
+    remember(temporary_);
+    if (linkat(AT_FDCWD, unnamed.c_str(), AT_FDCWD, temporary_.c_str(), AT_SYMLINK_FOLLOW) == 0) {
+      return;
+    }
+    const int why = errno;
+    forget(temporary_);
+    temporary_.clear();
+    errno = why;
+    if (errno != EEXIST) fail();
   }
 }
 
 void output_file::commit() {
-  const bool written = std::fflush(file_) == 0 && (file_ == stdout || std::fclose(file_) == 0);
+  if (std::fflush(file_) != 0) fail();
+  if (!target_.empty() && temporary_.empty()) put_in_place();
+  std::FILE* const file = file_;
   file_ = nullptr;
-  if (!written) {
-    throw error(path_ == "-" ? "standard output" : path_, "cannot be written: " + reason());
-  }
+  if (file != stdout && std::fclose(file) != 0) fail();
   if (temporary_.empty()) return;
-  if (std::rename(temporary_.c_str(), path_.c_str()) != 0) {
-    throw error(path_, "cannot be written: " + reason());
-  }
+  if (std::rename(temporary_.c_str(), target_.c_str()) != 0) fail();
   forget(temporary_);
   temporary_.clear();
+}
+
+void refuse_replacing(const std::string& output, const std::vector<std::string>& inputs) {
+  if (output.empty() || output == "-") return;
+  struct stat out, in;
+  if (stat(output.c_str(), &out) != 0 || !S_ISREG(out.st_mode)) return;
+  for (const std::string& input : inputs) {
+    if (input == "-" || stat(input.c_str(), &in) != 0) continue;
+    if (in.st_dev != out.st_dev || in.st_ino != out.st_ino) continue;
+    throw error(output,
+                input == output ? "would replace the input" : "would replace the input " + input);
+  }
 }
 
 void write_file(const std::string& path, const std::vector<uint8_t>& bytes) {
