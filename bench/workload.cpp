@@ -4,7 +4,6 @@
 #include <cstdlib>
 
 #include "base/log.h"
-#include "runtime/exported/pool.h"
 #include "runtime/pool.h"
 
 namespace bench {

@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "tools/error.h"
+#include "tools/threads.h"
 #include "vorn_ycnr_ext.h"
 
 namespace vorn::tool {
@@ -151,12 +152,15 @@ void verbose_library_log() {
   set_log_level(4);
 }
 
-denoiser::denoiser(int padded_width, int padded_height)
+denoiser::denoiser(int padded_width, int padded_height, int workers)
     : width_(padded_width), height_(padded_height) {
-  ycnr_init_param size = {width_, height_};
   const log_capture log(kDebug);
-  handle_ = vorn_ycnr_init(&size);
+  for (int some = workers; some >= 1 && !handle_; some /= 2) {
+    const vorn_ycnr_options options = {width_, height_, some, 0};
+    handle_ = vorn_ycnr_open(&options);
+  }
   if (!handle_) {
+    if (!thread_group().start([] {})) throw no_threads("denoiser", "no thread is to be had");
     throw error("frames of " + size_text(width_, height_), "refused: " + last_complaint(log));
   }
 }

@@ -19,8 +19,9 @@ struct stage_time {
 
 class denoiser {
  public:
-  // The padded size of the frames to come.
-  denoiser(int padded_width, int padded_height);
+  // The padded size of the frames to come. workers (1..4) changes the time alone; where the system
+  // has no threads for them, fewer do.
+  denoiser(int padded_width, int padded_height, int workers = 4);
   ~denoiser();
   denoiser(const denoiser&) = delete;
   denoiser& operator=(const denoiser&) = delete;

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "tools/text.h"
+
 namespace vorn::tool {
 namespace {
 
@@ -22,14 +24,16 @@ std::string time_left(double seconds) {
 }  // namespace
 
 progress::progress(const std::string& label, int64_t total, const std::string& unit)
-    : label_(label),
+    : label_(printable(label)),
       unit_(unit),
       total_(total),
       enabled_(isatty(STDERR_FILENO) == 1),
       start_(clock::now()),
       last_(start_) {}
 
-progress::~progress() { clear(); }
+progress::~progress() {
+  clear();
+}
 
 void progress::clear() {
   if (drawn_) std::fputs("\r\033[K", stderr);

@@ -6,7 +6,6 @@
 #include <ctime>
 #include <string>
 
-#include "base/exported/services.h"
 #include "tests/support/host.h"
 
 namespace {

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <vector>
 
-#include "base/exported/noise.h"
 #include "runtime/image.h"
 #include "tests/support/host.h"
 

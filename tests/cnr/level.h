@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "cnr/hor_ver.h"
-#include "runtime/exported/pool.h"
 #include "runtime/pool.h"
 #include "tests/support/forms.h"
 

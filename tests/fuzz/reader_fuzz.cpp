@@ -20,9 +20,11 @@ void check_frame(const frame& f) {
 }
 
 [[maybe_unused]] void png(const uint8_t* bytes, size_t size) {
-  const frame f = decode_png(bytes, size, "f");
+  stream_info info;
+  const frame f = decode_png(bytes, size, "f", &info);
   check_frame(f);
-  encode_png(f);
+  with_png_metadata(encode_png(f), info.metadata);
+  encode_jpeg(f, 90, info);
 }
 
 [[maybe_unused]] void jpeg(const uint8_t* bytes, size_t size) {

@@ -1,4 +1,3 @@
-#include "runtime/exported/image.h"
 #include "runtime/image.h"
 
 #include <gtest/gtest.h>

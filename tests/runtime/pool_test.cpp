@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "base/log.h"
-#include "runtime/exported/pool.h"
 #include "runtime/stage.h"
 #include "tests/support/host.h"
 

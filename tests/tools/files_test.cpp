@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "tools/error.h"
@@ -136,11 +137,12 @@ TEST_F(Files, PngKeepsGreyAndJpegKeepsItsPlanes) {
 
 TEST_F(Files, JpegDescriptionSurvives) {
   stream_info info;
-  info.jpeg_markers = {0xff, 0xe1, 0, 8, 'E', 'x', 'i', 'f', 0, 0};
+  info.metadata.from = file_kind::jpeg;
+  info.metadata.jpeg_segments = {0xff, 0xe1, 0, 8, 'E', 'x', 'i', 'f', 0, 0};
   const std::vector<uint8_t> bytes = encode_jpeg(pattern(16, 16), 90, info);
   stream_info back;
   decode_jpeg(bytes.data(), bytes.size(), "f.jpg", &back);
-  EXPECT_EQ(back.jpeg_markers, info.jpeg_markers);
+  EXPECT_EQ(back.metadata.jpeg_segments, info.metadata.jpeg_segments);
 }
 
 // An EXIF segment with an orientation, in either byte order.
@@ -178,7 +180,8 @@ TEST_F(Files, OrientationTurnsAllButJpeg) {
       }
     }
     stream_info info;
-    info.jpeg_markers = exif(uint8_t(orientation), orientation % 2 == 0);
+    info.metadata.from = file_kind::jpeg;
+    info.metadata.jpeg_segments = exif(uint8_t(orientation), orientation % 2 == 0);
     write_file(path("f.jpg"), encode_jpeg(f, 100, info));
     const auto reader = open_reader(path("f.jpg"), {});
     frame read;
@@ -209,13 +212,66 @@ TEST_F(Files, OrientationTurnsAllButJpeg) {
   const std::vector<uint8_t> whole = exif(6, true);
   for (size_t size = 10; size + 2 < whole.size(); size++) {
     stream_info info;
-    info.jpeg_markers.assign(whole.begin(), whole.begin() + ptrdiff_t(size));
-    info.jpeg_markers[3] = uint8_t(size - 2);
+    info.metadata.from = file_kind::jpeg;
+    info.metadata.jpeg_segments.assign(whole.begin(), whole.begin() + ptrdiff_t(size));
+    info.metadata.jpeg_segments[3] = uint8_t(size - 2);
     const std::vector<uint8_t> bytes = encode_jpeg(pattern(16, 16), 90, info);
     stream_info back;
     decode_jpeg(bytes.data(), bytes.size(), "f.jpg", &back);
     EXPECT_EQ(back.orientation, 1) << size;
   }
+}
+
+// What one format says about a picture, the other one says as well.
+TEST_F(Files, DescriptionsCrossBetweenPngAndJpeg) {
+  stream_info info;
+  picture_metadata& m = info.metadata;
+  m.from = file_kind::jpeg;
+  for (int i = 0; i < 150000; ++i) m.profile.push_back(uint8_t(i * i >> 7));  // three segments
+  m.exif = exif(6, true);
+  m.exif.erase(m.exif.begin(), m.exif.begin() + 10);  // the segment's head
+  m.density = {pixel_density::inch, 300, 150};
+  const std::vector<uint8_t> png = with_png_metadata(encode_png(pattern(16, 12)), m);
+  stream_info from_png, from_jpeg;
+  const frame f = decode_png(png.data(), png.size(), "f.png", &from_png);
+  EXPECT_EQ(from_png.metadata.profile, m.profile);
+  EXPECT_EQ(from_png.metadata.exif, upright_exif(m.exif));  // PNG output is turned upright
+  EXPECT_EQ(from_png.metadata.density.unit, pixel_density::metre);
+  EXPECT_EQ(from_png.metadata.density.x, 11811u);
+  const std::vector<uint8_t> jpeg = encode_jpeg(f, 90, from_png);
+  decode_jpeg(jpeg.data(), jpeg.size(), "f.jpg", &from_jpeg);
+  EXPECT_EQ(from_jpeg.metadata.profile, m.profile);
+  EXPECT_EQ(from_jpeg.orientation, 1);
+  EXPECT_EQ(from_jpeg.metadata.density.x, 300u);
+  EXPECT_EQ(from_jpeg.metadata.density.y, 150u);
+  // The same format keeps its own chunks and segments as they are.
+  const std::vector<uint8_t> other =
+      with_png_metadata(encode_png(pattern(9, 9)), from_png.metadata);
+  EXPECT_EQ(png_metadata(other.data(), other.size()).png_chunks, from_png.metadata.png_chunks);
+  stream_info again;
+  const std::vector<uint8_t> second = encode_jpeg(f, 90, from_jpeg);
+  decode_jpeg(second.data(), second.size(), "f.jpg", &again);
+  EXPECT_EQ(again.metadata.jpeg_segments, from_jpeg.metadata.jpeg_segments);
+  EXPECT_EQ(lost_in(again.metadata, file_kind::y4m).size(), 3u);
+  EXPECT_TRUE(lost_in(again.metadata, file_kind::png).empty());
+}
+
+TEST_F(Files, SmallFilesThatClaimMuchAreRefusedBeforeMemoryIsTaken) {
+  std::vector<uint8_t> png = encode_png(pattern(40, 40));
+  png[18] = png[22] = 0x40;  // 16 424 x 16 424 pixels; the header's checksum is not looked at first
+  write_file(path("bomb.png"), png);
+  EXPECT_NE(fault("bomb.png"), "no fault");
+  std::vector<uint8_t> jpeg = encode_jpeg(pattern(40, 40), 90, {});
+  const uint8_t kScan[] = {0xff, 0xda};
+  const auto scan = std::search(jpeg.begin(), jpeg.end(), kScan, kScan + 2);
+  const std::vector<uint8_t> one(scan, jpeg.end() - 2);
+  for (int i = 0; i < 150; ++i) jpeg.insert(jpeg.end() - 2, one.begin(), one.end());
+  write_file(path("scans.jpg"), jpeg);
+  EXPECT_EQ(fault("scans.jpg"), "scans.jpg: a JPEG file of 151 scans; 100 at most are read");
+  write_file(path("short.jpg"), std::vector<uint8_t>(jpeg.begin(), jpeg.begin() + 20));
+  EXPECT_EQ(fault("short.jpg").substr(0, 35), "short.jpg: not a readable JPEG file");
+  write_file(path("two.y4m"), std::string("YUV4MPEG2 W4 H4 Cmono C420jpeg\nFRAME\n"));
+  EXPECT_EQ(fault("two.y4m"), "two.y4m: the YUV4MPEG2 line has two C");
 }
 
 TEST_F(Files, StreamsKeepTheirHeaderAndLength) {

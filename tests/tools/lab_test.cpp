@@ -5,7 +5,9 @@
 #include <cmath>
 #include <random>
 
+#include "tools/lab/alignment.h"
 #include "tools/lab/chart.h"
+#include "tools/lab/frame_mean.h"
 #include "tools/lab/metrics.h"
 #include "tools/lab/noise_model.h"
 
@@ -150,6 +152,75 @@ TEST(noise_model, deviation_is_the_formula) {
       EXPECT_NEAR(mean(luma_view(f)), level - 0.3, 0.35);
     }
   }
+}
+
+// Noisy frames of the chart, displaced by whole and by half pixels.
+TEST(alignment, finds_displacements_in_noise) {
+  const frame chart = draw_chart(400, 300);
+  const auto part = [&](int x, int y, bool half) {
+    frame f = make_frame(320, 240);
+    for (int row = 0; row < 240; ++row) {
+      for (int column = 0; column < 320; ++column) {
+        const uint8_t* const p = chart.luma() + (row + y) * 400 + column + x;
+        f.luma()[row * 320 + column] = half ? uint8_t((p[0] + p[1] + 1) / 2) : p[0];
+      }
+    }
+    return f;
+  };
+  const frame reference = noisy(part(40, 30, false), 8, 1);
+  for (const auto& [x, y] : {std::pair{0, 0}, {1, 0}, {-3, 2}, {7, -9}, {-12, -12}}) {
+    for (const bool half : {false, true}) {
+      const displacement d =
+          measure_displacement(reference, noisy(part(40 - x, 30 - y, half), 8, 2));
+      EXPECT_NEAR(d.x, x - (half ? 0.5 : 0), 0.15) << x << "," << y;
+      EXPECT_NEAR(d.y, y, 0.15) << x << "," << y;
+      EXPECT_LT(d.error, 0.1);
+    }
+  }
+  // A grey wall tells nothing, and says so.
+  EXPECT_GT(measure_displacement(noisy(grey_frame(200, 150, 120), 8, 1),
+                                 noisy(grey_frame(200, 150, 120), 8, 2))
+                .error,
+            0.25);
+}
+
+TEST(frame_mean, moves_frames_back_and_leaves_odd_ones_out) {
+  const frame chart = draw_chart(400, 300);
+  std::vector<frame> frames;
+  std::vector<burst_frame> burst;
+  for (int i = 0; i < 6; ++i) {
+    frame f = make_frame(320, 240);  // a crop that wanders by two pixels a frame, chroma by one
+    for (int y = 0; y < 240; ++y)
+      std::copy_n(chart.luma() + (30 + y) * 400 + 20 + 2 * i, 320, f.luma() + y * 320);
+    for (int y = 0; y < 120; ++y)
+      std::copy_n(chart.chroma() + (15 + y) * 400 + 20 + 2 * i, 320, f.chroma() + y * 320);
+    frames.push_back(noisy(f, 8, uint64_t(i + 1)));
+    burst.push_back(look_at(frames.back(), frames.front()));
+  }
+  frame flash = frames[3];
+  for (size_t i = 0; i < flash.luma_size(); ++i)
+    flash.luma()[i] = uint8_t(std::min(255, flash.luma()[i] + 20));
+  burst.push_back(look_at(flash, frames.front()));
+  leave_out_odd_ones(burst);
+  frame_sum sum(frames.front());
+  for (size_t i = 0; i < frames.size(); ++i) {
+    EXPECT_EQ(burst[i].left_out, nullptr) << i;
+    sum.add(frames[i], burst[i].moved);
+  }
+  EXPECT_NE(burst.back().left_out, nullptr);
+  frame clean = make_frame(320, 240);
+  for (int y = 0; y < 240; ++y)
+    std::copy_n(chart.luma() + (30 + y) * 400 + 20, 320, clean.luma() + y * 320);
+  const frame mean = sum.mean();
+  EXPECT_GT(psnr(luma_view(mean), luma_view(clean)),
+            psnr(luma_view(frames.front()), luma_view(clean)) + 5);  // 7.8 dB less what is clipped
+}
+
+TEST(metrics, flicker_is_what_changes) {
+  const frame a = grey_frame(40, 30, 100), b = grey_frame(40, 30, 104), c = grey_frame(40, 30, 110);
+  EXPECT_DOUBLE_EQ(flicker_between(b, a, b, a).y, 0);  // stands still
+  EXPECT_DOUBLE_EQ(flicker_between(c, a, b, a).y, 6);
+  EXPECT_DOUBLE_EQ(flicker_between(c, b, b, a).y, 2);
 }
 
 }  // namespace

@@ -72,6 +72,10 @@ printf '\377\377' | dd of="$(echo dumps/cnr4_output*)" bs=1 seek=80000 conv=notr
 "$program" replay dumps >replay.txt
 check "a difference is exit code 1" [ $? = 1 ]
 check "a difference is told" grep -q 'of 116886 bytes differ (0 luma' replay.txt
+truncate -s 100 dumps/ynr2_input*
+"$program" replay dumps >replay.txt 2>err.txt
+check "a bad file is told" grep -q '100 bytes, but a frame of its size has 116886' err.txt
+check "and the other is replayed" grep -q '1 replayed: 0 identical, 1 different, 0 not compared; 1 failed' replay.txt
 
 check "tuning to text" "$program" tuning to-dump --gain 8 -o t
 check "and back" "$program" tuning from-dump t_*_turning_param.txt --gain 8 -o t.json
@@ -87,7 +91,86 @@ check "many, out" [ "$(ls done | tr '\n' ' ')" = "1.png 2.jpg " ]
 echo no >many/3.png
 refuses "many/3.png: not a readable PNG file" denoise many -o done2
 check "the others are done" [ "$(ls done2 | tr '\n' ' ')" = "1.png 2.jpg " ]
+rm many/3.png
+mkdir -p many/deep
+cp "$noisy" many/deep/4.png
+touch many/notes.txt
+"$program" denoise many -o done3 2>err.txt
+check "what is passed over is told" grep -q '1 file that is no picture or video (.txt), 1 folder' err.txt
+check "deeper, and only what is missing" "$program" denoise many -o done3 -r --skip-existing 2>err.txt
+check "the rest is told" grep -q 'already there: 2' err.txt
+check "folders keep their place" [ -f done3/deep/4.png ]
 refuses "would replace it" denoise many -o many
+
+# One result for many, or for standard output, is no directory's name.
+refuses "standard output takes the result of one file" denoise many -o -
+refuses "is a file's name, but there are several inputs" denoise many -o x1.jpg
+cp "$noisy" own.png
+refuses "would replace the input" denoise own.png -o own.png
+refuses "would replace the input" compare demo/clean.png own.png --diff own.png
+check "unless that is wanted" "$program" denoise own.png -o own.png --force
+# A file that is replaced keeps its mode, a link its target; names may be as long as they can.
+chmod 600 own.png
+ln -s own.png link.png
+check "through a link" "$program" denoise "$noisy" -o link.png
+check "it stays a link" [ -L link.png ]
+check "and the mode" [ "$(stat -c %a own.png)" = 600 ]
+long=$(printf 'x%.0s' $(seq 251)).png
+check "a long name" "$program" denoise "$noisy" -o "$long"
+check "without leftovers" [ -z "$(find . -name '.vorn-*')" ]
+
+# Results that cannot be written are faults, text as well as pictures.
+for arguments in "tuning show" "compare a.y4m a.y4m" "info" "--help" "denoise a.y4m -o -"; do
+  for place in '>/dev/full' '>&-'; do
+    # shellcheck disable=SC2086
+    eval '"$program" $arguments 2>err.txt' "$place"
+    check "$arguments $place" [ $? = 2 ]
+    check "$arguments $place is told" grep -q 'standard output: cannot be written' err.txt
+  done
+done
+(ulimit -f 8; "$program" denoise "$noisy" -o x1.png 2>err.txt)
+check "a file that grows too large" grep -q 'x1.png: cannot be written: File too large' err.txt
+
+# Video: figures per frame, the same bytes for any number of denoisers.
+if command -v ffmpeg >/dev/null; then
+  ffmpeg -v error -y -f lavfi -i testsrc2=size=160x120:rate=10:duration=1.2 -vf noise=alls=12:allf=t -pix_fmt yuv420p v.y4m
+  "$program" denoise v.y4m -o v1.y4m -j 1
+  "$program" denoise - -o - -j 5 <v.y4m >v5.y4m
+  check "frames in their order" cmp -s v1.y4m v5.y4m
+  "$program" compare v.y4m v1.y4m --json video.json >/dev/null
+  check "every frame" [ "$(grep -c flicker_y video.json)" = 11 ]
+  check "the worst one" grep -q '"worst"' video.json
+fi
+
+# A clean picture from a burst: whole displacements are taken back, an odd frame is left out.
+for i in 1 2 3 4 5 6; do "$program" noise demo/clean.png --add 8 --seed $i -o burst_$i.png; done
+cp demo/denoised_gain8.png burst_7.png
+check "mean" "$program" mean burst_?.png -o mean.png >mean.txt
+"$program" compare demo/clean.png burst_1.png mean.png >mean_quality.txt
+check "less noise" awk '/^burst_1/ { n = $2 } /^mean/ && $2 > n + 6 { ok = 1 } END { exit !ok }' mean_quality.txt
+refuses "two frames or more" mean burst_1.png -o x1.png
+
+# A search that would learn from the wrong thing, or end in nothing, does not begin.
+refuses "are they swapped" tune --pair 8 demo/clean.png "$noisy" -o x1.json
+if command -v ffmpeg >/dev/null; then
+  ffmpeg -v error -y -i "$noisy" -vf crop=300:220:3:2 shifted.png
+  ffmpeg -v error -y -i demo/clean.png -vf crop=300:220:2:2 straight.png
+  refuses "lies -1.0" tune --pair 8 shifted.png straight.png -o x1.json
+fi
+refuses "none.png: cannot be read" tune --pair 8 "$noisy" demo/clean.png --pair 16 none.png demo/clean.png -o x1.json
+refuses "none/x1.json: cannot be written" tune demo/clean.png --gains 8 -o none/x1.json
+refuses "none/x1.json: cannot be written" bench --sizes 64x64 -o none/x1.json
+refuses "is no printable UTF-8 text" tune demo/clean.png --gains 8 -o x1.json --name $'\xff'
+refuses "needs all of GAIN NOISY CLEAN" tune --pair 8 "$noisy" -o x1.json
+for gain in nan inf -1 1e9 0x10 8x ""; do refuses "--gain" denoise "$noisy" -o x1.png --gain "$gain"; done
+refuses "--full-well" report "$noisy" -o x1.html --full-well nan
+refuses "--gains" tune demo/clean.png --gains 8,inf -o x1.json
+refuses "--pair" tune --pair inf "$noisy" demo/clean.png -o x1.json
+refuses "--stride" denoise a_322x242.nv21 -o x1.png --stride 2147483647
+refuses "--tuning" denoise "$noisy" -o x1.png --tuning ""
+printf '[%.0s' $(seq 1000) >deep.json
+refuses "not a result of vorn-ycnr bench" bench --compare deep.json deep.json
+refuses '\x1b[31m' denoise $'\x1b[31m.png' -o x1.png
 
 check "noise is added" "$program" noise demo/clean.png --add 8 -o added_322x242.nv12
 check "and measured" "$program" noise added_322x242.nv12 --json added.json >/dev/null
@@ -136,7 +219,7 @@ refuses '"luma.layer" must be a whole number from 2 to 5, not 9' denoise "$noisy
 head -c 30000 a.y4m >cut.y4m
 refuses "ends within frame 0" denoise cut.y4m -o x1.y4m
 refuses "not a result of vorn-ycnr bench" bench --compare kinds.json kinds.json
-check "nothing half written" [ -z "$(find . -name 'x1*' -o -name '*.??????' -path './*.png.*')" ]
+check "nothing half written" [ -z "$(find . -name 'x1*' -o -name '.vorn-*')" ]
 
 for command in $("$program" --help | awk '/^Subcommands:/ { on = 1; next } on && /^  [a-z]/ { print $1 }'); do
   check "$command has an example" bash -c '"$1" "$2" --help | grep -q Example' - "$program" "$command"

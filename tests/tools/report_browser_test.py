@@ -37,8 +37,10 @@ def make_pages():
 
     run("demo", "-o", "demo", "--size", "640x480", "--noise", "8")
     run("report", "demo/noisy_gain8.png", "--clean", "demo/clean.png", "--gain", "8", "-o", "report.html")
-    run("tune", "demo/clean.png", "--gains", "4,16", "--rounds", "1", "-o", "set.json", "--report",
-        "tune.html")
+    run("tune", "demo/clean.png", "demo/noisy_gain8.png", "--gains", "4,16", "--rounds", "1", "-o",
+        "set.json", "--report", "tune.html")
+    for page in ("report.html", "tune.html"):
+        check(f"{page} is below 12 MB", os.path.getsize(os.path.join(work, page)) < 12_000_000)
 
 
 def browser(width, height, scale):
@@ -178,6 +180,43 @@ def use_viewer(driver):
           sum(abs(a - b) for a, b in zip(pixel(driver, 0.26, 0.5), pixel(driver, 0.76, 0.5))) < 150)
 
 
+def pinch(driver):
+    """Two fingers that move apart on the viewer: the picture grows, and the place between them stays."""
+    view = driver.find_element(By.ID, "view")
+    driver.execute_script("arguments[0].scrollIntoView({block: 'center'})", view)
+    press(driver, "zooms", "1:1")
+    box = driver.execute_script("const b = arguments[0].getBoundingClientRect();"
+                                "return [b.left + b.width / 2, b.top + b.height / 2]", view)
+    driver.execute_cdp_cmd("Emulation.setTouchEmulationEnabled", {"enabled": True, "maxTouchPoints": 2})
+
+    def touch(kind, far):
+        points = [{"x": box[0] - far, "y": box[1], "id": 0}, {"x": box[0] + far, "y": box[1], "id": 1}]
+        driver.execute_cdp_cmd("Input.dispatchTouchEvent", {"type": kind, "touchPoints": points if far else []})
+
+    centre = driver.execute_script("return [state.cx, state.cy]")
+    touch("touchStart", 30)
+    for far in (40, 60, 90):
+        touch("touchMove", far)
+    touch("touchEnd", 0)
+    zoom = driver.execute_script("return scale()")
+    check("two fingers zoom", 2.5 < zoom < 3.5, zoom)
+    moved = driver.execute_script("return [state.cx, state.cy]")
+    check("the place between them stays", max(abs(a - b) for a, b in zip(centre, moved)) < 2, (centre, moved))
+
+
+def dark(driver, page):
+    """The page where the system is dark: light text on dark ground, plots as well."""
+    driver.execute_cdp_cmd("Emulation.setEmulatedMedia", {
+        "features": [{"name": "prefers-color-scheme", "value": "dark"}]})
+    open_page(driver, page)
+    light = driver.execute_script(
+        "const light = c => c.match(/\\d+/g).slice(0, 3).reduce((a, b) => a + Number(b), 0) / 3;"
+        "const of = (e, p) => light(getComputedStyle(document.querySelector(e))[p]);"
+        "return [of('body', 'backgroundColor'), of('body', 'color'), of('.card', 'backgroundColor'),"
+        " of('.plot text', 'fill')];")
+    check("dark ground, light text", light[0] < 60 and light[1] > 180 and light[2] < 70 and light[3] > 120, light)
+
+
 def main():
     make_pages()
     for kind, width, height, scale in (("desktop", 1280, 900, 1), ("phone", 390, 844, 2)):
@@ -194,14 +233,21 @@ def main():
                 use_viewer(driver)
                 screenshot(driver, "report_side_by_side.png")
                 check_page(driver, "report after use")
+            else:
+                pinch(driver)
             open_page(driver, "tune.html")
             check_page(driver, f"tune, {kind}")
+            pictures = driver.find_elements(By.CSS_SELECTOR, "#pickers select")
+            check("every picture can be chosen", len(pictures) == 2, len(pictures))
             check("all gains are plotted", driver.find_element(By.ID, "gains").is_displayed())
             Select(driver.find_element(By.CSS_SELECTOR, "#pickers select")).select_by_visible_text("16")
             WebDriverWait(driver, 30).until(lambda d: d.execute_script(
                 "return document.querySelectorAll('#sweepPlots svg').length") >= 8)
             check_page(driver, f"tune, other gain, {kind}")
             screenshot(driver, f"tune_{kind}.png")
+            dark(driver, "tune.html")
+            check_page(driver, f"tune, dark, {kind}")
+            screenshot(driver, f"tune_dark_{kind}.png")
         finally:
             driver.quit()
     print("all as expected" if not faults else f"{len(faults)} faults")

@@ -5,9 +5,9 @@
 
 #include <nlohmann/json.hpp>
 
-#include "tools/lab/chart.h"
 #include "tools/denoiser.h"
 #include "tools/error.h"
+#include "tools/lab/chart.h"
 #include "tools/lab/metrics.h"
 #include "tools/lab/noise_model.h"
 #include "tools/lab/report_page.h"
@@ -66,9 +66,17 @@ TEST(search, leaves_the_other_half_alone) {
   start.chroma.range_factor = 77;
   search_options o = short_search(2);
   o.chroma = false;
+  o.curves = true;
   const search_result r = search_tuning(samples, start, o, nullptr, go_on);
   EXPECT_EQ(r.best.chroma.range_factor, 77);
-  for (const parameter_sweep& s : r.sweeps) EXPECT_TRUE(tuning_field_at(s.field).luma);
+  ASSERT_FALSE(r.sweeps.empty());
+  for (const parameter_sweep& s : r.sweeps) {
+    EXPECT_TRUE(tuning_field_at(s.field).luma);
+    // The line goes through the result, and no trial was better than it by a move's worth.
+    EXPECT_EQ(s.chosen, get_field(r.best, s.field));
+    EXPECT_FALSE(s.explored.empty());
+    for (const auto& [value, best] : s.explored) EXPECT_LE(best, r.luma_after.value + 0.3) << value;
+  }
 }
 
 TEST(search, chroma_trials_see_the_luma_result) {
@@ -170,7 +178,9 @@ TEST(report, one_page_with_its_data_and_nothing_from_outside) {
   entry.label = "8";
   entry.values = default_tuning_set().nearest(8).values;
   entry.sweeps = sweep_parameters({s}, entry.values, short_search(2), nullptr, go_on);
-  entry.pictures.push_back({"</script><b>\xff", s.noisy, s.clean, s.clean, {{"stage", 1.5}}});
+  entry.pictures.push_back(
+      make_report_picture("<!--<script></script><b>\xff", s.noisy, s.clean, s.clean, 1 << 20));
+  entry.pictures.push_back(make_report_picture("part", s.noisy, s.clean, s.clean, 1000));
   const std::string page = render_report("a <title>", "", {entry});
   for (const char* outside : {"src=\"http", "href=", "@import", "url(http", "fetch("})
     EXPECT_EQ(page.find(outside), std::string::npos) << outside;
@@ -180,11 +190,14 @@ TEST(report, one_page_with_its_data_and_nothing_from_outside) {
   const size_t to = page.find("</script>", from);
   const auto data = nlohmann::json::parse(page.substr(from, to - from));
   EXPECT_EQ(data["title"], "a <title>");
+  EXPECT_EQ(page.substr(from, to - from).find('<'), std::string::npos);
   const auto& j = data["entries"][0];
   EXPECT_EQ(j["tuning"]["luma"]["pIntensity"].size(), 5u);
   EXPECT_EQ(j["tuning"]["chroma"]["range_factor"], entry.values.chroma.range_factor);
   EXPECT_EQ(j["pictures"][0]["quality"]["after"]["psnr_y"], 99.0);
   EXPECT_EQ(j["pictures"][0]["y"].get<std::string>().rfind("data:image/png;base64,iVBOR", 0), 0u);
+  EXPECT_EQ(j["pictures"][1]["quality"], j["pictures"][0]["quality"]);  // of the whole picture
+  EXPECT_LE(j["pictures"][1]["width"].get<int>() * j["pictures"][1]["height"].get<int>(), 1000);
   EXPECT_GE(j["sweeps"].size(), 10u);
   for (const auto& sweep : j["sweeps"]) {
     bool marked = false;

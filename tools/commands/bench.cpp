@@ -4,15 +4,17 @@
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 
-#include "tools/lab/chart.h"
 #include "tools/commands/commands.h"
 #include "tools/denoiser.h"
 #include "tools/error.h"
-#include "tools/machine.h"
+#include "tools/lab/chart.h"
 #include "tools/lab/noise_model.h"
+#include "tools/machine.h"
 #include "tools/picture/output_file.h"
 #include "tools/progress.h"
+#include "tools/text.h"
 
 namespace vorn::tool {
 namespace {
@@ -39,7 +41,7 @@ void size_named(const std::string& name, picture_options& size) {
     parse_size(name, size);
   }
   if (size.width < 64 || size.height < 64 || !frame_size_ok(size.width, size.height)) {
-    throw CLI::ValidationError("--sizes: " + name + " cannot be measured (from 64x64)");
+    throw error("--sizes", name + " cannot be measured (from 64x64)");
   }
 }
 
@@ -89,19 +91,24 @@ ordered_json measure(const std::string& name, const bench_args& args) {
 void print_result(const ordered_json& r, bool stages) {
   const double ms = r["frame_ms"];
   const double megapixels = double(r["width"]) * double(r["height"]) * 1e-6;
-  std::printf("%-8s %5dx%-5d %9.3f ms  %9.3f ms  %8.1f MP/s  %7.1f frames/s\n",
-              r["name"].get<std::string>().c_str(), r["width"].get<int>(), r["height"].get<int>(),
-              ms, r["fastest_ms"].get<double>(), megapixels / ms * 1e3, 1e3 / ms);
+  print("%-8s %5dx%-5d %9.3f ms  %9.3f ms  %8.1f MP/s  %7.1f frames/s\n",
+        printable(r["name"].get<std::string>()).c_str(), r["width"].get<int>(),
+        r["height"].get<int>(), ms, r["fastest_ms"].get<double>(), megapixels / ms * 1e3, 1e3 / ms);
   if (!stages) return;
   for (const auto& [stage, value] : r["stages_ms"].items()) {
-    std::printf("    %-40s %9.3f ms\n", stage.c_str(), value.get<double>());
+    print("    %-40s %9.3f ms\n", printable(stage).c_str(), value.get<double>());
   }
 }
 
 ordered_json read_results(const std::string& path) {
   const std::string text = read_text_file(path);
-  ordered_json document = ordered_json::parse(text, nullptr, false);
   const auto bad = [&](const char* cause) { throw error(path, cause); };
+  // The library takes any depth, and the stack with it.
+  const auto shallow = [&](int depth, ordered_json::parse_event_t, ordered_json&) {
+    if (depth > 8) bad("not a result of vorn-ycnr bench");
+    return true;
+  };
+  const ordered_json document = ordered_json::parse(text, shallow, false);
   if (document.is_discarded()) bad("not JSON");
   if (!document.is_object() || !document.contains("results") || !document["results"].is_array()) {
     bad("not a result of vorn-ycnr bench");
@@ -122,15 +129,15 @@ int run_compare(const bench_args& args) {
     return d.contains("machine") ? d["machine"].dump() : std::string();
   };
   if (machine_of(before) != machine_of(after)) {
-    std::printf("note: measured on different machines or kernels\n");
+    print("note: measured on different machines or kernels\n");
   }
-  std::printf("%-44s %12s %12s %8s\n", "", "before ms", "after ms", "speed");
+  print("%-44s %12s %12s %8s\n", "", "before ms", "after ms", "speed");
   for (const ordered_json& a : after["results"]) {
     for (const ordered_json& b : before["results"]) {
       if (a["name"] != b["name"]) continue;
       const auto row = [](const std::string& name, double old_ms, double new_ms) {
-        std::printf("%-44s %12.3f %12.3f %7.2fx\n", name.c_str(), old_ms, new_ms,
-                    new_ms > 0 ? old_ms / new_ms : 0.0);
+        print("%-44s %12.3f %12.3f %7.2fx\n", printable(name).c_str(), old_ms, new_ms,
+              new_ms > 0 ? old_ms / new_ms : 0.0);
       };
       row(a["name"].get<std::string>(), b["frame_ms"], a["frame_ms"]);
       if (!args.stages) continue;
@@ -149,9 +156,9 @@ int run_bench(const bench_args& args) {
   if (!args.compare.empty()) return run_compare(args);
   verbose_library_log();
   const machine m = this_machine();
-  std::printf("%s (%s), %d processors, kernels %s, 4 worker threads, %d frames each\n",
-              m.cpu.c_str(), m.architecture.c_str(), m.processors, m.kernels.c_str(), args.frames);
-  std::printf("%-8s %-11s %9s     %9s\n", "", "", "median", "fastest");
+  print("%s (%s), %d processors, kernels %s, 4 worker threads, %d frames each\n", m.cpu.c_str(),
+        m.architecture.c_str(), m.processors, m.kernels.c_str(), args.frames);
+  print("%-8s %-11s %9s     %9s\n", "", "", "median", "fastest");
   ordered_json document = {{"machine",
                             {{"cpu", m.cpu},
                              {"architecture", m.architecture},
@@ -160,12 +167,26 @@ int run_bench(const bench_args& args) {
                            {"version", VORN_TOOL_VERSION},
                            {"frames", args.frames},
                            {"results", ordered_json::array()}};
-  for (const std::string& name : args.sizes) {
-    const ordered_json result = measure(name, args);
-    print_result(result, args.stages);
-    document["results"].push_back(result);
+  // Opened before the first frame; written with what was measured, whatever comes in between.
+  std::optional<output_file> file;
+  if (!args.output.empty()) file.emplace(args.output);
+  const auto write = [&] {
+    if (!file || document["results"].empty()) return;
+    const std::string text = document.dump(2) + "\n";
+    file->write(text.data(), text.size());
+    file->commit();
+  };
+  try {
+    for (const std::string& name : args.sizes) {
+      const ordered_json result = naming_memory(name, [&] { return measure(name, args); });
+      document["results"].push_back(result);
+      print_result(result, args.stages);
+    }
+  } catch (...) {
+    write();
+    throw;
   }
-  if (!args.output.empty()) write_file(args.output, document.dump(2) + "\n");
+  write();
   return kExitOk;
 }
 
@@ -178,20 +199,16 @@ void add_bench(CLI::App& program, job& chosen) {
   command->add_option("--sizes", args->sizes, "720p, 1080p, 4k, 12mp or WxH, by commas")
       ->type_name("SIZE,...")
       ->delimiter(',')
-      ->check(CLI::Validator(
-          [](std::string& name) {
-            picture_options size;
-            size_named(name, size);
-            return std::string();
-          },
-          ""))
+      ->each([](const std::string& name) {
+        picture_options size;
+        size_named(name, size);
+      })
       ->capture_default_str();
-  command->add_option("-n,--frames", args->frames, "Frames per size; medians are told")
-      ->type_name("N")
-      ->check(CLI::Range(1, 100000).description(""))
-      ->capture_default_str();
+  with_default(add_whole(*command, "-n,--frames", args->frames, 1, 100000,
+                         "Frames per size; medians are told"),
+               args->frames);
   command->add_flag("--stages", args->stages, "Tell every stage");
-  command->add_option("-o,--output", args->output, "Write all figures as JSON")->type_name("FILE");
+  add_file(*command, "-o,--output", args->output, "Write all figures as JSON");
   command->add_option("--compare", args->compare, "Measure nothing: compare two such files")
       ->type_name("BEFORE AFTER")
       ->expected(2);

@@ -4,13 +4,14 @@
 #include <cstring>
 #include <memory>
 
-#include "tools/lab/chart.h"
 #include "tools/commands/commands.h"
 #include "tools/denoiser.h"
 #include "tools/error.h"
+#include "tools/lab/chart.h"
 #include "tools/lab/metrics.h"
 #include "tools/lab/noise_model.h"
 #include "tools/picture/output_file.h"
+#include "tools/text.h"
 
 namespace vorn::tool {
 namespace {
@@ -24,9 +25,9 @@ struct demo_args {
 };
 
 void print_row(const char* name, const quality& q) {
-  std::printf("  %-9s %7.2f %7.2f %7.2f   %7.4f %7.4f %7.4f   %+6.2f %+6.2f %+6.2f\n", name,
-              q.psnr_y, q.psnr_u, q.psnr_v, q.ssim_y, q.ssim_u, q.ssim_v, q.mean_shift_y,
-              q.mean_shift_u, q.mean_shift_v);
+  print("  %-9s %7.2f %7.2f %7.2f   %7.4f %7.4f %7.4f   %+6.2f %+6.2f %+6.2f\n", name, q.psnr_y,
+        q.psnr_u, q.psnr_v, q.ssim_y, q.ssim_u, q.ssim_v, q.mean_shift_y, q.mean_shift_u,
+        q.mean_shift_v);
 }
 
 // The same part of both pictures side by side, doubled in size.
@@ -69,11 +70,10 @@ int run_demo(const demo_args& args) {
   verbose_library_log();
   denoiser library(clean.padded_width, clean.padded_height);
   std::vector<stage_time> stages;
-  std::printf("test chart, %dx%d, sensor noise with seed %llu\n", width, height,
-              static_cast<unsigned long long>(args.seed));
-  std::printf("              PSNR dB                   SSIM                        mean shift\n");
-  std::printf(
-      "                  Y       U       V         Y       U       V        Y      U      V\n");
+  print("test chart, %dx%d, sensor noise with seed %llu\n", width, height,
+        static_cast<unsigned long long>(args.seed));
+  print("              PSNR dB                   SSIM                        mean shift\n");
+  print("                  Y       U       V         Y       U       V        Y      U      V\n");
   for (const double gain : args.gains) {
     frame noisy = clean;
     noise_model model;
@@ -87,7 +87,7 @@ int run_demo(const demo_args& args) {
     library.run_timed(denoised, t);
     denoised = noisy;
     stages = library.run_timed(denoised, t);  // the first run paid for cold memory
-    std::printf("gain %s\n", gain_name(gain).c_str());
+    print("gain %s\n", gain_name(gain).c_str());
     print_row("noisy", compare_frames(noisy, clean));
     print_row("denoised", compare_frames(denoised, clean));
     write_picture(path("noisy_gain" + gain_name(gain) + ".png"), noisy);
@@ -95,12 +95,12 @@ int run_demo(const demo_args& args) {
     write_file(path("before_after_gain" + gain_name(gain) + ".png"),
                encode_png(before_after(noisy, denoised)));
   }
-  std::printf("\nmilliseconds per stage (last gain)\n");
+  print("\nmilliseconds per stage (last gain)\n");
   for (const stage_time& stage : stages) {
-    std::printf("  %-40s %8.3f\n", stage.name.c_str(), stage.ms);
+    print("  %-40s %8.3f\n", stage.name.c_str(), stage.ms);
   }
-  std::printf("\npictures: %s/{clean,noisy_gain*,denoised_gain*,before_after_gain*}.png\n",
-              args.directory.c_str());
+  print("\npictures: %s/{clean,noisy_gain*,denoised_gain*,before_after_gain*}.png\n",
+        args.directory.c_str());
   return kExitOk;
 }
 
@@ -110,15 +110,14 @@ void add_demo(CLI::App& program, job& chosen) {
   CLI::App* const command =
       program.add_subcommand("demo", "Draw a test chart, add noise, denoise it, tell the quality");
   const auto args = std::make_shared<demo_args>();
-  command->add_option("-o,--output", args->directory, "Directory for the pictures")
+  add_file(*command, "-o,--output", args->directory, "Directory for the pictures")
       ->type_name("DIR")
-      ->capture_default_str();
-  command->add_option("--noise", args->gains, "Sensor gains of the noise to add")
-      ->type_name("GAIN,...")
-      ->delimiter(',')
-      ->check(CLI::Range(0.0, 1e4).description(""))
-      ->capture_default_str();
-  command->add_option("--seed", args->seed, "Seed of the noise")->capture_default_str();
+      ->default_str(args->directory);
+  with_default(
+      add_reals(*command, "--noise", args->gains, 0, 1e4, "Sensor gains of the noise to add"),
+      args->gains)
+      ->type_name("GAIN,...");
+  with_default(add_seed(*command, "--seed", args->seed, "Seed of the noise"), double(args->seed));
   command
       ->add_option_function<std::string>(
           "--size", [args](const std::string& text) { parse_size(text, args->pictures); },

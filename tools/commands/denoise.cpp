@@ -1,27 +1,28 @@
 // vorn-ycnr denoise: pictures and streams in, the same without noise out.
 #include <algorithm>
-#include <atomic>
-#include <cstdio>
+#include <deque>
 #include <filesystem>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <thread>
 
+#include "tools/batch.h"
 #include "tools/commands/commands.h"
 #include "tools/denoiser.h"
 #include "tools/error.h"
 #include "tools/machine.h"
 #include "tools/picture/output_file.h"
 #include "tools/progress.h"
+#include "tools/stream.h"
+#include "tools/text.h"
+#include "tools/threads.h"
 
 namespace vorn::tool {
 namespace {
 
 struct denoise_args {
-  std::vector<std::string> inputs;
-  std::string output;
+  batch_options files;
   int jobs = 0;  // 0: one per processor
   picture_options pictures;
   tuning_options tuning;
@@ -42,109 +43,183 @@ class denoiser_cache {
   std::unique_ptr<denoiser> library_;
 };
 
-// One file, frame by frame.
-void denoise_file(const denoise_args& args, const std::string& input, const std::string& output,
-                  const tuning& t, denoiser_cache& libraries, bool show_progress) {
-  const std::unique_ptr<frame_reader> reader = open_reader(input, args.pictures);
+// One file, frame by frame; a stream takes as many processors as it is given. Returns what of the
+// input's description the output cannot hold.
+std::vector<std::string> denoise_file(const denoise_args& args, const batch_file& file,
+                                      denoiser_cache& libraries, int processors,
+                                      bool show_progress) {
+  const std::string name = file.input == "-" ? "standard input" : file.input;
+  const std::unique_ptr<frame_reader> reader = open_reader(file.input, args.pictures);
+  frame_tuning tunings(args.tuning);
   std::unique_ptr<frame_writer> writer;
   std::optional<progress> bar;
-  if (show_progress) bar.emplace(input == "-" ? "denoise" : input, reader->frame_count(), "frames");
+  if (show_progress)
+    bar.emplace(file.input == "-" ? "denoise" : file.input, reader->frame_count(), "frames");
   int64_t count = 0;
-  frame f;
-  while (reader->next(f)) {
-    naming(input == "-" ? "standard input" : input, [&] { libraries.of(f).run(f, t); });
+  const auto write = [&](frame& f) {
     // Opened last: bad input leaves no trace of the output.
-    if (!writer) writer = open_writer(output, args.pictures, reader->info);
+    if (!writer) writer = open_writer(file.output, args.pictures, reader->info);
     writer->write(f);
-    count++;
-    if (bar) bar->update(count);
-  }
+    if (bar) bar->update(++count);
+  };
+  naming_memory(name, [&] {
+    if (reader->frame_count() == 1) {
+      frame f;
+      reader->next(f);
+      naming(name, [&] { libraries.of(f).run(f, tunings.of(f)); });
+      write(f);
+      return;
+    }
+    denoise_stream({[&](frame& f) { return reader->next(f); },
+                    [&](const frame& f) { return tunings.of(f); }, write},
+                   processors);
+  });
   writer->finish();
+  return lost_in(reader->info.metadata, written_kind(file.output, args.pictures));
 }
 
-struct file_pair {
-  std::string input;
-  std::string output;
-};
-
-// Names of the results in a directory: those of the inputs, with the ending of --out-format.
-std::vector<file_pair> pair_names(const denoise_args& args) {
-  std::vector<file_pair> pairs;
-  std::map<std::string, std::string> taken;
-  for (const std::string& name : args.inputs) {
-    for (const std::string& input : expand_inputs({name})) {
-      if (input == "-") throw error("-", "standard input cannot be one of several inputs");
-      // Directories hold other things, too.
-      if (input != name && file_kind_of(input) == file_kind::unknown) continue;
-      std::filesystem::path file = std::filesystem::path(input).filename();
-      if (args.pictures.write_as != file_kind::unknown) {
-        file.replace_extension(file_kind_name(args.pictures.write_as));
-      }
-      const std::string output = (std::filesystem::path(args.output) / file).string();
-      if (!taken.emplace(output, input).second) {
-        throw error(input, "its result would have the name of that of " + taken[output]);
-      }
-      std::error_code code;
-      if (std::filesystem::equivalent(input, output, code)) {
-        throw error(input, "its result would replace it; name another directory");
-      }
-      pairs.push_back({input, output});
-    }
-  }
-  if (pairs.empty()) throw error(args.inputs[0], "no picture or video was found");
-  return pairs;
+// "colour profile, density".
+std::string joined(const std::vector<std::string>& texts) {
+  std::string all;
+  for (const std::string& text : texts) all += (all.empty() ? "" : ", ") + text;
+  return all;
 }
 
 // Many files on several threads, each with a denoiser of its own. A bad file does not stop the
 // others.
-int denoise_files(const denoise_args& args, const tuning& t) {
-  const std::vector<file_pair> pairs = pair_names(args);
-  make_directory(args.output);
-  const int jobs = args.jobs > 0 ? args.jobs : this_machine().processors;
-  std::atomic<size_t> next{0};
-  std::mutex lock;
-  std::vector<std::string> faults;
-  int64_t done = 0;
-  progress bar("denoise", int64_t(pairs.size()), "files");
-  const auto work = [&] {
+class batch_run {
+ public:
+  batch_run(const denoise_args& args, batch files)
+      : args_(args),
+        files_(std::move(files)),
+        bar_("denoise", int64_t(files_.files.size()), "files") {
+    for (const batch_file& file : files_.files) waiting_.push_back(&file);
+  }
+
+  int run() {
+    const int processors = args_.jobs > 0 ? args_.jobs : this_machine().processors;
+    const int jobs = int(std::min<int64_t>(processors, int64_t(files_.files.size())));
+    processors_each_ = jobs > 0 ? processors / jobs : 1;
+    thread_group threads;
+    ++working_;
+    for (int i = 1; i < jobs; i++) {
+      const std::unique_lock<std::mutex> guard(lock_);
+      if (threads.start([this] { work(); })) ++working_;
+    }
+    work();
+    threads.join();
+    bar_.clear();
+    return tell();
+  }
+
+ private:
+  void work() {
     denoiser_cache libraries;
-    for (size_t i; (i = next++) < pairs.size();) {
+    for (;;) {
+      const batch_file* file;
+      {
+        const std::lock_guard<std::mutex> guard(lock_);
+        if (waiting_.empty()) {
+          --working_;
+          return;
+        }
+        file = waiting_.front();
+        waiting_.pop_front();
+      }
       std::string fault;
       try {
-        denoise_file(args, pairs[i].input, pairs[i].output, t, libraries, false);
+        std::filesystem::create_directories(std::filesystem::path(file->output).parent_path());
+        const auto lost = denoise_file(args_, *file, libraries, processors_each_, false);
+        const std::lock_guard<std::mutex> guard(lock_);
+        for (const std::string& what : lost) ++lost_[what];
+      } catch (const no_threads& e) {
+        const std::lock_guard<std::mutex> guard(lock_);
+        if (working_ > 1) {  // the others have some, and do this file as well
+          --working_;
+          waiting_.push_back(file);
+          return;
+        }
+        fault = e.what();
       } catch (const error& e) {
         fault = e.what();
       } catch (const std::exception& e) {
-        fault = pairs[i].input + ": " + e.what();
+        fault = file->input + ": " + e.what();
       }
-      std::lock_guard<std::mutex> guard(lock);
-      if (!fault.empty()) faults.push_back(fault);
-      bar.update(++done);
+      const std::lock_guard<std::mutex> guard(lock_);
+      if (!fault.empty()) faults_.push_back(fault);
+      bar_.update(++done_);
     }
-  };
-  std::vector<std::thread> threads;
-  for (int i = 1; i < std::min<int64_t>(jobs, int64_t(pairs.size())); i++)
-    threads.emplace_back(work);
-  work();
-  for (std::thread& thread : threads) thread.join();
-  std::sort(faults.begin(), faults.end());
-  for (size_t i = 0; i + 1 < faults.size(); i++) {
-    std::fprintf(stderr, "vorn-ycnr: %s\n", faults[i].c_str());
   }
-  if (!faults.empty()) throw error("", faults.back());
-  return kExitOk;
+
+  int tell() {
+    const std::string passed = files_.passed_over();
+    if (!passed.empty()) note("passed over " + passed);
+    if (files_.existing > 0) note("already there: " + std::to_string(files_.existing));
+    std::vector<std::string> lost;
+    for (const auto& [what, files] : lost_)
+      lost.push_back(what + " of " + std::to_string(files) + (files == 1 ? " file" : " files"));
+    if (!lost.empty()) note("not kept: " + joined(lost));
+    std::sort(faults_.begin(), faults_.end());
+    for (const std::string& fault : faults_) note(fault);
+    if (faults_.size() > 1) {
+      note(std::to_string(faults_.size()) + " of " + std::to_string(files_.files.size()) +
+           " files failed");
+    }
+    return faults_.empty() ? kExitOk : kExitBadInput;
+  }
+
+  const denoise_args& args_;
+  const batch files_;
+  progress bar_;
+  int processors_each_ = 1;
+  std::mutex lock_;
+  std::deque<const batch_file*> waiting_;
+  int working_ = 0;  // threads
+  int64_t done_ = 0;
+  std::vector<std::string> faults_;
+  std::map<std::string, int> lost_;  // and from how many files
+};
+
+// Names that say one file cannot take the results of many.
+void check_directory_name(const denoise_args& args) {
+  const std::string& output = args.files.output;
+  if (output == "-") {
+    throw error("-o -", "standard output takes the result of one file; name a directory");
+  }
+  if (output.back() == '/' || is_directory(output)) return;
+  if (std::filesystem::exists(output)) throw error(output, "is no directory for several results");
+  if (file_kind_of(output) != file_kind::unknown) {
+    throw error(output,
+                "is a file's name, but there are several inputs; for a directory of this "
+                "name write " +
+                    output + "/");
+  }
 }
 
 int run_denoise(const denoise_args& args) {
-  const tuning t = args.tuning.resolve();
-  const bool one_file =
-      args.inputs.size() == 1 && (args.inputs[0] == "-" || !is_directory(args.inputs[0]));
-  const bool into_directory =
-      args.output != "-" && (args.output.back() == '/' || is_directory(args.output));
-  if (!one_file || into_directory) return denoise_files(args, t);
-  denoiser_cache libraries;
-  denoise_file(args, args.inputs[0], args.output, t, libraries, true);
-  return kExitOk;
+  const std::vector<std::string>& inputs = args.files.inputs;
+  const std::string& output = args.files.output;
+  const bool one_file = inputs.size() == 1 && (inputs[0] == "-" || !is_directory(inputs[0]));
+  const bool into_directory = output != "-" && (output.back() == '/' || is_directory(output));
+  const int processors = args.jobs > 0 ? args.jobs : this_machine().processors;
+  args.tuning.resolve();  // its faults come before any work
+  if (one_file && !into_directory) {
+    if (!args.files.force) refuse_replacing(output, {inputs[0], args.tuning.file});
+    if (args.files.skip_existing && output != "-" && std::filesystem::is_regular_file(output)) {
+      note("already there: " + output);
+      return kExitOk;
+    }
+    denoiser_cache libraries;
+    const auto lost = denoise_file(args, {inputs[0], output}, libraries, processors, true);
+    if (!lost.empty()) note(output + ": not kept: " + joined(lost));
+    return kExitOk;
+  }
+  check_directory_name(args);
+  batch_options options = args.files;
+  options.write_as = args.pictures.write_as;
+  batch files = find_batch(options);
+  make_directory(output);
+  return batch_run(args, std::move(files)).run();
 }
 
 }  // namespace
@@ -153,27 +228,28 @@ void add_denoise(CLI::App& program, job& chosen) {
   CLI::App* const command =
       program.add_subcommand("denoise", "Remove noise from pictures and video");
   const auto args = std::make_shared<denoise_args>();
-  command
-      ->add_option(
-          "inputs", args->inputs,
-          "PNG, JPEG, y4m or raw files, or directories of them; - is y4m on standard input")
+  add_files(*command, "inputs", args->files.inputs,
+            "PNG, JPEG, y4m or raw files, or directories of them; - is y4m on standard input")
       ->required()
       ->type_name("IN");
-  command
-      ->add_option("-o,--output", args->output,
-                   "File to write, or directory for the results of several inputs; - is y4m on "
-                   "standard output")
+  add_file(*command, "-o,--output", args->files.output,
+           "File to write, or directory for the results of several inputs; - is y4m on standard "
+           "output")
       ->required()
       ->type_name("OUT");
-  command->add_option("-j,--jobs", args->jobs, "Files at a time; else one per processor")
-      ->type_name("N")
-      ->check(CLI::Range(1, 64).description(""));
+  add_whole(*command, "-j,--jobs", args->jobs, 1, 64,
+            "Files, or frames of a stream, at a time; else one per processor");
+  command->add_flag("-r,--recursive", args->files.recursive,
+                    "Take the folders in a directory, too; results lie in the same folders");
+  command->add_flag("--skip-existing", args->files.skip_existing,
+                    "Leave out what has its result already: an interrupted job goes on");
+  command->add_flag("--force", args->files.force, "Let a result replace its input");
   add_tuning_options(*command, args->tuning);
   add_picture_options(*command, args->pictures, true);
   command->footer(
       "Examples:\n"
       "  vorn-ycnr denoise noisy.jpg -o clean.png --gain 16\n"
-      "  vorn-ycnr denoise holiday/ -o cleaned/ --gain 4\n"
+      "  vorn-ycnr denoise holiday/ -o cleaned/ --gain 4 --recursive --skip-existing\n"
       "  ffmpeg -i in.mp4 -pix_fmt yuv420p -f yuv4mpegpipe - | vorn-ycnr denoise - -o - | "
       "ffmpeg -i - out.mp4");
   command->callback([args, &chosen] { chosen = [args] { return run_denoise(*args); }; });

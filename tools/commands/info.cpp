@@ -6,14 +6,15 @@
 #include "tools/denoiser.h"
 #include "tools/error.h"
 #include "tools/machine.h"
+#include "tools/text.h"
 
 namespace vorn::tool {
 namespace {
 
 template <typename Head>
 void print_head(const char* label, const Head& head) {
-  std::printf("%-10s %s %s, built %s %s, %d MiB\n", label, head.name, head.version, head.build_date,
-              head.build_time, head.memory_mb);
+  print("%-10s %s %s, built %s %s, %d MiB\n", label, head.name, head.version, head.build_date,
+        head.build_time, head.memory_mb);
 }
 
 int run_info(const picture_options& pictures) {
@@ -21,21 +22,20 @@ int run_info(const picture_options& pictures) {
   const int height = pictures.height ? pictures.height : 1080;
   denoiser library(width, height);
   const ycnr_capability_param record = library.capability();
-  std::printf("vorn-ycnr  %s\n", VORN_TOOL_VERSION);
+  print("vorn-ycnr  %s\n", VORN_TOOL_VERSION);
   print_head("library", record);
   print_head("luma", record.ynr);
   print_head("chroma", record.cnr);
-  std::printf("           (scratch memory for frames of %dx%d)\n", width, height);
+  print("           (scratch memory for frames of %dx%d)\n", width, height);
   const machine m = this_machine();
   std::string sets;
   for (const std::string& set : m.instruction_sets) sets += " " + set;
-  std::printf("processor  %s, %s, %d in reach\n", m.cpu.c_str(), m.architecture.c_str(),
-              m.processors);
-  std::printf("can do    %s\n", sets.c_str());
-  std::printf("kernels    %s (VORN_KERNELS=NAME forces another)\n", m.kernels.c_str());
+  print("processor  %s, %s, %d in reach\n", m.cpu.c_str(), m.architecture.c_str(), m.processors);
+  print("can do    %s\n", sets.c_str());
+  print("kernels    %s (VORN_KERNELS=NAME forces another)\n", m.kernels.c_str());
   const tuning_set& set = default_tuning_set();
-  std::printf("tuning     built in: \"%s\", gains %g to %g\n", set.name.c_str(),
-              set.entries.front().gain, set.entries.back().gain);
+  print("tuning     built in: \"%s\", gains %g to %g\n", set.name.c_str(), set.entries.front().gain,
+        set.entries.back().gain);
   return kExitOk;
 }
 

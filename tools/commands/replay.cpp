@@ -6,8 +6,9 @@
 #include "tools/commands/commands.h"
 #include "tools/denoiser.h"
 #include "tools/error.h"
-#include "tools/picture/output_file.h"
 #include "tools/lab/replay.h"
+#include "tools/picture/output_file.h"
+#include "tools/text.h"
 
 namespace vorn::tool {
 namespace {
@@ -32,40 +33,55 @@ tuning tuning_of(const replay_case& c) {
   return t;
 }
 
+// The library's result of a dumped input. The denoiser stays while the size does.
+frame replayed(const replay_case& c, std::unique_ptr<denoiser>& library) {
+  const tuning t = tuning_of(c);
+  frame f = read_dump_frame(c.input, c.width, c.height);
+  naming(c.input, [&] {
+    if (!library || library->width() != c.width || library->height() != c.height) {
+      library = std::make_unique<denoiser>(c.width, c.height);
+    }
+    library->run(f, t);
+  });
+  return f;
+}
+
 int run_replay(const replay_args& args) {
   std::vector<std::string> notes;
   const std::vector<replay_case> cases = find_replay_cases(expand_inputs(args.inputs), notes);
-  for (const std::string& note : notes) std::printf("%s\n", note.c_str());
+  for (const std::string& line : notes) print("%s\n", printable(line).c_str());
   if (cases.empty()) throw error(args.inputs[0], "no dumped frame with its tuning was found");
   if (!args.output.empty()) make_directory(args.output);
 
   std::unique_ptr<denoiser> library;
-  int agree = 0, differ = 0, alone = 0;
+  int agree = 0, differ = 0, alone = 0, failed = 0;
   for (const replay_case& c : cases) {
-    const tuning t = tuning_of(c);
-    frame f = read_dump_frame(c.input, c.width, c.height);
-    naming(c.input, [&] {
-      if (!library || library->width() != c.width || library->height() != c.height) {
-        library = std::make_unique<denoiser>(c.width, c.height);
-      }
-      library->run(f, t);
-    });
-    if (!args.output.empty()) {
-      write_file((std::filesystem::path(args.output) / c.result_name()).string(), f.data);
-    }
     std::string verdict = "done, no device output to compare with";
-    if (c.output.empty()) {
-      alone++;
-    } else {
-      const byte_difference d = compare_bytes(f, read_dump_frame(c.output, c.width, c.height));
-      verdict = describe(d);
-      (d.luma + d.chroma == 0 ? agree : differ)++;
+    try {
+      const frame f = replayed(c, library);
+      if (!args.output.empty()) {
+        write_file((std::filesystem::path(args.output) / c.result_name()).string(), f.data);
+      }
+      if (c.output.empty()) {
+        alone++;
+      } else {
+        const byte_difference d = compare_bytes(f, read_dump_frame(c.output, c.width, c.height));
+        verdict = describe(d);
+        (d.luma + d.chroma == 0 ? agree : differ)++;
+      }
+    } catch (const error& fault) {  // one bad file is no reason to leave out the others
+      note(fault.what());
+      verdict = "failed";
+      failed++;
     }
-    std::printf("%s %dx%d %s: %s\n", c.luma ? (c.chroma ? "ynr2+cnr4" : "ynr2") : "cnr4", c.width,
-                c.height, c.stamp.c_str(), verdict.c_str());
+    print("%s %dx%d %s: %s\n", c.luma ? (c.chroma ? "ynr2+cnr4" : "ynr2") : "cnr4", c.width,
+          c.height, c.stamp.c_str(), verdict.c_str());
   }
-  std::printf("%zu replayed: %d identical, %d different, %d not compared\n", cases.size(), agree,
-              differ, alone);
+  print("%d replayed: %d identical, %d different, %d not compared", agree + differ + alone, agree,
+        differ, alone);
+  if (failed > 0) print("; %d failed", failed);
+  print("\n");
+  if (failed > 0) return kExitBadInput;
   if (args.run_only) return kExitOk;
   return differ == 0 && agree > 0 && notes.empty() ? kExitOk : kExitDifferent;
 }
@@ -76,12 +92,11 @@ void add_replay(CLI::App& program, job& chosen) {
   CLI::App* const command = program.add_subcommand(
       "replay", "Run the frames that a device dumped and compare with its results");
   const auto args = std::make_shared<replay_args>();
-  command->add_option("dumps", args->inputs, "Directories or files of dumps")
+  add_files(*command, "dumps", args->inputs, "Directories or files of dumps")
       ->type_name("DIR")
       ->required();
-  command
-      ->add_option("-o,--output", args->output,
-                   "Directory for the results, named as the device does")
+  add_file(*command, "-o,--output", args->output,
+           "Directory for the results, named as the device does")
       ->type_name("DIR");
   command->add_flag("--run-only", args->run_only,
                     "Succeed without or against the device's results");

@@ -1,26 +1,37 @@
 // vorn-ycnr tune: searches a tuning set on pictures whose clean version is known.
+#include <unistd.h>
+
+#include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <optional>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "tools/commands/commands.h"
-#include "tools/error.h"
 #include "tools/commands/lab_options.h"
+#include "tools/denoiser.h"
+#include "tools/error.h"
+#include "tools/lab/pair_check.h"
+#include "tools/lab/report_page.h"
+#include "tools/numbers.h"
 #include "tools/picture/output_file.h"
 #include "tools/progress.h"
-#include "tools/lab/report_page.h"
+#include "tools/text.h"
 #include "tools/tuning/tuner.h"
 
 namespace vorn::tool {
 namespace {
 
+struct noisy_pair {
+  double gain;
+  std::string noisy, clean;
+};
+
 struct tune_options {
   std::vector<std::string> clean;
-  std::vector<std::tuple<double, std::string, std::string>> pairs;  // gain, noisy, clean
+  std::vector<noisy_pair> pairs;
   std::vector<double> gains = {1, 2, 4, 8, 16, 32, 64};
   std::string objective_name = "psnr";
   std::string start_file;
@@ -30,6 +41,7 @@ struct tune_options {
   int threads = 0;
   int rounds = 4;
   bool corners = false, luma_only = false, chroma_only = false;
+  bool force = false;
   noise_model model;
   std::vector<double> luma_blurs = {0};
   picture_options picture;
@@ -39,13 +51,28 @@ std::atomic<bool> stop_requested{false};
 
 // The second interrupt ends the program at once.
 void on_interrupt(int) {
+  static const char kLine[] = "\nvorn-ycnr: stopping with the best so far (again: at once)\n";
   stop_requested = true;
   std::signal(SIGINT, SIG_DFL);
+  const ssize_t written = write(STDERR_FILENO, kLine, sizeof kLine - 1);
+  (void)written;
 }
 
 std::string base_name(const std::string& path) {
   const size_t slash = path.find_last_of('/');
   return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+tuning_sample read_pair(const tune_options& o, const noisy_pair& pair) {
+  tuning_sample s;
+  s.name = base_name(pair.noisy);
+  s.noisy = read_picture(pair.noisy, o.picture);
+  s.clean = read_picture(pair.clean, o.picture);
+  if (s.noisy.width != s.clean.width || s.noisy.height != s.clean.height)
+    throw error(pair.noisy, "its size differs from that of " + pair.clean);
+  if (s.noisy.full_range != s.clean.full_range)
+    throw error(pair.noisy, "not of the same sample range as " + pair.clean);
+  return s;
 }
 
 std::vector<tuning_sample> samples_for(const tune_options& o, double gain) {
@@ -65,34 +92,18 @@ std::vector<tuning_sample> samples_for(const tune_options& o, double gain) {
       samples.push_back(std::move(s));
     }
   }
-  for (const auto& [pair_gain, noisy, clean] : o.pairs) {
-    if (pair_gain != gain) continue;
-    tuning_sample s;
-    s.name = base_name(noisy);
-    s.noisy = read_picture(noisy, o.picture);
-    s.clean = read_picture(clean, o.picture);
-    if (s.noisy.width != s.clean.width || s.noisy.height != s.clean.height)
-      throw error(noisy, "its size differs from that of " + clean);
-    samples.push_back(std::move(s));
-  }
+  for (const noisy_pair& pair : o.pairs)
+    if (pair.gain == gain) samples.push_back(read_pair(o, pair));
   return samples;
 }
 
 std::vector<double> all_gains(const tune_options& o) {
   std::vector<double> gains;
   if (!o.clean.empty()) gains = o.gains;
-  for (const auto& pair : o.pairs) gains.push_back(std::get<0>(pair));
-  for (double gain : gains)
-    if (!(gain > 0)) throw error("--gains", "a gain must be above 0");
+  for (const noisy_pair& pair : o.pairs) gains.push_back(pair.gain);
   std::sort(gains.begin(), gains.end());
   gains.erase(std::unique(gains.begin(), gains.end()), gains.end());
   return gains;
-}
-
-std::string short_number(double value) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%g", value);
-  return text;
 }
 
 std::string description(const tune_options& o) {
@@ -107,77 +118,177 @@ std::string description(const tune_options& o) {
   return text + ".";
 }
 
-int run(const tune_options& o) {
+// Reads every input once: a name that is wrong must not come to light after an hour of search.
+void check_inputs(const tune_options& o) {
   if (o.clean.empty() && o.pairs.empty())
     throw error("tune", "needs clean pictures or --pair GAIN NOISY CLEAN");
-  search_options options;
-  options.goal = objective_of(o.objective_name);
-  options.threads = o.threads;
-  options.rounds = o.rounds;
-  options.corners = o.corners;
-  options.luma = !o.chroma_only;
-  options.chroma = !o.luma_only;
-  const tuning_set start = o.start_file.empty() ? tuning_set{} : read_tuning_set(o.start_file);
-  const std::vector<double> gains = all_gains(o);
+  if (printable(o.name) != o.name) throw error("--name", "is no printable UTF-8 text");
+  progress bar("checking", int64_t(o.clean.size() + o.pairs.size()), "inputs");
+  int64_t done = 0;
+  for (const std::string& path : o.clean) {
+    read_picture(path, o.picture);
+    bar.update(++done);
+  }
+  for (const noisy_pair& pair : o.pairs) {
+    const tuning_sample s = read_pair(o, pair);
+    const std::string fault = fault_of_pair(s.noisy, s.clean);
+    if (!fault.empty() && !o.force)
+      throw error(pair.noisy + " and " + pair.clean, fault + " (--force takes them)");
+    bar.update(++done);
+  }
+}
 
-  std::signal(SIGINT, on_interrupt);
-  tuning_set found;
-  found.name = o.name;
-  found.description = description(o);
-  std::vector<report_entry> entries;
-  std::printf("  gain   luma before -> after, dB   chroma before -> after, dB   trials\n");
-  progress bar("tuning", 100 * static_cast<int64_t>(gains.size()), "steps");
-  for (size_t i = 0; i < gains.size() && !stop_requested; ++i) {
-    const std::vector<tuning_sample> samples = samples_for(o, gains[i]);
+// Opens a file to be written at the end, and refuses one that is read as well.
+void open_output(const tune_options& o, const std::string& path, std::optional<output_file>& file) {
+  if (path.empty()) return;
+  std::vector<std::string> inputs = o.clean;
+  for (const noisy_pair& pair : o.pairs) inputs.insert(inputs.end(), {pair.noisy, pair.clean});
+  refuse_replacing(path, inputs);
+  if (!o.force) refuse_replacing(path, {o.start_file});
+  file.emplace(path);
+}
+
+void print_gain(double gain, const search_result& r, bool chroma) {
+  print("%6g   %8.2f -> %.2f (%+.2f)", gain, r.luma_before.psnr, r.luma_after.psnr,
+        r.luma_after.psnr - r.luma_before.psnr);
+  if (chroma && r.chroma_after.psnr > 0)
+    print("   %12.2f -> %.2f (%+.2f)", r.chroma_before.psnr, r.chroma_after.psnr,
+          r.chroma_after.psnr - r.chroma_before.psnr);
+  print("   %6d%s\n", r.trials, r.stopped ? "   stopped" : "");
+  finish_standard_output();
+}
+
+// One run: what is asked for, where it goes, what was found.
+class tuning_run {
+ public:
+  explicit tuning_run(const tune_options& o) : o_(o) {
+    options_.goal = objective_of(o.objective_name);
+    options_.threads = o.threads;
+    options_.rounds = o.rounds;
+    options_.corners = o.corners;
+    options_.luma = !o.chroma_only;
+    options_.chroma = !o.luma_only;
+    options_.curves = !o.report.empty();
+    if (!o.start_file.empty()) start_ = read_tuning_set(o.start_file);
+    gains_ = all_gains(o);
+    open_output(o, o.output, set_file_);
+    open_output(o, o.report, report_file_);
+    check_inputs(o);
+    found_.name = o.name;
+    found_.description = description(o);
+  }
+
+  int run() {
+    std::signal(SIGINT, on_interrupt);
+    print("  gain   luma before -> after, dB   chroma before -> after, dB   trials\n");
+    try {
+      for (size_t i = 0; i < gains_.size() && !stop_requested; ++i) search_gain(i);
+    } catch (const std::exception& fault) {
+      if (found_.entries.empty()) throw;
+      write();
+      throw error("", std::string(fault.what()) + "; " + o_.output +
+                          " holds what was found before, up to gain " +
+                          short_number(found_.entries.back().gain));
+    }
+    if (found_.entries.empty()) return kExitStopped;
+    write();
+    if (!stop_requested) return kExitOk;
+    note("stopped; " + o_.output + " holds the best so far, up to gain " +
+         short_number(found_.entries.back().gain));
+    return kExitStopped;
+  }
+
+ private:
+  void search_gain(size_t index) {
+    const double gain = gains_[index];
+    const std::vector<tuning_sample> samples = samples_for(o_, gain);
     const tuning first =
-        o.start_file.empty() ? guess_tuning(samples) : start.nearest(gains[i]).values;
+        start_.entries.empty() ? guess_tuning(samples) : start_.nearest(gain).values;
+    progress bar("tuning", 100 * static_cast<int64_t>(gains_.size()), "steps");
     const search_result r = search_tuning(
-        samples, first, options,
+        samples, first, options_,
         [&](const search_progress& p) {
-          bar.update(static_cast<int64_t>(100 * i) + 100 * p.done / std::max(1, p.total),
-                     "gain " + short_number(gains[i]) + " " + p.note);
+          bar.update(static_cast<int64_t>(100 * index) + 100 * p.done / std::max(1, p.total),
+                     "gain " + short_number(gain) + " " + p.note);
         },
         stop_requested);
-    found.entries.push_back({gains[i], r.best});
+    found_.entries.push_back({gain, r.best});
     bar.clear();
-    std::printf("%6g   %8.2f -> %.2f (%+.2f)", gains[i], r.luma_before.psnr, r.luma_after.psnr,
-                r.luma_after.psnr - r.luma_before.psnr);
-    if (options.chroma && r.chroma_after.psnr > 0)
-      std::printf("   %12.2f -> %.2f (%+.2f)", r.chroma_before.psnr, r.chroma_after.psnr,
-                  r.chroma_after.psnr - r.chroma_before.psnr);
-    std::printf("   %6d%s\n", r.trials, r.stopped ? "   stopped" : "");
-    std::fflush(stdout);
+    print_gain(gain, r, options_.chroma);
+    if (report_file_) add_to_report(gain, samples, r);
+  }
 
-    if (o.report.empty()) continue;
+  void add_to_report(double gain, const std::vector<tuning_sample>& samples,
+                     const search_result& r) {
     report_entry entry;
-    entry.gain = gains[i];
-    entry.label = short_number(gains[i]);
+    entry.gain = gain;
+    entry.label = short_number(gain);
     entry.values = r.best;
     entry.sweeps = r.sweeps;
-    entry.goal = options.goal;
+    entry.goal = options_.goal;
     entry.scored = true;
     entry.luma_before = r.luma_before;
     entry.luma_after = r.luma_after;
     entry.chroma_before = r.chroma_before;
     entry.chroma_after = r.chroma_after;
-    entry.from_model = !o.clean.empty();
-    entry.model = o.model;
-    entry.model.gain = gains[i];
-    const tuning_sample& s = samples.front();
-    frame after = s.noisy;
-    denoiser(after.padded_width, after.padded_height).run(after, r.best);
-    entry.pictures.push_back({s.name, s.noisy, std::move(after), s.clean, {}});
-    entries.push_back(std::move(entry));
+    entry.from_model = !o_.clean.empty();
+    entry.model = o_.model;
+    entry.model.gain = gain;
+    const size_t pictures = std::min(samples.size(), kMostPictures);
+    const int64_t pixels = report_pixels(pictures * gains_.size());
+    for (size_t i = 0; i < pictures; ++i) {
+      const tuning_sample& s = samples[i];
+      frame after = s.noisy;
+      denoiser(after.padded_width, after.padded_height).run(after, r.best);
+      entry.pictures.push_back(make_report_picture(s.name, s.noisy, after, s.clean, pixels));
+    }
+    entry.pictures_left_out = samples.size() - pictures;
+    entries_.push_back(std::move(entry));
   }
-  bar.clear();
-  if (found.entries.empty()) return kExitStopped;
-  write_file(o.output, tuning_set_to_json(found));
-  if (!o.report.empty())
-    write_file(o.report, render_report("Tuning " + o.name, found.description, entries));
-  if (!stop_requested) return kExitOk;
-  std::fprintf(stderr, "vorn-ycnr: stopped; %s holds the best so far, up to gain %g\n",
-               o.output.c_str(), found.entries.back().gain);
-  return kExitStopped;
+
+  void write() {
+    const std::string set = tuning_set_to_json(found_);
+    set_file_->write(set.data(), set.size());
+    set_file_->commit();
+    if (!report_file_) return;
+    const std::string page = render_report("Tuning " + o_.name, found_.description, entries_);
+    report_file_->write(page.data(), page.size());
+    report_file_->commit();
+  }
+
+  // More would leave each of them a stamp's size.
+  static constexpr size_t kMostPictures = 6;
+
+  const tune_options& o_;
+  search_options options_;
+  tuning_set start_, found_;
+  std::vector<double> gains_;
+  std::optional<output_file> set_file_, report_file_;
+  std::vector<report_entry> entries_;
+};
+
+int run(const tune_options& o) {
+  return tuning_run(o).run();
+}
+
+void add_pairs(CLI::App& command, std::vector<noisy_pair>& pairs) {
+  command
+      .add_option_function<std::vector<std::string>>(
+          "--pair",
+          [&pairs](const std::vector<std::string>& texts) {
+            for (const std::string& text : texts)
+              if (text.size() > 1 && text[0] == '-')  // the next option, where a file is left out
+                throw error("--pair", "needs all of GAIN NOISY CLEAN before " + text);
+            for (size_t i = 0; i + 2 < texts.size(); i += 3) {
+              pairs.push_back({real_number("--pair", texts[i], kLowestGain, kHighestGain),
+                               texts[i + 1], texts[i + 2]});
+            }
+          },
+          "The gain of a noisy picture, the picture and its clean version; may be repeated")
+      ->type_size(3)
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+      ->type_name("GAIN NOISY CLEAN");
 }
 
 }  // namespace
@@ -186,36 +297,36 @@ void add_tune(CLI::App& program, job& chosen) {
   const auto o = std::make_shared<tune_options>();
   CLI::App* const command =
       program.add_subcommand("tune", "Search a tuning set on pictures with a clean version");
-  command->add_option("clean", o->clean,
-                      "Clean pictures; noise of the sensor model is added for every gain");
-  command
-      ->add_option("--pair", o->pairs,
-                   "A noisy picture, its gain and its clean version; may be repeated")
-      ->type_name("GAIN NOISY CLEAN");
-  command->add_option("--gains", o->gains, "Gains to tune for with clean pictures")
-      ->delimiter(',')
-      ->capture_default_str();
-  command->add_option("-o,--output", o->output, "The tuning set")->required();
-  command->add_option("--report", o->report, "An HTML page with the pictures and the curves");
+  add_files(*command, "clean", o->clean,
+            "Clean pictures; noise of the sensor model is added for every gain");
+  add_pairs(*command, o->pairs);
+  with_default(add_reals(*command, "--gains", o->gains, kLowestGain, kHighestGain,
+                         "Gains to tune for with clean pictures"),
+               o->gains);
+  add_file(*command, "-o,--output", o->output, "The tuning set")->required();
+  add_file(*command, "--report", o->report, "An HTML page with the pictures and the curves");
   command
       ->add_option("--objective", o->objective_name,
                    "psnr, ssim, or mix (PSNR less a price for lost texture)")
       ->capture_default_str();
-  command->add_option("--start", o->start_file, "Start from this set and not from the noise");
+  add_file(*command, "--start", o->start_file, "Start from this set and not from the noise");
   command->add_option("--name", o->name, "Name of the set")->capture_default_str();
-  command->add_option("--rounds", o->rounds, "Rounds, each with finer steps")
-      ->check(CLI::Range(1, 10))
-      ->capture_default_str();
-  command->add_option("--threads", o->threads, "Trials at a time; 0: one per core")
-      ->check(CLI::Range(0, 256))
-      ->capture_default_str();
+  with_default(add_whole(*command, "--rounds", o->rounds, 1, 10, "Rounds, each with finer steps"),
+               o->rounds);
+  with_default(
+      add_whole(*command, "--threads", o->threads, 0, 256, "Trials at a time; 0: one per core"),
+      o->threads);
   command->add_flag("--corners", o->corners, "Search param0 too, for noise that rises outwards");
   CLI::Option* const luma = command->add_flag("--luma-only", o->luma_only, "Search luma alone");
   command->add_flag("--chroma-only", o->chroma_only, "Search chroma alone")->excludes(luma);
+  command->add_flag("--force", o->force,
+                    "Take pairs that look displaced or swapped; replace the set of --start");
   add_model_options(*command, o->model, &o->luma_blurs);
   add_picture_options(*command, o->picture, false);
   command->footer(
-      "Ctrl-C ends the search and keeps the best so far.\n"
+      "All inputs and outputs are checked first; pairs have to lie upon each other to a third of "
+      "a\n"
+      "pixel. Ctrl-C ends the search and keeps the best so far.\n"
       "Example:\n"
       "  vorn-ycnr demo -o demo && vorn-ycnr tune demo/clean.png --gains 8 --rounds 1 -o set.json");
   command->callback([o, &chosen] { chosen = [o] { return run(*o); }; });

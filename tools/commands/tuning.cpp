@@ -5,6 +5,7 @@
 #include "tools/commands/commands.h"
 #include "tools/error.h"
 #include "tools/picture/output_file.h"
+#include "tools/text.h"
 
 namespace vorn::tool {
 namespace {
@@ -19,25 +20,25 @@ struct tuning_args {
 
 int run_show(const tuning_args& args) {
   const tuning_set set = args.files.empty() ? default_tuning_set() : read_tuning_set(args.files[0]);
-  if (!set.name.empty()) std::printf("%s\n", set.name.c_str());
-  if (!set.description.empty()) std::printf("%s\n", set.description.c_str());
+  if (!set.name.empty()) print("%s\n", printable(set.name).c_str());
+  if (!set.description.empty()) print("%s\n", printable(set.description).c_str());
   std::vector<const tuning_entry*> entries;
   if (args.gain > 0) {
     entries.push_back(&set.nearest(args.gain));
   } else {
     for (const tuning_entry& entry : set.entries) entries.push_back(&entry);
   }
-  std::printf("%-22s", "gain");
-  for (const tuning_entry* entry : entries) std::printf(" %7g", entry->gain);
-  std::printf("\n");
+  print("%-22s", "gain");
+  for (const tuning_entry* entry : entries) print(" %7g", entry->gain);
+  print("\n");
   for (int i = 0; i < kTuningFields; i++) {
     const tuning_field& field = tuning_field_at(i);
     const std::string name = std::string(field.luma ? "luma " : "chroma ") + field.dump_name;
-    std::printf("%-22s", name.c_str());
+    print("%-22s", name.c_str());
     for (const tuning_entry* entry : entries) {
-      std::printf(" %7d", static_cast<int>(get_field(entry->values, i)));
+      print(" %7d", static_cast<int>(get_field(entry->values, i)));
     }
-    std::printf("\n");
+    print("\n");
   }
   return kExitOk;
 }
@@ -45,8 +46,8 @@ int run_show(const tuning_args& args) {
 int run_check(const tuning_args& args) {
   for (const std::string& file : args.files) {
     const tuning_set set = read_tuning_set(file);
-    std::printf("%s: valid, %zu entries, gains %g to %g\n", file.c_str(), set.entries.size(),
-                set.entries.front().gain, set.entries.back().gain);
+    print("%s: valid, %zu entries, gains %g to %g\n", printable(file).c_str(), set.entries.size(),
+          set.entries.front().gain, set.entries.back().gain);
   }
   return kExitOk;
 }
@@ -100,17 +101,18 @@ void add_tuning(CLI::App& program, job& chosen) {
 
   CLI::App* const show =
       command->add_subcommand("show", "Print a set as a table, a column per gain");
-  show->add_option("set", args->files, "Tuning set; else the one built in")
+  add_files(*show, "set", args->files, "Tuning set; else the one built in")
       ->type_name("SET")
       ->expected(0, 1);
-  show->add_option("-g,--gain", args->gain, "Only the entry nearest to this gain")
+  add_real(*show, "-g,--gain", args->gain, kLowestGain, kHighestGain,
+           "Only the entry nearest to this gain")
       ->type_name("GAIN");
   show->footer("Example:\n  vorn-ycnr tuning show --gain 16");
   show->callback([args, &chosen] { chosen = [args] { return run_show(*args); }; });
 
   CLI::App* const check =
       command->add_subcommand("check", "Check that sets are complete and sound");
-  check->add_option("set", args->files, "Tuning sets")->type_name("SET")->required();
+  add_files(*check, "set", args->files, "Tuning sets")->type_name("SET")->required();
   check->footer("Example:\n  vorn-ycnr tuning check my_sensor.json");
   check->callback([args, &chosen] { chosen = [args] { return run_check(*args); }; });
 
@@ -129,30 +131,31 @@ void add_tuning(CLI::App& program, job& chosen) {
   to_c->callback([args, &chosen] { chosen = [args] { return run_to_c(*args); }; });
 
   CLI::App* const to = command->add_subcommand("to-dump", "Write one entry as a device dumps it");
-  to->add_option("set", args->files, "Tuning set; else the one built in")
+  add_files(*to, "set", args->files, "Tuning set; else the one built in")
       ->type_name("SET")
       ->expected(0, 1);
-  to->add_option("-g,--gain", args->gain, "Gain whose nearest entry to write")->type_name("GAIN");
-  to->add_option("-o,--output", args->output,
-                 "Begin of the names; _ynr2_turning_param.txt and _cnr4_turning_param.txt follow")
+  add_real(*to, "-g,--gain", args->gain, kLowestGain, kHighestGain,
+           "Gain whose nearest entry to write")
+      ->type_name("GAIN");
+  add_file(*to, "-o,--output", args->output,
+           "Begin of the names; _ynr2_turning_param.txt and _cnr4_turning_param.txt follow")
       ->type_name("PREFIX")
       ->required();
   to->footer("Example:\n  vorn-ycnr tuning to-dump --gain 8 -o gain8");
   to->callback([args, &chosen] { chosen = [args] { return run_to_dump(*args); }; });
 
   CLI::App* const from = command->add_subcommand("from-dump", "Make an entry of a device's dumps");
-  from->add_option("texts", args->files, "The luma and the chroma tuning text")
+  add_files(*from, "texts", args->files, "The luma and the chroma tuning text")
       ->type_name("TXT")
       ->required()
       ->expected(2);
-  from->add_option("-g,--gain", args->gain, "Gain of the entry")
+  add_real(*from, "-g,--gain", args->gain, kLowestGain, kHighestGain, "Gain of the entry")
       ->type_name("GAIN")
-      ->required()
-      ->check(CLI::Range(1e-3, 1e6).description(""));
-  from->add_option("--into", args->into,
-                   "Set that receives the entry, in the place of one of this gain")
+      ->required();
+  add_file(*from, "--into", args->into,
+           "Set that receives the entry, in the place of one of this gain")
       ->type_name("SET");
-  from->add_option("-o,--output", args->output, "Set to write; else the one of --into")
+  add_file(*from, "-o,--output", args->output, "Set to write; else the one of --into")
       ->type_name("FILE");
   from->footer(
       "Example:\n"

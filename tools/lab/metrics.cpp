@@ -157,4 +157,30 @@ quality compare_frames(const frame& f, const frame& reference) {
           shift[1],        shift[2]};
 }
 
+namespace {
+
+double change(const plane_view& a, const plane_view& b, const plane_view& a_before,
+              const plane_view& b_before) {
+  uint64_t sum = 0;
+  for (int y = 0; y < a.height; ++y) {
+    const ptrdiff_t row = y * a.stride;
+    for (int x = 0; x < a.width; ++x) {
+      const ptrdiff_t at = row + x * a.step;
+      const int d = (a.data[at] - b.data[at]) - (a_before.data[at] - b_before.data[at]);
+      sum += static_cast<unsigned>(d * d);
+    }
+  }
+  return std::sqrt(static_cast<double>(sum) / (static_cast<double>(a.width) * a.height));
+}
+
+}  // namespace
+
+flicker flicker_between(const frame& f, const frame& reference, const frame& f_before,
+                        const frame& reference_before) {
+  const auto of = [&](plane_view (*view)(const frame&)) {
+    return change(view(f), view(reference), view(f_before), view(reference_before));
+  };
+  return {of(luma_view), of(u_view), of(v_view)};
+}
+
 }  // namespace vorn::tool

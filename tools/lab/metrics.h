@@ -46,4 +46,13 @@ struct quality {
 };
 quality compare_frames(const frame& f, const frame& reference);
 
+// How much the difference of two streams changes from one frame to the next: the root mean square
+// of (f - reference) - (f_before - reference_before) per channel, grey levels. 0 where what differs
+// stands still. Frames of one size.
+struct flicker {
+  double y, u, v;
+};
+flicker flicker_between(const frame& f, const frame& reference, const frame& f_before,
+                        const frame& reference_before);
+
 }  // namespace vorn::tool

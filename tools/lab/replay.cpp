@@ -5,7 +5,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <iterator>
+#include <map>
 #include <regex>
+#include <set>
+#include <tuple>
 
 #include "tools/error.h"
 #include "tools/picture/output_file.h"
@@ -69,18 +73,125 @@ bool parse_name(const std::string& path, dump_file& dump) {
   return true;
 }
 
-// The latest dump of a kind that is not after `seconds`; frames must have the size, too.
-const dump_file* latest(const std::vector<dump_file>& dumps, dump_kind kind, int64_t seconds,
-                        int width, int height) {
-  const dump_file* best = nullptr;
-  for (const dump_file& dump : dumps) {
-    if (dump.kind != kind || dump.seconds > seconds || seconds - dump.seconds > kLongestFrame)
-      continue;
-    if (width && (dump.width != width || dump.height != height)) continue;
-    if (!best || dump.seconds > best->seconds) best = &dump;
+// Dumps by kind and size (0x0 for texts), each list by rising time.
+class dump_index {
+ public:
+  explicit dump_index(const std::vector<dump_file>& dumps) {
+    for (const dump_file& dump : dumps)
+      lists_[key(dump.kind, dump.width, dump.height)].push_back(&dump);
   }
-  return best;
-}
+  // The latest dump of a kind and size that is not after `seconds`; of those of one second the one
+  // that comes first. Null when there is none within kLongestFrame.
+  const dump_file* latest(dump_kind kind, int width, int height, int64_t seconds) const {
+    const auto found = lists_.find(key(kind, width, height));
+    if (found == lists_.end()) return nullptr;
+    const auto& list = found->second;
+    const auto before = [](const dump_file* d, int64_t s) { return d->seconds < s; };
+    const auto next = std::lower_bound(list.begin(), list.end(), seconds + 1, before);
+    if (next == list.begin()) return nullptr;
+    const int64_t at = (*std::prev(next))->seconds;
+    if (seconds - at > kLongestFrame) return nullptr;
+    return *std::lower_bound(list.begin(), next, at, before);
+  }
+
+ private:
+  using list_key = std::tuple<dump_kind, int, int>;
+  static list_key key(dump_kind kind, int width, int height) { return {kind, width, height}; }
+  std::map<list_key, std::vector<const dump_file*>> lists_;
+};
+
+// Puts the dumps of one directory together. `dumps` is sorted by time.
+class case_finder {
+ public:
+  case_finder(const std::vector<dump_file>& dumps, std::vector<std::string>& notes)
+      : dumps_(dumps), index_(dumps), notes_(notes) {}
+
+  std::vector<replay_case> find() {
+    find_outputs();
+    for (const dump_file& dump : dumps_) {
+      if (dump.kind == dump_kind::luma_input || dump.kind == dump_kind::chroma_input) add(dump);
+    }
+    for (const dump_file& dump : dumps_) {
+      if (dump.kind == dump_kind::chroma_output && !claimed_.count(&dump)) add_joint(dump);
+    }
+    for (const dump_file& dump : dumps_) {
+      if (is_output(dump) && !claimed_.count(&dump))
+        notes_.push_back(dump.path + ": no input frame and tuning fit its time and size");
+    }
+    return std::move(cases_);
+  }
+
+ private:
+  static bool is_output(const dump_file& dump) {
+    return dump.kind == dump_kind::luma_output || dump.kind == dump_kind::chroma_output;
+  }
+
+  // Of the outputs whose latest input is the same, the earliest is that input's.
+  void find_outputs() {
+    for (const dump_file& dump : dumps_) {
+      if (!is_output(dump)) continue;
+      const dump_kind kind =
+          dump.kind == dump_kind::luma_output ? dump_kind::luma_input : dump_kind::chroma_input;
+      const dump_file* const input = index_.latest(kind, dump.width, dump.height, dump.seconds);
+      if (input) outputs_.emplace(input, &dump);
+    }
+  }
+
+  std::string text_of(const dump_file& input, dump_kind kind) const {
+    const dump_file* const text = index_.latest(kind, 0, 0, input.seconds);
+    return text ? text->path : std::string();
+  }
+
+  static replay_case case_of(const dump_file& input) {
+    replay_case c;
+    c.width = input.width;
+    c.height = input.height;
+    c.stamp = input.stamp;
+    c.input = input.path;
+    return c;
+  }
+
+  void add(const dump_file& input) {
+    replay_case c = case_of(input);
+    c.luma = input.kind == dump_kind::luma_input;
+    c.chroma = !c.luma;
+    std::string& text = c.luma ? c.luma_tuning : c.chroma_tuning;
+    text = text_of(input, c.luma ? dump_kind::luma_tuning : dump_kind::chroma_tuning);
+    if (text.empty()) {
+      notes_.push_back(input.path + ": no " + (c.luma ? "ynr2" : "cnr4") +
+                       " tuning text fits its time");
+      return;
+    }
+    const auto output = outputs_.find(&input);
+    if (output != outputs_.end()) {
+      claimed_.insert(output->second);
+      c.output = output->second->path;
+    }
+    cases_.push_back(c);
+  }
+
+  // A result of chroma whose own input was not dumped: both algorithms ran from the luma input.
+  void add_joint(const dump_file& result) {
+    const dump_file* const input =
+        index_.latest(dump_kind::luma_input, result.width, result.height, result.seconds);
+    if (!input) return;
+    replay_case c = case_of(*input);
+    c.luma = c.chroma = true;
+    c.luma_tuning = text_of(*input, dump_kind::luma_tuning);
+    c.chroma_tuning = text_of(*input, dump_kind::chroma_tuning);
+    c.output = result.path;
+    if (c.luma_tuning.empty() || c.chroma_tuning.empty()) return;
+    claimed_.insert(&result);
+    cases_.push_back(c);
+  }
+
+  const std::vector<dump_file>& dumps_;
+  const dump_index index_;
+  std::vector<std::string>& notes_;
+  std::map<const dump_file*, const dump_file*> outputs_;  // of an input
+  std::set<const dump_file*> claimed_;
+  std::vector<replay_case> cases_;
+};
 
 }  // namespace
 
@@ -98,75 +209,7 @@ std::vector<replay_case> find_replay_cases(const std::vector<std::string>& files
   }
   std::stable_sort(dumps.begin(), dumps.end(),
                    [](const dump_file& a, const dump_file& b) { return a.seconds < b.seconds; });
-
-  std::vector<replay_case> cases;
-  std::vector<const dump_file*> claimed;
-  // The earliest output whose latest input is this one.
-  const auto output_of = [&](const dump_file& input, dump_kind output_kind) {
-    for (const dump_file& dump : dumps) {
-      if (dump.kind != output_kind || dump.width != input.width || dump.height != input.height)
-        continue;
-      if (latest(dumps, input.kind, dump.seconds, dump.width, dump.height) != &input) continue;
-      if (std::find(claimed.begin(), claimed.end(), &dump) != claimed.end()) continue;
-      claimed.push_back(&dump);
-      return dump.path;
-    }
-    return std::string();
-  };
-  const auto tuning_of = [&](const dump_file& input, dump_kind kind) {
-    const dump_file* const text = latest(dumps, kind, input.seconds, 0, 0);
-    return text ? text->path : std::string();
-  };
-  for (const dump_file& input : dumps) {
-    const bool luma = input.kind == dump_kind::luma_input;
-    if (!luma && input.kind != dump_kind::chroma_input) continue;
-    replay_case c;
-    c.luma = luma;
-    c.chroma = !luma;
-    c.width = input.width;
-    c.height = input.height;
-    c.stamp = input.stamp;
-    c.input = input.path;
-    std::string& text = luma ? c.luma_tuning : c.chroma_tuning;
-    text = tuning_of(input, luma ? dump_kind::luma_tuning : dump_kind::chroma_tuning);
-    if (text.empty()) {
-      notes.push_back(input.path + ": no " + (luma ? "ynr2" : "cnr4") +
-                      " tuning text fits its time");
-      continue;
-    }
-    c.output = output_of(input, luma ? dump_kind::luma_output : dump_kind::chroma_output);
-    cases.push_back(c);
-  }
-  // Results of chroma whose own input was not dumped: both algorithms ran from the luma input.
-  for (const dump_file& result : dumps) {
-    if (result.kind != dump_kind::chroma_output ||
-        std::find(claimed.begin(), claimed.end(), &result) != claimed.end()) {
-      continue;
-    }
-    const dump_file* const input =
-        latest(dumps, dump_kind::luma_input, result.seconds, result.width, result.height);
-    if (!input) continue;
-    replay_case c;
-    c.luma = c.chroma = true;
-    c.width = result.width;
-    c.height = result.height;
-    c.stamp = input->stamp;
-    c.input = input->path;
-    c.luma_tuning = tuning_of(*input, dump_kind::luma_tuning);
-    c.chroma_tuning = tuning_of(*input, dump_kind::chroma_tuning);
-    c.output = result.path;
-    if (c.luma_tuning.empty() || c.chroma_tuning.empty()) continue;
-    claimed.push_back(&result);
-    cases.push_back(c);
-  }
-  for (const dump_file& dump : dumps) {
-    const bool output =
-        dump.kind == dump_kind::luma_output || dump.kind == dump_kind::chroma_output;
-    if (output && std::find(claimed.begin(), claimed.end(), &dump) == claimed.end()) {
-      notes.push_back(dump.path + ": no input frame and tuning fit its time and size");
-    }
-  }
-  return cases;
+  return case_finder(dumps, notes).find();
 }
 
 frame read_dump_frame(const std::string& path, int width, int height) {

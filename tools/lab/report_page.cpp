@@ -1,6 +1,8 @@
 #include "tools/lab/report_page.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <nlohmann/json.hpp>
 
 #include "tools/lab/metrics.h"
@@ -100,28 +102,36 @@ json sweep_json(const parameter_sweep& sweep, objective goal) {
   const char* const unit = goal == objective::ssim  ? "SSIM"
                            : goal == objective::mix ? "PSNR - texture, dB"
                                                     : "PSNR, dB";
+  // Scores of the search are in dB, whatever the objective; points of SSIM are not.
+  const tuning_score& any = sweep.scores.front();
+  const double factor = goal == objective::ssim && any.value > 0 ? any.ssim / any.value : 1;
+  json explored = json::array();
+  for (const auto& [value, score] : sweep.explored)
+    explored.push_back({value, std::round(score * factor * 1e4) / 1e4});
   return {{"label", field.key + level},
           {"half", field.luma ? "luma" : "chroma"},
           {"unit", unit},
           {"least", goal == objective::ssim ? 0.001 : 0.05},
           {"chosen", sweep.chosen},
-          {"points", points}};
+          {"points", points},
+          {"explored", explored}};
 }
 
 json picture_json(const report_picture& p, const report_entry& entry) {
   json j = {{"name", p.name},
             {"width", p.before.width},
             {"height", p.before.height},
+            {"whole", {p.width, p.height}},
+            {"at", {p.x, p.y}},
             {"clean", p.clean.width > 0},
             {"y", plane_png(p, luma_view)},
             {"u", plane_png(p, u_view)},
             {"v", plane_png(p, v_view)}};
   if (p.clean.width > 0) {
-    j["quality"] = {{"before", quality_json(compare_frames(p.before, p.clean))},
-                    {"after", quality_json(compare_frames(p.after, p.clean))}};
+    j["quality"] = {{"before", quality_json(p.quality_before)},
+                    {"after", quality_json(p.quality_after)}};
   }
-  j["noise"] = {{"before", curve_json(measure_noise({p.before}, noise_scene::any))},
-                {"after", curve_json(measure_noise({p.after}, noise_scene::any))}};
+  j["noise"] = {{"before", curve_json(p.noise_before)}, {"after", curve_json(p.noise_after)}};
   if (entry.from_model) j["noise"]["model"] = curve_json(model_curve(entry.model));
   json stages = json::array();
   for (const stage_time& s : p.stages) stages.push_back({{"name", s.name}, {"ms", s.ms}});
@@ -129,7 +139,57 @@ json picture_json(const report_picture& p, const report_entry& entry) {
   return j;
 }
 
+// The part of f from x, y, both even.
+frame part(const frame& f, int x, int y, int width, int height) {
+  if (f.width == 0) return {};
+  frame out = make_frame(width, height);
+  out.gray = f.gray;
+  out.full_range = f.full_range;
+  for (int row = 0; row < height; ++row)
+    std::memcpy(out.luma() + size_t(row) * out.padded_width,
+                f.luma() + size_t(y + row) * f.padded_width + x, size_t(width));
+  for (int row = 0; row < out.chroma_height(); ++row)
+    std::memcpy(out.chroma() + size_t(row) * out.padded_width,
+                f.chroma() + size_t(y / 2 + row) * f.padded_width + x, size_t(out.padded_width));
+  pad_edges(out);
+  return out;
+}
+
 }  // namespace
+
+int64_t report_pixels(size_t pictures) {
+  // Three versions with half a sample of chroma each; noise hardly shrinks as PNG, and base64 makes
+  // three bytes four.
+  constexpr int64_t kPage = 11'500'000, kBytesPerPixel = 6;
+  return kPage / kBytesPerPixel / int64_t(std::max<size_t>(1, pictures));
+}
+
+report_picture make_report_picture(const std::string& name, const frame& before, const frame& after,
+                                   const frame& clean, int64_t most_pixels) {
+  report_picture p;
+  p.name = name;
+  p.width = before.width;
+  p.height = before.height;
+  if (clean.width > 0) {
+    p.quality_before = compare_frames(before, clean);
+    p.quality_after = compare_frames(after, clean);
+  }
+  p.noise_before = measure_noise({before}, noise_scene::any);
+  p.noise_after = measure_noise({after}, noise_scene::any);
+  int width = before.width, height = before.height;
+  const double pixels = double(width) * height;
+  if (pixels > double(most_pixels)) {  // of the picture's own shape, unless a side gets too short
+    const double share = std::sqrt(double(most_pixels) / pixels);
+    width = std::max(2, int(width * share) & ~1);
+    height = std::max(2, int(std::min<double>(height, double(most_pixels) / width)) & ~1);
+  }
+  p.x = (before.width - width) / 2 & ~1;
+  p.y = (before.height - height) / 2 & ~1;
+  p.before = part(before, p.x, p.y, width, height);
+  p.after = part(after, p.x, p.y, width, height);
+  p.clean = part(clean, p.x, p.y, width, height);
+  return p;
+}
 
 std::string render_report(const std::string& title, const std::string& subtitle,
                           const std::vector<report_entry>& entries) {
@@ -138,6 +198,7 @@ std::string render_report(const std::string& title, const std::string& subtitle,
     json j = {{"gain", entry.gain}, {"label", entry.label}, {"tuning", tuning_json(entry.values)}};
     j["pictures"] = json::array();
     for (const report_picture& p : entry.pictures) j["pictures"].push_back(picture_json(p, entry));
+    j["left_out"] = entry.pictures_left_out;
     j["sweeps"] = json::array();
     for (const parameter_sweep& s : entry.sweeps) j["sweeps"].push_back(sweep_json(s, entry.goal));
     if (entry.scored) {
@@ -148,10 +209,17 @@ std::string render_report(const std::string& title, const std::string& subtitle,
     }
     data["entries"].push_back(j);
   }
-  // File names may hold anything; replace what is not text, and end no script element early.
-  std::string text = data.dump(-1, ' ', false, json::error_handler_t::replace);
-  for (size_t at = 0; (at = text.find("</", at)) != std::string::npos; at += 3)
-    text.replace(at, 2, "<\\/");
+  // File names may hold anything; replace what is not text, and open or end no element or comment.
+  const std::string plain = data.dump(-1, ' ', false, json::error_handler_t::replace);
+  std::string text;
+  text.reserve(plain.size());
+  for (char c : plain) {
+    if (c == '<') {
+      text += "\\u003c";
+    } else {
+      text += c;
+    }
+  }
 
   std::string page = kReportPageHtml;
   const std::string mark = "@REPORT_DATA@";

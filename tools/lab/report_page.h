@@ -6,19 +6,31 @@
 #include <vector>
 
 #include "tools/denoiser.h"
-#include "tools/picture/frame.h"
+#include "tools/lab/metrics.h"
 #include "tools/lab/noise_meter.h"
+#include "tools/picture/frame.h"
 #include "tools/tuning/tuner.h"
 #include "tools/tuning/tuning_set.h"
 
 namespace vorn::tool {
 
+// A picture as the page has it: figures of all of it, samples of a part.
 struct report_picture {
   std::string name;
-  frame before, after;
-  frame clean;  // empty when there is none: no quality figures then
+  int width = 0, height = 0;   // of the whole picture
+  int x = 0, y = 0;            // where the part lies in it
+  frame before, after, clean;  // the part; clean is empty when there is none
+  quality quality_before = {}, quality_after = {};
+  noise_curve noise_before, noise_after;
   std::vector<stage_time> stages;
 };
+
+// Measures a picture and keeps at most most_pixels of it: all, or its middle. clean may be empty.
+report_picture make_report_picture(const std::string& name, const frame& before, const frame& after,
+                                   const frame& clean, int64_t most_pixels);
+
+// Pixels that each of so many pictures may have, so that the page stays below 12 MB.
+int64_t report_pixels(size_t pictures);
 
 // One gain with its tuning. A report of `tune` has several.
 struct report_entry {
@@ -26,6 +38,7 @@ struct report_entry {
   std::string label;
   tuning values = {};
   std::vector<report_picture> pictures;
+  size_t pictures_left_out = 0;  // that were used as well
   std::vector<parameter_sweep> sweeps;
   objective goal = objective::psnr;  // of the sweeps
   bool scored = false;               // the four scores are filled in

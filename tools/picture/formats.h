@@ -37,8 +37,4 @@ std::unique_ptr<frame_reader> open_raw_reader(const std::string& path, file_kind
 // stride: bytes from one luma row to the next, 0 for the width.
 std::unique_ptr<frame_writer> open_raw_writer(const std::string& path, file_kind kind, int stride);
 
-// Of APP1, APP2 and COM segments, one after the other: how the picture is stored, 1 where no EXIF
-// data says so.
-int orientation_of(const std::vector<uint8_t>& markers);
-
 }  // namespace vorn::tool

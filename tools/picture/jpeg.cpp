@@ -25,20 +25,18 @@ bool jpeg_failed(tjhandle handle, int result) {
          !std::strstr(tjGetErrorStr2(handle), "extraneous bytes");
 }
 
-// Copies the segments that describe the picture, not its coding.
-std::vector<uint8_t> jpeg_markers(const uint8_t* bytes, size_t size) {
-  std::vector<uint8_t> out;
-  size_t at = 2;
-  while (at + 4 <= size && bytes[at] == 0xff) {
-    const int code = bytes[at + 1];
-    const size_t length = size_t(bytes[at + 2]) << 8 | bytes[at + 3];
-    if (code == 0xda || length < 2 || at + 2 + length > size) break;  // the scan begins
-    if (code == 0xe1 || code == 0xe2 || code == 0xfe) {
-      out.insert(out.end(), bytes + at, bytes + at + 2 + length);
-    }
-    at += 2 + length;
+// Files that claim more than their bytes can hold, or that were made to keep a decoder busy: found
+// before memory and time are spent on them.
+void refuse_bombs(const jpeg_outline& outline, int64_t width, int64_t height, size_t size,
+                  const std::string& name) {
+  constexpr int kMostScans = 100;  // encoders make about ten
+  if (outline.scans > kMostScans) {
+    throw error(name, "a JPEG file of " + std::to_string(outline.scans) + " scans; " +
+                          std::to_string(kMostScans) + " at most are read");
   }
-  return out;
+  const int64_t blocks = ((width + 7) / 8) * ((height + 7) / 8);
+  if (outline.huffman && int64_t(size) < blocks / 8)
+    throw error(name, "not a readable JPEG file: too short for " + size_text(width, height));
 }
 
 // Chroma at any JPEG subsampling to 4:2:0: the mean over the four luma positions of each sample.
@@ -68,11 +66,14 @@ frame decode_jpeg(const uint8_t* bytes, size_t size, const std::string& name, st
   if (tjDecompressHeader3(jpeg.handle, bytes, size, &width, &height, &subsampling, &colour) != 0) {
     fail();
   }
+  if (width < 1 || height < 1) throw error(name, "not a readable JPEG file: it ends too early");
   need_size(width, height, name);
+  const jpeg_outline outline = outline_of_jpeg(bytes, size);
+  refuse_bombs(outline, width, height, size, name);
   if (colour == TJCS_CMYK || colour == TJCS_YCCK) throw error(name, "CMYK JPEG is not supported");
   if (info) {
-    info->jpeg_markers = jpeg_markers(bytes, size);
-    info->orientation = orientation_of(info->jpeg_markers);
+    info->metadata = outline.metadata;
+    info->orientation = outline.orientation;
   }
   if (colour == TJCS_RGB) {
     rgb_image image;
@@ -134,14 +135,7 @@ std::vector<uint8_t> encode_jpeg(const frame& f, int quality, const stream_info&
   }
   const std::string message = result ? tjGetErrorStr2(jpeg.handle) : "";
   std::vector<uint8_t> out;
-  if (result == 0) {
-    // The copied segments go behind the start marker and the JFIF segment that follows it.
-    size_t head = 2;
-    if (size > 6 && bytes[2] == 0xff && bytes[3] == 0xe0) head += 2 + (bytes[4] << 8 | bytes[5]);
-    out.assign(bytes, bytes + head);
-    out.insert(out.end(), info.jpeg_markers.begin(), info.jpeg_markers.end());
-    out.insert(out.end(), bytes + head, bytes + size);
-  }
+  if (result == 0) out = with_jpeg_metadata(bytes, size, info.metadata);
   tjFree(bytes);
   if (result != 0) throw error("JPEG", message);
   return out;

@@ -37,8 +37,9 @@ class single_writer : public frame_writer {
                       " file holds one frame; name a .y4m or raw file for a stream");
     }
     written_ = true;
-    const std::vector<uint8_t> bytes =
-        kind_ == file_kind::png ? encode_png(f) : encode_jpeg(f, quality_, info_);
+    const std::vector<uint8_t> bytes = kind_ == file_kind::png
+                                           ? with_png_metadata(encode_png(f), info_.metadata)
+                                           : encode_jpeg(f, quality_, info_);
     file_.write(bytes.data(), bytes.size());
   }
   void finish() override { file_.commit(); }
@@ -116,10 +117,12 @@ bool is_raw(file_kind kind) {
   return kind == file_kind::nv12 || kind == file_kind::nv21 || kind == file_kind::i420;
 }
 
-std::unique_ptr<frame_reader> open_reader(const std::string& path, const picture_options& options) {
+namespace {
+
+std::unique_ptr<frame_reader> open_named(const std::string& path, const picture_options& options,
+                                         const std::string& name) {
   file_kind kind = options.read_as;
   if (kind == file_kind::unknown) kind = file_kind_of(path);
-  const std::string name = display_name(path, true);
   if (is_raw(kind)) return open_raw_reader(path, kind, options);
   if (kind == file_kind::y4m) {
     return open_y4m_reader(std::make_unique<input_stream>(path));
@@ -133,11 +136,18 @@ std::unique_ptr<frame_reader> open_reader(const std::string& path, const picture
     throw error(name, "unknown kind of file (png, jpeg, y4m, nv12, nv21, i420; see --in-format)");
   }
   stream_info info;
-  frame f = kind == file_kind::png ? decode_png(bytes.data(), bytes.size(), name)
+  frame f = kind == file_kind::png ? decode_png(bytes.data(), bytes.size(), name, &info)
                                    : decode_jpeg(bytes.data(), bytes.size(), name, &info);
   auto reader = std::make_unique<single_reader>(std::move(f));
   reader->info = std::move(info);
   return reader;
+}
+
+}  // namespace
+
+std::unique_ptr<frame_reader> open_reader(const std::string& path, const picture_options& options) {
+  const std::string name = display_name(path, true);
+  return naming_memory(name, [&] { return open_named(path, options, name); });
 }
 
 std::unique_ptr<frame_reader> open_y4m_memory(const uint8_t* bytes, size_t size,
@@ -146,10 +156,13 @@ std::unique_ptr<frame_reader> open_y4m_memory(const uint8_t* bytes, size_t size,
   return open_y4m_reader(std::make_unique<input_stream>(bytes, size, name));
 }
 
+file_kind written_kind(const std::string& path, const picture_options& options) {
+  return options.write_as != file_kind::unknown ? options.write_as : file_kind_of(path);
+}
+
 std::unique_ptr<frame_writer> open_writer(const std::string& path, const picture_options& options,
                                           const stream_info& info) {
-  file_kind kind = options.write_as;
-  if (kind == file_kind::unknown) kind = file_kind_of(path);
+  const file_kind kind = written_kind(path, options);
   if (info.orientation != 1 && kind != file_kind::jpeg) {
     stream_info turned = info;
     turned.orientation = 1;
@@ -171,13 +184,21 @@ std::unique_ptr<frame_writer> open_writer(const std::string& path, const picture
   throw error(path, "unknown kind of file (png, jpg, y4m, nv12, nv21, i420; see --out-format)");
 }
 
+bool next_upright(frame_reader& reader, frame& f) {
+  if (!reader.next(f)) return false;
+  if (reader.info.orientation != 1) f = upright(f, reader.info.orientation);
+  return true;
+}
+
 frame read_picture(const std::string& path, const picture_options& options) {
-  const std::unique_ptr<frame_reader> reader = open_reader(path, options);
-  frame f, second;
-  reader->next(f);
-  if (reader->next(second)) throw error(display_name(path, true), "holds more than one frame");
-  if (reader->info.orientation != 1) return upright(f, reader->info.orientation);
-  return f;
+  const std::string name = display_name(path, true);
+  return naming_memory(name, [&] {
+    const std::unique_ptr<frame_reader> reader = open_reader(path, options);
+    frame f, second;
+    next_upright(*reader, f);
+    if (reader->next(second)) throw error(name, "holds more than one frame");
+    return f;
+  });
 }
 
 void write_picture(const std::string& path, const frame& f, const picture_options& options) {

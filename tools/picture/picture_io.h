@@ -14,10 +14,9 @@
 #include <vector>
 
 #include "tools/picture/frame.h"
+#include "tools/picture/metadata.h"
 
 namespace vorn::tool {
-
-enum class file_kind { unknown, png, jpeg, y4m, nv12, nv21, i420 };
 
 // "png", "jpeg", ...
 const char* file_kind_name(file_kind kind);
@@ -38,8 +37,8 @@ struct picture_options {
 
 // What a stream carries beside its frames, so that a rewritten file keeps it.
 struct stream_info {
-  std::string y4m_header;             // first line of a y4m stream, without the line feed
-  std::vector<uint8_t> jpeg_markers;  // APP1, APP2 and COM segments (EXIF, colour profile, text)
+  std::string y4m_header;  // first line of a y4m stream, without the line feed
+  picture_metadata metadata;
   // How a JPEG file's picture is stored, as EXIF numbers it; 1 is upright. JPEG output keeps the
   // picture as it is stored, and says so with the same EXIF; all other output is turned upright.
   int orientation = 1;
@@ -68,8 +67,13 @@ class frame_writer {
   virtual void finish() = 0;
 };
 
+// The next frame turned upright, as pictures are compared, measured and shown.
+bool next_upright(frame_reader& reader, frame& f);
+
 // path "-" is standard input.
 std::unique_ptr<frame_reader> open_reader(const std::string& path, const picture_options& options);
+// The kind that a writer of this path gives; unknown when neither name nor options tell.
+file_kind written_kind(const std::string& path, const picture_options& options);
 // path "-" is standard output. A PNG or JPEG file takes one frame.
 std::unique_ptr<frame_writer> open_writer(const std::string& path, const picture_options& options,
                                           const stream_info& info);
@@ -79,7 +83,8 @@ frame read_picture(const std::string& path, const picture_options& options = {})
 void write_picture(const std::string& path, const frame& f, const picture_options& options = {});
 
 // The readers behind the files, on memory. name is for messages.
-frame decode_png(const uint8_t* bytes, size_t size, const std::string& name);
+frame decode_png(const uint8_t* bytes, size_t size, const std::string& name,
+                 stream_info* info = nullptr);
 frame decode_jpeg(const uint8_t* bytes, size_t size, const std::string& name, stream_info* info);
 std::vector<uint8_t> encode_png(const frame& f);
 std::vector<uint8_t> encode_jpeg(const frame& f, int quality, const stream_info& info);

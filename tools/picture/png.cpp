@@ -30,15 +30,31 @@ std::vector<uint8_t> encode_png_samples(const uint8_t* samples, int width, int h
   return out;
 }
 
+// Uncompressed bytes of a picture whose header libpng has accepted: by bits per sample (byte 24)
+// and samples per pixel, which follow from the colour type (byte 25).
+int64_t least_bytes(const uint8_t* bytes, int64_t width, int64_t height) {
+  constexpr int kSamples[7] = {1, 1, 3, 1, 2, 1, 4};
+  const int64_t bits = int64_t{bytes[24]} * kSamples[bytes[25] % 7];
+  return height * ((width * bits + 7) / 8);
+}
+
 }  // namespace
 
-frame decode_png(const uint8_t* bytes, size_t size, const std::string& name) {
+frame decode_png(const uint8_t* bytes, size_t size, const std::string& name, stream_info* info) {
   png_guard png;
   if (!png_image_begin_read_from_memory(&png.image, bytes, size)) {
     throw error(name, std::string("not a readable PNG file: ") + png.image.message);
   }
   const int64_t width = png.image.width, height = png.image.height;
   need_size(width, height, name);
+  // Compression makes at most a thousand bytes of one, so a short file that claims to be large is
+  // found before memory is taken for it.
+  constexpr int64_t kMostFromOne = 1032;
+  if (least_bytes(bytes, width, height) / kMostFromOne > int64_t(size))
+    throw error(name, "not a readable PNG file: too short for " + size_text(width, height));
+  if (info) info->metadata = png_metadata(bytes, size);
+  // Or else 16-bit files that do not say how they are coded would be taken for linear light.
+  png.image.flags |= PNG_IMAGE_FLAG_16BIT_sRGB;
   const bool gray = !(png.image.format & PNG_FORMAT_FLAG_COLOR);
   png.image.format = gray ? PNG_FORMAT_GRAY : PNG_FORMAT_RGB;
   const png_color white = {255, 255, 255};  // under transparent pixels

@@ -45,8 +45,8 @@ class raw_reader : public frame_reader {
     }
     const int rows = (height_ + 1) / 2;
     // The chroma rows of an odd width are one byte longer than the luma rows.
-    chroma_stride_ =
-        kind == file_kind::i420 ? (stride_ + 1) / 2 : std::max(stride_, (width_ + 1) / 2 * 2);
+    chroma_stride_ = kind == file_kind::i420 ? stride_ / 2 + stride_ % 2
+                                             : std::max(stride_, (width_ + 1) / 2 * 2);
     frame_bytes_ = int64_t(stride_) * height_ +
                    int64_t(chroma_stride_) * rows * (kind == file_kind::i420 ? 2 : 1);
     const int64_t size = in_.size();
@@ -107,7 +107,8 @@ class raw_writer : public frame_writer {
                   "less than the width " + std::to_string(f.width));
     }
     const int w = f.chroma_width(), h = f.chroma_height();
-    const int chroma_stride = kind_ == file_kind::i420 ? (stride + 1) / 2 : std::max(stride, 2 * w);
+    const int chroma_stride =
+        kind_ == file_kind::i420 ? stride / 2 + stride % 2 : std::max(stride, 2 * w);
     std::vector<uint8_t> out(size_t(stride) * f.height +
                              size_t(chroma_stride) * h * (kind_ == file_kind::i420 ? 2 : 1));
     libyuv::CopyPlane(f.luma(), f.padded_width, out.data(), stride, f.width, f.height);

@@ -85,10 +85,13 @@ void draw_text(rgb_image& image, int x, int y, const std::string& text, int scal
 
 void draw_crop(rgb_image& out, int to_x, int to_y, const rgb_image& picture, int x, int y, int side,
                int zoom) {
-  for (int row = 0; row < side * zoom; row++) {
-    for (int column = 0; column < side * zoom; column++) {
+  // Only what both pictures have: sides may be a million pixels long and one high.
+  const int first_row = std::max(0, -y) * zoom, first_column = std::max(0, -x) * zoom;
+  const int rows = std::min({side, picture.height - y, (out.height - to_y + zoom - 1) / zoom});
+  const int columns = std::min({side, picture.width - x, (out.width - to_x + zoom - 1) / zoom});
+  for (int row = first_row; row < rows * zoom; row++) {
+    for (int column = first_column; column < columns * zoom; column++) {
       const int from_x = x + column / zoom, from_y = y + row / zoom;
-      if (from_x < 0 || from_y < 0 || from_x >= picture.width || from_y >= picture.height) continue;
       const int at_x = to_x + column, at_y = to_y + row;
       if (at_x >= out.width || at_y >= out.height) continue;
       std::memcpy(&out.data[(size_t(at_y) * out.width + at_x) * 3],

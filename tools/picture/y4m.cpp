@@ -19,6 +19,7 @@ class y4m_reader : public frame_reader {
       fail("not a y4m stream (no YUV4MPEG2 line)");
     }
     int64_t width = 0, height = 0;
+    std::string seen;  // letters of the items so far
     for (size_t at = 9; at < line.size();) {
       at++;  // the blank
       size_t end = line.find(' ', at);
@@ -27,6 +28,11 @@ class y4m_reader : public frame_reader {
       at = end;
       if (item.empty()) continue;
       const std::string value = item.substr(1);
+      // Twice, one of them would be written and the other one read.
+      const bool once = item[0] == 'W' || item[0] == 'H' || item[0] == 'C';
+      if (once && seen.find(item[0]) != std::string::npos)
+        fail(std::string("the YUV4MPEG2 line has two ") + item[0]);
+      seen += item[0];
       if (item[0] == 'W') width = number(value);
       if (item[0] == 'H') height = number(value);
       if (item[0] == 'C') {
@@ -47,6 +53,7 @@ class y4m_reader : public frame_reader {
     const int64_t size = in_->size();
     const int64_t frame_bytes = 6 + int64_t(width_) * height_ +
                                 (mono_ ? 0 : 2 * int64_t((width_ + 1) / 2) * ((height_ + 1) / 2));
+    if (size > 0 && size < frame_bytes) fail("ends within frame 0");  // before memory is taken
     if (size > 0) count_ = (size - int64_t(line.size()) - 1) / frame_bytes;
   }
 

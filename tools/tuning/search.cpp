@@ -26,7 +26,9 @@ search::search(const std::vector<tuning_sample>& samples, const tuning& start,
       best_(start),
       options_(options),
       on_progress_(on_progress),
-      stop_(stop) {}
+      stop_(stop) {
+  bench_.heed(&stop_);
+}
 
 search_result search::run() {
   search_result result;
@@ -34,25 +36,47 @@ search_result search::run() {
   result.chroma_before = bench_.score_input_chroma();
   total_ = (options_.luma ? luma_lines() : 0) + (options_.chroma ? chroma_lines() : 0);
   if (options_.luma) search_luma();
+  const auto explored = [&](bool luma) {
+    for (int i = 0; options_.curves && i < kTuningFields; ++i)
+      if (tuning_field_at(i).luma == luma) explored_[i] = bench_.best_per_value(i);
+  };
+  explored(true);
+  bench_.heed(nullptr);  // the figures of the result are wanted even when it was stopped
   result.luma_after = bench_.score_luma({best_}, true).front();
   if (options_.chroma && !stop_) {
     bench_.use_luma(best_);
+    bench_.heed(&stop_);
     search_chroma();
+    explored(false);
+    bench_.heed(nullptr);
     result.chroma_after = bench_.score_chroma({best_}, true).front();
   }
   result.best = best_;
-  for (auto& entry : sweeps_) result.sweeps.push_back(std::move(entry.second));
   result.trials = bench_.trials();
+  if (options_.curves && !stop_) result.sweeps = curves();
   result.stopped = stop_;
   return result;
 }
 
-int search::try_line(const std::vector<tuning>& candidates, int field) {
+std::vector<parameter_sweep> search::curves() {
+  bench_.heed(&stop_);
+  std::vector<parameter_sweep> sweeps = sweep_parameters(
+      bench_, best_, options_,
+      [&](const search_progress& p) {
+        if (on_progress_) on_progress_({total_, total_, p.note});
+      },
+      stop_);
+  for (parameter_sweep& sweep : sweeps) sweep.explored = explored_[sweep.field];
+  return sweeps;
+}
+
+int search::try_line(const std::vector<tuning>& candidates) {
   const std::vector<tuning_score> scores =
       luma_half_ ? bench_.score_luma(candidates, false) : bench_.score_chroma(candidates, false);
   const tuning_score now =
       (luma_half_ ? bench_.score_luma({best_}, false) : bench_.score_chroma({best_}, false))
           .front();
+  if (now.value < -1e8) return -1;  // stopped before there was anything to compare with
   int chosen = -1;
   double best_value = now.value;
   const double effort_now = effort(best_);
@@ -65,14 +89,6 @@ int search::try_line(const std::vector<tuning>& candidates, int field) {
     }
   }
   if (chosen >= 0) best_ = candidates[chosen];
-  if (field >= 0) {
-    parameter_sweep sweep;
-    sweep.field = field;
-    sweep.scores = scores;
-    for (const tuning& t : candidates) sweep.values.push_back(get_field(t, field));
-    sweep.chosen = get_field(best_, field);
-    sweeps_[field] = std::move(sweep);
-  }
   value_ = best_value;
   return chosen;
 }
@@ -83,7 +99,7 @@ void search::line(int field, const std::function<std::vector<int32_t>(int32_t)>&
     const std::vector<int32_t> values = values_around(get_field(best_, field));
     std::vector<tuning> candidates;
     for (int32_t v : values) candidates.push_back(with(best_, field, v));
-    const int chosen = try_line(candidates, field);
+    const int chosen = try_line(candidates);
     if (chosen < 0 || (chosen > 0 && chosen + 1 < static_cast<int>(values.size()))) break;
   }
   step_done(label_of(field));
@@ -112,8 +128,7 @@ void search::evolve(int generations,
       move(t, random, width);
       if (held_ >= 0) set_field(t, held_, get_field(best_, held_));
     }
-    width =
-        try_line(candidates, -1) >= 0 ? std::min(0.6, width * 1.2) : std::max(0.03, width * 0.9);
+    width = try_line(candidates) >= 0 ? std::min(0.6, width * 1.2) : std::max(0.03, width * 0.9);
     step_done(label);
   }
 }
@@ -131,7 +146,7 @@ void search::try_starts(int field, const std::vector<int32_t>& values,
   }
   held_ = -1;
   best_ = ends.front();
-  try_line(ends, -1);
+  try_line(ends);
 }
 
 }  // namespace vorn::tool

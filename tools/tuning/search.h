@@ -4,6 +4,7 @@
 #include <atomic>
 #include <functional>
 #include <map>
+#include <utility>
 #include <vector>
 
 #include "tools/tuning/random_moves.h"
@@ -21,6 +22,8 @@ class search {
   search_result run();
 
  private:
+  // One line per parameter through the result, and what the trials said of each value.
+  std::vector<parameter_sweep> curves();
   static constexpr int kLevels = 5;
 
   // Joint moves: generations per start and per round of lines, candidates per generation.
@@ -40,7 +43,7 @@ class search {
   }
 
   // Tries the candidates and moves to the best one. Returns its place, -1 for no move.
-  int try_line(const std::vector<tuning>& candidates, int field);
+  int try_line(const std::vector<tuning>& candidates);
 
   // A line over one field. Follows the best value while it lies at an end of the line.
   void line(int field, const std::function<std::vector<int32_t>(int32_t)>& values_around);
@@ -90,9 +93,9 @@ class search {
   search_options options_;
   const std::function<void(const search_progress&)>& on_progress_;
   const std::atomic<bool>& stop_;
-  std::map<int, parameter_sweep> sweeps_;
   int held_ = -1;  // a field that does not move for now
   bool luma_half_ = true;
+  std::map<int, std::vector<std::pair<int32_t, double>>> explored_;  // by field
   double value_ = 0;
   int done_ = 0, total_ = 0;
 };

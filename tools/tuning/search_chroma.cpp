@@ -52,7 +52,7 @@ void search::edges_line(int round) {
     }
     candidates.push_back(t);
   }
-  try_line(candidates, ids().edge_u);
+  try_line(candidates);
   step_done("color_edge_u+v");
 }
 
@@ -77,7 +77,7 @@ void search::chroma_grid() {
         grid.push_back(t);
       }
     }
-    if (start.chroma.scale == 2 || radius > 0) try_line(grid, -1);
+    if (start.chroma.scale == 2 || radius > 0) try_line(grid);
     step_done("scale " + std::to_string(start.chroma.scale) + ", radius " + std::to_string(radius));
   }
 }

@@ -101,7 +101,7 @@ void search::luma_grid() {
       grid.push_back(t);
     }
   }
-  try_line(grid, -1);
+  try_line(grid);
   step_done("window " + std::to_string(start.luma.pRadius[0]));
 }
 

@@ -16,6 +16,7 @@
 #include <atomic>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tools/tuning/tuning_bench.h"
@@ -28,6 +29,9 @@ struct parameter_sweep {
   std::vector<int32_t> values;
   std::vector<tuning_score> scores;
   int32_t chosen = 0;
+  // Of a search: for every value that any of its trials had, the best score under the objective,
+  // whatever the other parameters were.
+  std::vector<std::pair<int32_t, double>> explored;
 };
 
 struct search_options {
@@ -35,6 +39,7 @@ struct search_options {
   int threads = 0;  // 0: one per core
   int rounds = 4;
   bool luma = true, chroma = true;
+  bool curves = false;   // fill in search_result::sweeps
   bool corners = false;  // search param0 too: for sensors with more noise towards the corners
 };
 
@@ -47,7 +52,7 @@ struct search_progress {
 struct search_result {
   tuning best;
   tuning_score luma_before, luma_after, chroma_before, chroma_after;
-  std::vector<parameter_sweep> sweeps;  // the last line of every parameter
+  std::vector<parameter_sweep> sweeps;  // one line per parameter through `best`
   int trials = 0;
   bool stopped = false;
 };
@@ -65,7 +70,10 @@ search_result search_tuning(const std::vector<tuning_sample>& samples, const tun
                             const std::atomic<bool>& stop);
 
 // One line per parameter around a tuning, without moving it: for plots of quality against each
-// parameter.
+// parameter. When stop becomes true, those that are done.
+std::vector<parameter_sweep> sweep_parameters(
+    tuning_bench& bench, const tuning& at, const search_options& options,
+    const std::function<void(const search_progress&)>& on_progress, const std::atomic<bool>& stop);
 std::vector<parameter_sweep> sweep_parameters(
     const std::vector<tuning_sample>& samples, const tuning& at, const search_options& options,
     const std::function<void(const search_progress&)>& on_progress, const std::atomic<bool>& stop);

@@ -12,6 +12,7 @@
 
 #include "tools/denoiser.h"
 #include "tools/error.h"
+#include "tools/threads.h"
 
 namespace vorn::tool {
 namespace {
@@ -33,6 +34,7 @@ struct tuning_bench::state {
   std::vector<std::map<std::pair<int, int>, std::unique_ptr<denoiser>>> denoisers;
   std::map<std::array<int32_t, kTuningFields>, tuning_score> luma_known, chroma_known;
   int trials = 0;
+  const std::atomic<bool>* stop = nullptr;
 
   state(const std::vector<tuning_sample>& s, objective g, int n)
       : samples(s), goal(g), threads(n), denoisers(n) {}
@@ -47,7 +49,7 @@ struct tuning_bench::state {
     return luma ? luma_figures(f, clean, goal, all) : chroma_figures(f, clean, goal, all);
   }
 
-  // Runs job(thread, i) for i = 0 .. count-1 on all threads.
+  // Runs job(thread, i) for i = 0 .. count-1 on all threads, on fewer where the system has none.
   void for_all(size_t count, const std::function<void(int, size_t)>& job) const {
     std::atomic<size_t> next{0};
     std::exception_ptr failure;
@@ -61,10 +63,11 @@ struct tuning_bench::state {
         failure = std::current_exception();
       }
     };
-    std::vector<std::thread> others;
-    for (int t = 1; t < threads; ++t) others.emplace_back(work, t);
+    thread_group others;
+    for (int t = 1; t < threads && others.start([&work, t] { work(t); }); ++t) {
+    }
     work(0);
-    for (std::thread& t : others) t.join();
+    others.join();
     if (failure) std::rethrow_exception(failure);
   }
 
@@ -84,17 +87,30 @@ struct tuning_bench::state {
       if (!repeated && !done) todo.push_back(t);
     }
     std::vector<tuning_score> parts(todo.size() * samples.size());
+    std::vector<char> done(parts.size());
     for_all(parts.size(), [&](int thread, size_t i) {
+      if (stop && *stop) return;
       const tuning_sample& sample = samples[i % samples.size()];
       frame f = luma ? sample.noisy : luma_results[i % samples.size()];
       naming(sample.name, [&] { denoiser_for(thread, f).run(f, todo[i / samples.size()]); });
       parts[i] = figures(f, sample.clean, luma, all);
+      done[i] = 1;
     });
-    for (size_t i = 0; i < todo.size(); ++i)
+    for (size_t i = 0; i < todo.size(); ++i) {
+      const auto first = done.begin() + static_cast<ptrdiff_t>(i * samples.size());
+      if (std::find(first, first + static_cast<ptrdiff_t>(samples.size()), 0) !=
+          first + static_cast<ptrdiff_t>(samples.size()))
+        continue;
       known[values_of(todo[i])] = combine(&parts[i * samples.size()], samples.size(), goal);
-    trials += static_cast<int>(todo.size());
+      ++trials;
+    }
+    tuning_score left_out;
+    left_out.value = -1e9;
     std::vector<tuning_score> scores;
-    for (const auto& key : keys) scores.push_back(known[key]);
+    for (const auto& key : keys) {
+      const auto found = known.find(key);
+      scores.push_back(found == known.end() ? left_out : found->second);
+    }
     return scores;
   }
 };
@@ -141,6 +157,20 @@ tuning_score tuning_bench::score_input_chroma() const {
   for (const tuning_sample& s : state_->samples)
     each.push_back(state_->figures(s.noisy, s.clean, false, true));
   return combine(each.data(), each.size(), state_->goal);
+}
+
+void tuning_bench::heed(const std::atomic<bool>* stop) {
+  state_->stop = stop;
+}
+
+std::vector<std::pair<int32_t, double>> tuning_bench::best_per_value(int field) const {
+  const auto& known = tuning_field_at(field).luma ? state_->luma_known : state_->chroma_known;
+  std::map<int32_t, double> best;
+  for (const auto& [values, score] : known) {
+    const auto [at, fresh] = best.emplace(values[field], score.value);
+    if (!fresh) at->second = std::max(at->second, score.value);
+  }
+  return {best.begin(), best.end()};
 }
 
 int tuning_bench::trials() const {

@@ -1,8 +1,10 @@
 // Runs tunings over samples in parallel.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tools/picture/frame.h"
@@ -32,6 +34,12 @@ class tuning_bench {
   // The samples as they came in.
   tuning_score score_input_luma() const;
   tuning_score score_input_chroma() const;
+  // From now on trials not begun when *stop becomes true are left out: they score -1e9 and are not
+  // kept. Null heeds nothing, as at first.
+  void heed(const std::atomic<bool>* stop);
+  // Of all trials so far on the field's half (those on an earlier luma result excepted): the best
+  // value of the objective for every value that the field had, by rising values.
+  std::vector<std::pair<int32_t, double>> best_per_value(int field) const;
   // Trials so far, a tuning over all samples counting one; repeated ones cost nothing.
   int trials() const;
 

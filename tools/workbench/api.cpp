@@ -295,8 +295,9 @@ std::string workbench_api::file(const json& request) {
   entry.gain = request.value("gain", 0.0);
   entry.label = text(request, "label", "");
   entry.values = values;
-  entry.pictures.push_back(
-      {project_.inputs()[index].name, p->noisy, *viewer_.denoised(index, values), p->clean, {}});
+  entry.pictures.push_back(make_report_picture(project_.inputs()[index].name, p->noisy,
+                                               *viewer_.denoised(index, values), p->clean,
+                                               report_pixels(1)));
   return render_report("Noise reduction of " + project_.inputs()[index].name,
                        text(request, "label", ""), {entry});
 }
