@@ -189,13 +189,14 @@ int32_t vorn_ycnr_process_any(denoise_handle_t* handle, const vorn_ycnr_planes* 
                               const vorn_ycnr_planes* dst, const ycnr_ynr_tuning_param* ynr,
                               const ycnr_cnr_tuning_param* cnr) {
   return with_planes(__func__, handle, src, dst, ynr, cnr, [](planes_call* call) {
-    const int width = even(call->from.width), height = even(call->from.height);
-    if (even(call->handle->ynr->width) != width || even(call->handle->ynr->height) != height)
+    const ynr_handle_t& made_for = *call->handle->ynr;
+    if (call->from.width > made_for.width || call->from.height > made_for.height)
       return refuse_size(*call);
     const int least = least_side(call->luma, call->chroma);
-    const int run_width = std::max(width, least), run_height = std::max(height, least);
-    return call->run(handle_of_size(call->handle, run_width, run_height), run_width, run_height,
-                     height / 2);
+    const int width = std::max(even(made_for.width), least);
+    const int height = std::max(even(made_for.height), least);
+    return call->run(handle_of_size(call->handle, width, height), width, height,
+                     even(call->from.height) / 2);
   });
 }
 

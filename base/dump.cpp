@@ -153,7 +153,3 @@ int DUMP_IMAGE_CONDITION(const char* enable_property, const char* expected,
   if (result && written) VORN_LOGE("fclose %s error! errno=%d\n", name, errno);
   return result;
 }
-
-void DUMP_DATA(char*, const char*, int, void*, int) {}
-
-void DUMP_DATA_YNR(char*, const char*, int, void*, int) {}

@@ -19,7 +19,3 @@ VORN_API int DUMP_IMAGE_CONDITION(const char* enable_property, const char* expec
                                   const char* path_property, const char* label,
                                   const char* timestamp, void* data, int width, int height,
                                   int size);
-
-// Kept for callers that link them; do nothing.
-VORN_API void DUMP_DATA(char* name, const char* mode, int index, void* data, int size);
-VORN_API void DUMP_DATA_YNR(char* name, const char* mode, int index, void* data, int size);

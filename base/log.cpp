@@ -144,10 +144,6 @@ void initLogLevel() {
   __atomic_store_n(&nr_log_Level, level, __ATOMIC_RELAXED);
 }
 
-void lib_version() {
-  VORN_LOGI("%s\n", "CAM_ALGO_CV_YCNR_LIBVER [1.0.1.2.2768825][Aug 28 2024][18:43:33]");
-}
-
 double getTime() {
   timespec now = {};
   clock_gettime(CLOCK_MONOTONIC, &now);

@@ -13,9 +13,6 @@ extern VORN_API int nr_log_Level;
 // value >= 0, as a 32-bit number). A property that is not set changes nothing.
 VORN_API void initLogLevel();
 
-// Logs the library's version banner at INFO.
-VORN_API void lib_version();
-
 // Milliseconds with a fraction, on the monotonic clock.
 VORN_API double getTime();
 

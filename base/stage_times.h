@@ -1,6 +1,8 @@
 // The stages of one frame, in order: each is timed, logged and, when it fails, the last one.
 #pragma once
 
+#include <type_traits>
+
 #include "base/handle.h"
 #include "base/log.h"
 
@@ -15,13 +17,16 @@ class stage_times {
   stage_times(const denoise_handle_t* owner, const char* function, const char* unit)
       : owner_(owner), function_(function), unit_(unit) {}
 
-  // Calls stage(), which returns 0 or a failure, and reports its time unless it failed. Does
-  // nothing after a failure. name is a format that may print level.
+  // Calls stage(), which returns nothing, or 0 or a failure, and reports its time unless it failed.
+  // Does nothing after a failure. name is a format that may print level.
   template <typename Stage>
   void run(const char* name, int level, const Stage& stage, int line = __builtin_LINE()) {
     if (result_ != 0) return;
     const double start = getTime();
-    result_ = stage();
+    if constexpr (std::is_void_v<decltype(stage())>)
+      stage();
+    else
+      result_ = stage();
     if (result_ == 0) report(name, level, getTime() - start, line);
   }
 

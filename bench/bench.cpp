@@ -229,6 +229,7 @@ int main(int argc, char** argv) {
   bench::register_kernels();
   bench::register_stages();
   bench::register_frames();
+  bench::register_many();
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
   benchmark::RunSpecifiedBenchmarks();

@@ -36,5 +36,6 @@ void for_each_form(const std::string& name, double seconds,
 void register_kernels();  // each row of the kernel check
 void register_stages();   // each stage of the two algorithms, and single planes
 void register_frames();   // whole frames through the entry points
+void register_many();     // several of them at a time
 
 }  // namespace bench

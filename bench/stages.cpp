@@ -9,6 +9,7 @@
 #include "pyramid/down_yuv.h"
 #include "pyramid/up2.h"
 #include "pyramid/up_chroma.h"
+#include "runtime/exported/image.h"
 #include "runtime/image.h"
 #include "runtime/stage.h"
 #include "ynr/exported/pyramid_stages.h"

@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "base/log.h"
+#include "runtime/exported/pool.h"
 #include "runtime/pool.h"
 
 namespace bench {

@@ -94,7 +94,6 @@ void chroma_frame::add_coarse_change() {
   stages.run("ImgSubImg_add128_u8 %d", 1, [this] {
     ImgSubImg_add128_u8(coarse.change_u, coarse.u, coarse.change_u);
     ImgSubImg_add128_u8(coarse.change_v, coarse.v, coarse.change_v);
-    return 0;
   });
   // Heights alone decide, whatever the widths.
   if (2 * coarse.change_u->height >= fine.change_u->height) {
@@ -110,7 +109,6 @@ void chroma_frame::add_coarse_change() {
   stages.run("ImgAddDiff_sub128_u8 %d", 1, [this] {
     ImgAddDiff_sub128_u8(fine.u, fine.change_u, fine.u);
     ImgAddDiff_sub128_u8(fine.v, fine.change_v, fine.v);
-    return 0;
   });
 }
 

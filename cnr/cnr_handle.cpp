@@ -96,7 +96,3 @@ int cnr_capability(void* handle, __cnr_capability_param* capability) {
   capability->memory_mb = static_cast<cnr_handle_t*>(handle)->memory_size_mb;
   return 0;
 }
-
-int color_noise_reduce_deinit(void**) {
-  return 0;
-}

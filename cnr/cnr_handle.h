@@ -39,5 +39,3 @@ VORN_API int cnr_Allocate_slice_memory(cnr_handle_t* handle);
 VORN_API int cnr_deinit(void* handle);
 // Fills in name, build stamps, version and scratch size. Returns 0, or -1 for a null pointer.
 VORN_API int cnr_capability(void* handle, __cnr_capability_param* capability);
-// Does nothing and returns 0; kept for callers that link it.
-VORN_API int color_noise_reduce_deinit(void** handle);

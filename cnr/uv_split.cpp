@@ -1,20 +1,13 @@
 #include "cnr/uv_split.h"
 
 #include "cnr/kernels/chroma_kernels.h"
+#include "cnr/kernels/chroma_rule.h"
 #include "pyramid/kernels/pyramid_kernels.h"
-#include "runtime/arithmetic.h"
 #include "runtime/stage.h"
 
 namespace {
 
 using vorn::kPairsPerStep;
-
-// x moved away from 128 by gain / 16 of its distance, rounded half up. The product wraps as a
-// 32-bit one: gains beyond the tuning range are defined, if not useful.
-uint8_t with_gain(uint8_t x, int gain) {
-  const int y = x + (vorn::wrapping_sum(vorn::wrapping_product(x - 128, gain), 8) >> 4);
-  return static_cast<uint8_t>(y < 0 ? 0 : y > 255 ? 255 : y);
-}
 
 template <typename Job>
 int pair_count(const Job& job) {
@@ -96,8 +89,8 @@ void split_with_gain(const uint8_t* src_uv, uint8_t* dst_u, uint8_t* dst_v, size
   active_chroma_kernels().split_gain(src_uv, dst_u, dst_v, whole,
                                      static_cast<int8_t>(static_cast<uint8_t>(gain)));
   for (size_t i = whole; i < pairs; ++i) {
-    dst_u[i] = with_gain(src_uv[2 * i], gain);
-    dst_v[i] = with_gain(src_uv[2 * i + 1], gain);
+    dst_u[i] = vorn::with_gain(src_uv[2 * i], gain);
+    dst_v[i] = vorn::with_gain(src_uv[2 * i + 1], gain);
   }
 }
 

@@ -158,6 +158,12 @@ VORN_API denoise_handle_t* vorn_ycnr_init(ycnr_init_param* params);
  * plane[0], width and height of the records are read. dst first receives a copy of src, then the
  * luma filter (params->ynr->enable == 1) and the chroma filter (params->cnr->enable == 1) replace
  * their planes; with both on, src is overwritten with the luma result.
+ *
+ * Refused are frames of another size than init's and, while the filter concerned is on:
+ * luma: frames below 4x4 or below 2^(layer - 1) pixels either way (16x16 for 5 levels);
+ * chroma: an odd width, and frames below 2x2, with scale 1 or 2 below 4x4.
+ * An odd height is taken; the last row then has no chroma of its own.
+ *
  * Returns 0, or -1 when an argument is null or unusable, the handle is in
  * use or of another process (see the log); dst then holds the input. */
 VORN_API int32_t vorn_ycnr_process(denoise_handle_t* handle, _tag_uni_image* src,

@@ -61,14 +61,17 @@ VORN_API int32_t vorn_ycnr_process_planes(denoise_handle_t* handle, const vorn_y
                                           const ycnr_ynr_tuning_param* ynr,
                                           const ycnr_cnr_tuning_param* cnr);
 
-/* The same for a frame of any size, 1 x 1 and odd sizes included, with both filters. The handle is
- * for the frame's size, or for that size rounded up to even numbers (which saves memory). What is
- * filtered is the frame at its even size, its last column and row repeated once where they are
- * missing; a frame that is still too small for the tuning (4 pixels a side, 1 << (layer - 1) for
- * the luma layers, 4 for a chroma scale of 1 or 2) is enlarged the same way, on scratch memory of
- * its own that the handle keeps. dst gets the part that src has, all of its chroma columns and
- * rows. Even sizes that are large enough come out with the bytes of vorn_ycnr_process. Returns as
- * vorn_ycnr_process_planes does. */
+/* The same for a frame of any size up to the handle's, 1 x 1 and odd sizes included, with both
+ * filters: its last column and row are repeated until it has the handle's size rounded up to even
+ * numbers, and dst gets the part that src has, all of its chroma columns and rows. A frame that is
+ * still too small for the tuning (4 pixels a side, 1 << (layer - 1) for the luma layers, 4 for a
+ * chroma scale of 1 or 2) is enlarged further. The handle keeps scratch memory of a second size for
+ * that, and for its own size if that is odd.
+ * A frame of the handle's own size comes out with the bytes of vorn_ycnr_process if that size is
+ * even and large enough. The filters leave the last columns of a level alone whose width is odd,
+ * and so spoil the right edge of some sizes: a handle whose width is a multiple of 16, at least
+ * 128, and whose height is a multiple of 4 has no such level. Returns as vorn_ycnr_process_planes
+ * does. */
 VORN_API int32_t vorn_ycnr_process_any(denoise_handle_t* handle, const vorn_ycnr_planes* src,
                                        const vorn_ycnr_planes* dst,
                                        const ycnr_ynr_tuning_param* ynr,

@@ -1,9 +1,7 @@
 #include "runtime/image.h"
 
-#include <climits>
 #include <cstdint>
 #include <cstring>
-#include <new>
 
 #include "base/log.h"
 #include "runtime/arithmetic.h"
@@ -57,24 +55,6 @@ bool known_type(int type) {
 
 }  // namespace
 
-int create_uni_image(_tag_uni_image* img, int width, int height, int type) {
-  if (!img) return -1;
-  img->type = type;
-  img->width = width;
-  img->height = height;
-  if (!known_type(type)) {
-    VORN_LOGD("image type error");
-    return -2;
-  }
-  // Three bytes a pixel for every layout but gray, also where 4:2:0 planes need only half of that.
-  const int64_t pixels = int64_t{width} * height;
-  const int64_t limit = type == VORN_IMAGE_GRAY ? INT_MAX : INT_MAX / 3;
-  if (pixels < 0 || pixels > limit) throw std::bad_alloc();  // the count leaves 32 bits
-  const size_t size = static_cast<size_t>(type == VORN_IMAGE_GRAY ? pixels : pixels * 3);
-  unsigned char* buffer = new unsigned char[size]();
-  return lay_out(img, buffer);
-}
-
 int create_uni_image(_tag_uni_image* img, unsigned char* buffer, int width, int height, int type) {
   img->type = type;
   img->width = width;
@@ -101,10 +81,4 @@ void copy_uni_image(_tag_uni_image* dst, _tag_uni_image* src) {
     to += dst->stride[0];
     from += src->stride[0];
   }
-}
-
-void destroy_uni_image(_tag_uni_image* img) {
-  if (!img || !img->plane[0]) return;
-  delete[] img->plane[0];
-  img->plane[0] = nullptr;
 }

@@ -146,10 +146,6 @@ bool vorn::forked_pool(const pool* workers) {
   return workers->generation != process_generation();
 }
 
-int vorn_threadpool_init(pool** out, int thread_num) {
-  return vorn::create_pool(out, thread_num, 0);
-}
-
 int vorn::create_pool(pool** out, int thread_num, int bind_core) {
   constexpr char kName[] = "vorn_threadpool_init";  // in its log lines
   *out = nullptr;
@@ -236,15 +232,8 @@ void* vorn_thread_routine(void* start_record) {
   return nullptr;
 }
 
-int vorn_threadpool_add_worker(pool* workers, void* (*routine)(void*), void* arg) {
-  vorn_job* job = make_job(workers, routine, arg);
-  if (!job) return -1;
-  queue_jobs(workers, job, 1, workers->max_thread_num);
-  return 0;
-}
-
-int vorn::add_stage(pool* workers, void* (*routine)(void*), void* jobs, size_t job_bytes,
-                    int count) {
+int vorn::add_jobs(pool* workers, void* (*routine)(void*), void* jobs, size_t job_bytes, int count,
+                   int useful) {
   vorn_job* first = nullptr;
   vorn_job** last = &first;
   int made = 0;
@@ -254,13 +243,17 @@ int vorn::add_stage(pool* workers, void* (*routine)(void*), void* jobs, size_t j
     if (!*last) break;
     last = &(*last)->next;
   }
-  if (made == 0) return 0;
+  if (made > 0) queue_jobs(workers, first, made, useful);
+  return made;
+}
+
+int vorn::add_stage(pool* workers, void* (*routine)(void*), void* jobs, size_t job_bytes,
+                    int count) {
   // The slices of a stage do not wait for each other, so that more workers than processors would
   // only take turns.
   const int processors = workers->polls.processors;
-  queue_jobs(workers, first, made,
-             processors < workers->max_thread_num ? processors : workers->max_thread_num);
-  return made;
+  return add_jobs(workers, routine, jobs, job_bytes, count,
+                  processors < workers->max_thread_num ? processors : workers->max_thread_num);
 }
 
 int vorn_threadpool_destroy(pool* workers) {

@@ -51,14 +51,6 @@ struct pool {
   int generation;  // of the process whose threads these are
 };
 
-// Creates a pool of thread_num (1..4) workers. Returns 0, also when only some of the threads could
-// be created; -1 with an ERROR line, everything released and *out null otherwise.
-VORN_API int vorn_threadpool_init(pool** out, int thread_num);
-
-// Queues routine(arg) behind the jobs already queued. Returns 0, or -1 with an ERROR line when
-// there is no memory for the job, or no worker in this process: see forked_pool.
-VORN_API int vorn_threadpool_add_worker(pool* workers, void* (*routine)(void*), void* arg);
-
 // Stops and joins the workers, drops jobs still queued, frees the pool. Returns 0; -1 when
 // shutdown was already requested (nothing is done) or a join failed. In a child of fork() it frees
 // the memory alone.
@@ -80,12 +72,19 @@ constexpr int kMaxWorkers = 4;  // room in pool::thread_args
 // Whether the pool was made by a process that this one was forked from; its threads are not here.
 bool forked_pool(const pool* workers);
 
-// vorn_threadpool_init with bind_core set before the workers start.
+// Creates a pool of thread_num (1..4) workers, bind_core set before they start. Returns 0, also
+// when only some of the threads could be created; -1 with an ERROR line, everything released and
+// *out null otherwise.
 int create_pool(pool** out, int thread_num, int bind_core);
 
-// Queues the jobs of one stage, records of job_bytes bytes one after the other, in their order and
-// at once. They may not wait for each other: no more workers are woken than processors are there.
-// Returns how many were queued; fewer than count, with an ERROR line, when there is no memory.
+// Queues count jobs, records of job_bytes bytes one after the other, in their order and at once; as
+// long as fewer than `useful` workers are awake, they wake more. Returns how many were queued;
+// fewer than count, with an ERROR line, when there is no memory.
+int add_jobs(pool* workers, void* (*routine)(void*), void* jobs, size_t job_bytes, int count,
+             int useful);
+
+// The same for the jobs of one stage. They may not wait for each other: no more workers are woken
+// than processors are there.
 int add_stage(pool* workers, void* (*routine)(void*), void* jobs, size_t job_bytes, int count);
 
 }  // namespace vorn

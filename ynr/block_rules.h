@@ -58,4 +58,34 @@ static inline unsigned char normalised(int sum, int total) {
   return static_cast<unsigned char>(int64_t{rounded} / total);
 }
 
+// The block itself is cur; the rows of blocks d above and below it, as the processors get them.
+struct ring_rows {
+  unsigned char *up, *down;
+};
+static inline unsigned char* neighbour(unsigned char* cur, ring_rows rows, int d, int i) {
+  const displacement n = kRing[i];
+  return (n.dy == 0 ? cur : n.dy < 0 ? rows.up : rows.down) + n.dx * d;
+}
+
+// Adds a block with weight w to an accumulator, whose words wrap.
+static inline void add_weighted(int* acc, const unsigned char* block, int stride, unsigned w) {
+  acc[0] = static_cast<int>(static_cast<unsigned>(acc[0]) + w);
+  for (int r = 0; r < 4; ++r, block += stride) {
+    for (int c = 0; c < 4; ++c) {
+      int& sum = acc[1 + 4 * r + c];
+      sum = static_cast<int>(static_cast<unsigned>(sum) + w * block[c]);
+    }
+  }
+}
+
+// Adds the block `pixels` with the weight that the distance of two blocks has. Returns the
+// distance.
+static inline unsigned add_by_distance(const unsigned char* a, const unsigned char* b,
+                                       const unsigned char* pixels, int stride, int* acc,
+                                       const int* map, int m) {
+  const unsigned distance = block_distance(a, b, stride);
+  add_weighted(acc, pixels, stride, static_cast<unsigned>(map[weight_index(distance, m)]));
+  return distance;
+}
+
 }  // namespace vorn

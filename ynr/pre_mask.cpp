@@ -5,9 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "base/log.h"
 #include "runtime/arithmetic.h"
-#include "runtime/stage.h"
 
 namespace {
 
@@ -17,35 +15,14 @@ using vorn::wrapping_sum;
 
 constexpr int kCentreValue = 64;
 constexpr int kFloor = 16;
-constexpr int kFixedStrength = 256;  // of the sliced variant
-constexpr int kStep = 8;             // columns that go through the float chain come in eights
-
-struct grid {
-  int columns, rows;
-  int centre_x, centre_y;
-  int normaliser;
-  grid(int width, int height)
-      : columns(width / 4),
-        rows(height / 4),
-        centre_x(width / 8),
-        centre_y(height / 8),
-        normaliser(width / 8 + height / 8) {}
-};
+constexpr int kStep = 8;  // columns that go through the float chain come in eights
 
 unsigned char to_mask(int t) {
   const int raised = wrapping_sum(t, kCentreValue);
   return static_cast<unsigned char>(std::max(kFloor, std::min(255, raised)));
 }
 
-// k * (d / R)^3 in three truncating steps of whole numbers. INT_MIN / -1 cannot occur: R >= 0.
-unsigned char integer_chain(int k, int d, int normaliser) {
-  if (normaliser == 0) return to_mask(0);
-  int t = k;
-  for (int i = 0; i < 3; ++i) t = wrapping_product(t, d) / normaliser;
-  return to_mask(t);
-}
-
-// The same cube with one factor d / R in single precision.
+// k * (d / R)^3 in three truncating steps, with one factor d / R in single precision.
 unsigned char float_chain(int k, int d, float inverse) {
   const float f = static_cast<float>(d) * inverse;
   int t = k;
@@ -55,6 +32,14 @@ unsigned char float_chain(int k, int d, float inverse) {
 
 }  // namespace
 
+// The same cube in whole numbers. INT_MIN / -1 cannot occur: R >= 0.
+unsigned char vorn::mask_sample(int k, int d, int normaliser) {
+  if (normaliser == 0) return to_mask(0);
+  int t = k;
+  for (int i = 0; i < 3; ++i) t = wrapping_product(t, d) / normaliser;
+  return to_mask(t);
+}
+
 // A sample depends on the city-block distance to the centre alone, so a row one further from the
 // centre is its neighbour moved outward by one column, with one new sample at either end: three
 // float chains in a row instead of one per sample.
@@ -63,7 +48,7 @@ unsigned char float_chain(int k, int d, float inverse) {
 //     row cy + 1  5 4 3 2 1 2 3 4
 int pre_mask(_tag_uni_image* /*src*/, _tag_uni_image* mask, int width, int height, int strength) {
   if (height < 4) return 0;
-  const grid g(width, height);
+  const vorn::mask_grid g(width, height);
   const int k = strength > 63 ? wrapping_product(4, strength - kCentreValue) : 4 * 14;
   const float inverse = static_cast<float>(1.0 / g.normaliser);
   const int stride = mask->stride[0];
@@ -71,7 +56,7 @@ int pre_mask(_tag_uni_image* /*src*/, _tag_uni_image* mask, int width, int heigh
   const auto row_at = [&](int y) { return mask->plane[0] + static_cast<ptrdiff_t>(y) * stride; };
   const auto fill_tail = [&](unsigned char* row, int dy) {
     for (int x = bulk; x < g.columns; ++x)
-      row[x] = integer_chain(k, std::abs(x - g.centre_x) + dy, g.normaliser);
+      row[x] = vorn::mask_sample(k, std::abs(x - g.centre_x) + dy, g.normaliser);
   };
 
   unsigned char* middle = row_at(g.centre_y);
@@ -98,33 +83,4 @@ int pre_mask(_tag_uni_image* /*src*/, _tag_uni_image* mask, int width, int heigh
     }
   }
   return 0;
-}
-
-int pre_mask_pro(_tag_uni_image* /*src*/, _tag_uni_image* mask, int width, int height,
-                 int row_start, int row_end) {
-  const grid g(width, height);
-  for (int y = row_start; y < row_end; ++y) {
-    unsigned char* row = mask->plane[0] + static_cast<ptrdiff_t>(y) * mask->stride[0];
-    const int dy = std::abs(y - g.centre_y);
-    for (int x = 0; x < g.columns; ++x)
-      row[x] = integer_chain(kFixedStrength, std::abs(x - g.centre_x) + dy, g.normaliser);
-  }
-  return 0;
-}
-
-void* pre_mask_process(void* job) {
-  const pre_mask_job* j = static_cast<pre_mask_job*>(job);
-  const double start = getTime();
-  pre_mask_pro(nullptr, j->mask, j->width, j->height, j->row_begin, j->row_end);
-  VORN_LOGD("        pre_mask   %.3f  \n", getTime() - start);
-  one_thread_done(j->pool);
-  return nullptr;
-}
-
-int pre_mask_thread(ynr_handle_t* handle, _tag_uni_image* /*src*/, _tag_uni_image* mask, int width,
-                    int height) {
-  const pre_mask_job prototype{mask, width, height, 0, 0, handle->pool};
-  pre_mask_job jobs[vorn::kSlices];
-  vorn::cut_rows(jobs, prototype, height / 16, height / 4);
-  return vorn::run_jobs(handle->pool, pre_mask_process, jobs);
 }

@@ -41,28 +41,6 @@ void copy_rows(const _tag_uni_image* dst, const _tag_uni_image* src) {
     std::memcpy(row_of(dst, y), row_of(src, y), static_cast<size_t>(dst->width));
 }
 
-// Border rule for any border width; see FillExpandPixels.
-void fill_border(const _tag_uni_image* image, int border) {
-  const int width = image->width;
-  const int height = image->height;
-  const int last = height - border - 1;  // last inner row
-  for (int y = border; y <= last; ++y) {
-    unsigned char* row = row_of(image, y);
-    const size_t bytes = static_cast<size_t>(border);
-    if (border == kBorder) {  // a length that the compiler knows
-      std::memset(row, row[kBorder], kBorder);
-      std::memset(row + width - kBorder, row[width - kBorder - 1], kBorder);
-    } else {
-      std::memset(row, row[border], bytes);
-      std::memset(row + width - border, row[width - border - 1], bytes);
-    }
-  }
-  for (int y = 0; y < border; ++y)
-    std::memcpy(row_of(image, y), row_of(image, border), static_cast<size_t>(width));
-  for (int y = last + 1; y < height; ++y)
-    std::memcpy(row_of(image, y), row_of(image, last), static_cast<size_t>(width));
-}
-
 // The up-sampling of a plane under an odd-sized one reads the sample right of each row. Where no
 // border was filled it must hold the last column's value.
 void extend_right(const _tag_uni_image* level) {
@@ -143,16 +121,12 @@ void luma_frame::make_mask(frame_mask* memory) {
 // A coarse level: work -> out.
 void luma_frame::denoise(int level) {
   if (!filters(level)) {
-    stages.run("layer %d memcpy", level, [=] {
-      copy_uni_image(&ynr->out[level], &ynr->work[level]);
-      return 0;
-    });
+    stages.run("layer %d memcpy", level,
+               [=] { copy_uni_image(&ynr->out[level], &ynr->work[level]); });
     return;
   }
-  stages.run("layer %d FillExpandPixels", level, [=] {
-    fill_border(&ynr->work_whole[level], kBorder);
-    return 0;
-  });
+  stages.run("layer %d FillExpandPixels", level,
+             [=] { FillExpandPixels(&ynr->work_whole[level], kBorder); });
   stages.run("layer %d nlm_denoise_process", level, [=] {
     return nlm_denoise_process(ynr, &ynr->work[level], &ynr->out[level], mask,
                                param.pIntensity[level], param.pRadius[level]);
@@ -182,10 +156,7 @@ void luma_frame::add_change(int level) {
   if (into_bordered && !own_mask) {
     // A mask of the caller may leave blocks of dst alone, which then hold the enlarged detail.
     stages.run(kUp, level, [=] { return gaussin3x3_up2(change, finer); });
-    stages.run(kMerge, level, [=] {
-      ImgAddDiff_sub128_u8(level_below, finer, merged);
-      return 0;
-    });
+    stages.run(kMerge, level, [=] { ImgAddDiff_sub128_u8(level_below, finer, merged); });
     return;
   }
   // Both steps in one pass, without the enlarged detail ever being written.
@@ -200,10 +171,8 @@ void luma_frame::add_change(int level) {
 // Level 0 from the handle's bordered image into the caller's frame. Blocks that overhang the frame
 // go through memory of the handle; blocks that a mask leaves alone keep what dst holds.
 void luma_frame::denoise_finest() {
-  stages.run("layer %d FillExpandPixels", 0, [this] {
-    fill_border(&ynr->out_whole[0], kBorder);
-    return 0;
-  });
+  stages.run("layer %d FillExpandPixels", 0,
+             [this] { FillExpandPixels(&ynr->out_whole[0], kBorder); });
   stages.run("layer %d nlm_denoise_process", 0, [this] {
     const int intensity = param.pIntensity[0], radius = param.pRadius[0];
     _tag_uni_image blocks = vorn::block_destination(*ynr);
@@ -257,18 +226,26 @@ int vorn::ynr_check_frame(const ynr_handle_t* handle, int width, int height, int
 }
 
 void FillExpandPixels(_tag_uni_image* image, int border) {
+  const int width = image->width, height = image->height;
+  const int last = height - border - 1;  // last inner row
   // Without a row (or, for the columns, a column) inside the border there is nothing to copy from.
-  if (border < 1 || image->height <= border || image->width < 1) return;
-  if (image->height - border > border) {
-    if (image->width > border) fill_border(image, border);
-    return;
+  if (border < 1 || last < 0 || width < 1 || (last >= border && width <= border)) return;
+  for (int y = border; y <= last; ++y) {
+    unsigned char* row = row_of(image, y);
+    const auto fill = [=](size_t bytes) {
+      std::memset(row, row[border], bytes);
+      std::memset(row + width - border, row[width - border - 1], bytes);
+    };
+    if (border == kBorder)
+      fill(kBorder);  // a length that the compiler knows
+    else
+      fill(static_cast<size_t>(border));
   }
-  // Too low for inner rows: row copies only, from the top down as the rows then stand.
+  // Where no row is inner, from the top down as the rows then stand.
   for (int y = 0; y < border; ++y)
-    std::memmove(row_of(image, y), row_of(image, border), static_cast<size_t>(image->width));
-  for (int y = image->height - border; y < image->height; ++y)
-    std::memmove(row_of(image, y), row_of(image, image->height - border - 1),
-                 static_cast<size_t>(image->width));
+    std::memmove(row_of(image, y), row_of(image, border), static_cast<size_t>(width));
+  for (int y = last + 1; y < height; ++y)
+    std::memmove(row_of(image, y), row_of(image, last), static_cast<size_t>(width));
 }
 
 int BuildGauPyrs_u8(ynr_handle_t* handle, _tag_uni_image* src, _tag_uni_image* levels, int layer) {

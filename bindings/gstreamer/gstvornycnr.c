@@ -11,135 +11,22 @@
  *     videoconvert ! autovideosink
  * ]|
  */
-#include <gst/video/gstvideofilter.h>
-#include <gst/video/video.h>
+#include "gstvornycnr.h"
 
-#include "frame_copy.h"
-#include "pace.h"
-#include "vorn_tuning.h"
-#include "vorn_ycnr.h"
+#include <string.h>
+
+#include "planes.h"
+#include "vorn_ycnr_ext.h"
 
 GST_DEBUG_CATEGORY_STATIC(vornycnr_debug);
 #define GST_CAT_DEFAULT vornycnr_debug
 
-#define GST_TYPE_VORN_YCNR (gst_vorn_ycnr_get_type())
-G_DECLARE_FINAL_TYPE(GstVornYcnr, gst_vorn_ycnr, GST, VORN_YCNR, GstVideoFilter)
-
-#define DEFAULT_GAIN 8.0
-#define DEFAULT_LUMA TRUE
-#define DEFAULT_CHROMA TRUE
-
-/* Below the smaller side a pyramid of five levels has empty ones; the larger one keeps
- * width * height * 3 below 2^31. Odd sizes are padded here. */
-#define LEAST_SIDE 16
+/* Small and odd sizes are padded here; the larger side keeps width * height * 3 below 2^31. */
+#define LEAST_SIDE 1
 #define MOST_SIDE 16384
 #define SIDES "[ " G_STRINGIFY(LEAST_SIDE) ", " G_STRINGIFY(MOST_SIDE) " ]"
 
-/* How much the library logs to standard error: 1 errors, 4 every stage. Exported by it, though not
- * declared in its header; a property file (VORN_PROPERTIES) has the last word. */
-extern gint nr_log_Level;
-
-struct _GstVornYcnr {
-  GstVideoFilter parent;
-
-  /* Guarded by the object lock: properties, and what the application may read while playing. */
-  gchar* tuning_file;
-  gdouble gain;
-  gboolean luma;
-  gboolean chroma;
-  vorn_tuning_set* tuning; /* never NULL between start and stop */
-  Pace pace;
-
-  /* Streaming thread only. */
-  denoise_handle_t* handle;
-  gint width, height;      /* of the handle, even */
-  guint8 *source, *result; /* packed frames for buffers of any other layout */
-};
-
-enum { PROP_0, PROP_TUNING_FILE, PROP_GAIN, PROP_LUMA, PROP_CHROMA, PROP_STATS };
-
 G_DEFINE_TYPE(GstVornYcnr, gst_vorn_ycnr, GST_TYPE_VIDEO_FILTER)
-
-/* The set in the file, or the default set for no name; NULL, with fault told. */
-static vorn_tuning_set* load_tuning(const gchar* path, vorn_tuning_fault* fault) {
-  return path && *path ? vorn_tuning_load(path, fault) : vorn_tuning_default(fault);
-}
-
-/* Before the element starts any name is kept, and start says whether it is good. While it runs, a
- * file is read at once, and one that cannot be used leaves the old tuning and the old name. */
-static void set_tuning_file(GstVornYcnr* self, const gchar* path) {
-  GST_OBJECT_LOCK(self);
-  const gboolean running = self->tuning != NULL;
-  GST_OBJECT_UNLOCK(self);
-  vorn_tuning_set* tuning = NULL;
-  if (running) {
-    vorn_tuning_fault fault;
-    tuning = load_tuning(path, &fault);
-    if (!tuning) {
-      GST_ELEMENT_WARNING(self, RESOURCE, READ, ("%s", fault.text), ("the old tuning stays"));
-      return;
-    }
-  }
-  GST_OBJECT_LOCK(self);
-  g_free(self->tuning_file);
-  self->tuning_file = g_strdup(path);
-  if (tuning && self->tuning) {
-    vorn_tuning_set* old = self->tuning;
-    self->tuning = tuning;
-    tuning = old;
-  }
-  GST_OBJECT_UNLOCK(self);
-  vorn_tuning_free(tuning);
-}
-
-static void gst_vorn_ycnr_set_property(GObject* object, guint id, const GValue* value,
-                                       GParamSpec* spec) {
-  GstVornYcnr* self = GST_VORN_YCNR(object);
-  if (id == PROP_TUNING_FILE) {
-    set_tuning_file(self, g_value_get_string(value));
-    return;
-  }
-  GST_OBJECT_LOCK(self);
-  switch (id) {
-    case PROP_GAIN:
-      self->gain = g_value_get_double(value);
-      break;
-    case PROP_LUMA:
-      self->luma = g_value_get_boolean(value);
-      break;
-    case PROP_CHROMA:
-      self->chroma = g_value_get_boolean(value);
-      break;
-    default:
-      G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
-  }
-  GST_OBJECT_UNLOCK(self);
-}
-
-static void gst_vorn_ycnr_get_property(GObject* object, guint id, GValue* value, GParamSpec* spec) {
-  GstVornYcnr* self = GST_VORN_YCNR(object);
-  GST_OBJECT_LOCK(self);
-  switch (id) {
-    case PROP_TUNING_FILE:
-      g_value_set_string(value, self->tuning_file);
-      break;
-    case PROP_GAIN:
-      g_value_set_double(value, self->gain);
-      break;
-    case PROP_LUMA:
-      g_value_set_boolean(value, self->luma);
-      break;
-    case PROP_CHROMA:
-      g_value_set_boolean(value, self->chroma);
-      break;
-    case PROP_STATS:
-      g_value_take_boxed(value, pace_stats(&self->pace));
-      break;
-    default:
-      G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
-  }
-  GST_OBJECT_UNLOCK(self);
-}
 
 static void release_denoiser(GstVornYcnr* self) {
   if (self->handle) vorn_ycnr_deinit(self->handle);
@@ -155,7 +42,7 @@ static gboolean gst_vorn_ycnr_start(GstBaseTransform* base) {
   GST_OBJECT_UNLOCK(self);
 
   vorn_tuning_fault fault;
-  vorn_tuning_set* tuning = load_tuning(path, &fault);
+  vorn_tuning_set* tuning = gst_vorn_ycnr_load_tuning(path, &fault);
   g_free(path);
   if (!tuning) {
     GST_ELEMENT_ERROR(self, RESOURCE, READ, ("%s", fault.text), (NULL));
@@ -206,16 +93,23 @@ static gboolean gst_vorn_ycnr_set_info(GstVideoFilter* filter, GstCaps* in_caps,
   (void)out_info;
   ycnr_init_param size = {padded_width(GST_VIDEO_INFO_WIDTH(in_info)),
                           padded_height(GST_VIDEO_INFO_HEIGHT(in_info))};
-  if (self->handle && self->width == size.width && self->height == size.height) return TRUE;
+  memset(self->follower, 0, sizeof *self->follower);
+  const gboolean pads =
+      size.width != GST_VIDEO_INFO_WIDTH(in_info) || size.height != GST_VIDEO_INFO_HEIGHT(in_info);
+  if (self->handle && self->width == size.width && self->height == size.height &&
+      pads == (self->source != NULL))
+    return TRUE;
 
   release_denoiser(self);
-  const gsize bytes = (gsize)size.width * size.height * 3 / 2;
   self->width = size.width;
   self->height = size.height;
   self->handle = vorn_ycnr_init(&size);
-  self->source = g_try_malloc(bytes);
-  self->result = g_try_malloc(bytes);
-  if (!self->handle || !self->source || !self->result) {
+  if (pads) {
+    const gsize bytes = (gsize)size.width * size.height * 3 / 2;
+    self->source = g_try_malloc(bytes);
+    self->result = g_try_malloc(bytes);
+  }
+  if (!self->handle || (pads && (!self->source || !self->result))) {
     release_denoiser(self);
     GST_ELEMENT_ERROR(self, LIBRARY, INIT,
                       ("No denoiser for frames of %dx%d", size.width, size.height), (NULL));
@@ -285,11 +179,23 @@ static gboolean gst_vorn_ycnr_query(GstBaseTransform* base, GstPadDirection dire
   return TRUE;
 }
 
-/* Copies the tuning in force, with the switches applied. */
-static void current_tuning(GstVornYcnr* self, ycnr_ynr_tuning_param* luma,
-                           ycnr_cnr_tuning_param* chroma) {
+/* The tuning for a frame, with the switches applied. The set may be exchanged from another thread,
+ * so the lock is held for as long as it is looked at, a measurement of the frame's noise included.
+ */
+static void current_tuning(GstVornYcnr* self, const vorn_ycnr_planes* frame,
+                           ycnr_ynr_tuning_param* luma, ycnr_cnr_tuning_param* chroma) {
   GST_OBJECT_LOCK(self);
-  vorn_tuning_for_gain(self->tuning, self->gain, luma, chroma);
+  if (self->automatic) {
+    const vorn_noise_frame noise = planes_to_measure(frame);
+    vorn_tuning_follow(self->follower, self->tuning, NULL, &noise, luma, chroma);
+    self->pace.luma_gain = self->follower->luma_entry;
+    self->pace.chroma_gain = self->follower->chroma_entry;
+  } else {
+    const gint32 entry = vorn_tuning_nearest(self->tuning, self->gain);
+    vorn_tuning_get(self->tuning, entry, luma, chroma);
+    self->pace.luma_gain = self->pace.chroma_gain = vorn_tuning_gain(self->tuning, entry);
+    self->follower->frames = 0; /* switched on again, it begins anew */
+  }
   luma->enable = self->luma && luma->enable == 1;
   chroma->enable = self->chroma && chroma->enable == 1;
   GST_OBJECT_UNLOCK(self);
@@ -327,26 +233,25 @@ static GstFlowReturn gst_vorn_ycnr_transform_frame(GstVideoFilter* filter, GstVi
   if (skip_late_frame(self, in->buffer))
     return gst_video_frame_copy(out, in) ? GST_FLOW_OK : GST_FLOW_ERROR;
   const GstClockTime start = gst_util_get_timestamp();
+  vorn_ycnr_planes from = planes_of(in), to = planes_of(out);
   ycnr_ynr_tuning_param luma;
   ycnr_cnr_tuning_param chroma;
-  current_tuning(self, &luma, &chroma);
+  current_tuning(self, &from, &luma, &chroma);
 
-  /* With both filters on, the library overwrites its source, which here is upstream's. */
-  guint8* source = luma.enable && chroma.enable ? NULL : frame_as_packed(in);
-  if (!source) frame_pack(in, source = self->source);
-  guint8* direct = frame_as_packed(out);
-  guint8* result = direct ? direct : self->result;
-
-  _tag_uni_image src = {VORN_IMAGE_YUV420SP, self->width, self->height, {source}, {self->width}};
-  _tag_uni_image dst = {VORN_IMAGE_YUV420SP, self->width, self->height, {result}, {self->width}};
-  Denoise_Parameters_t parameters = {0, &luma, &chroma};
-  if (vorn_ycnr_process(self->handle, &src, &dst, &parameters) != VORN_OK) {
+  const vorn_ycnr_planes output = to;
+  if (self->source) {
+    const vorn_ycnr_planes padded = planes_in(self->source, from.layout, self->width, self->height);
+    planes_pad(&from, &padded);
+    from = padded;
+    to = planes_in(self->result, from.layout, self->width, self->height);
+  }
+  if (vorn_ycnr_process_any(self->handle, &from, &to, &luma, &chroma) != VORN_OK) {
     GST_ELEMENT_ERROR(self, LIBRARY, FAILED,
-                      ("The tuning does not fit frames of %dx%d", self->width, self->height),
+                      ("A frame of %dx%d was refused", output.width, output.height),
                       ("luma levels %d, chroma scale %d", luma.layer, chroma.scale));
     return GST_FLOW_ERROR;
   }
-  if (!direct) frame_unpack(result, out);
+  if (self->source) planes_crop(&to, &output);
   count_frame(self, gst_util_get_timestamp() - start);
   return GST_FLOW_OK;
 }
@@ -354,14 +259,14 @@ static GstFlowReturn gst_vorn_ycnr_transform_frame(GstVideoFilter* filter, GstVi
 static void gst_vorn_ycnr_finalize(GObject* object) {
   GstVornYcnr* self = GST_VORN_YCNR(object);
   release_denoiser(self);
+  g_free(self->follower);
   g_free(self->tuning_file);
   G_OBJECT_CLASS(gst_vorn_ycnr_parent_class)->finalize(object);
 }
 
 static void gst_vorn_ycnr_init(GstVornYcnr* self) {
-  self->gain = DEFAULT_GAIN;
-  self->luma = DEFAULT_LUMA;
-  self->chroma = DEFAULT_CHROMA;
+  gst_vorn_ycnr_default_properties(self);
+  self->follower = g_new0(vorn_noise_follower, 1);
 }
 
 static void gst_vorn_ycnr_class_init(GstVornYcnrClass* klass) {
@@ -369,39 +274,8 @@ static void gst_vorn_ycnr_class_init(GstVornYcnrClass* klass) {
   GstElementClass* element = GST_ELEMENT_CLASS(klass);
   GstBaseTransformClass* transform = GST_BASE_TRANSFORM_CLASS(klass);
   GstVideoFilterClass* filter = GST_VIDEO_FILTER_CLASS(klass);
-  const GParamFlags at_any_time =
-      G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS | GST_PARAM_MUTABLE_PLAYING;
-
-  object->set_property = gst_vorn_ycnr_set_property;
-  object->get_property = gst_vorn_ycnr_get_property;
+  gst_vorn_ycnr_install_properties(object);
   object->finalize = gst_vorn_ycnr_finalize;
-  g_object_class_install_property(
-      object, PROP_TUNING_FILE,
-      g_param_spec_string("tuning-file", "Tuning file",
-                          "Tuning set (JSON) with one entry per gain; none takes the default set. "
-                          "While playing, a file that cannot be used is a warning and changes "
-                          "nothing",
-                          NULL, at_any_time));
-  g_object_class_install_property(
-      object, PROP_GAIN,
-      g_param_spec_double("gain", "Gain",
-                          "Sensor gain of the frames; the set's entry nearest in stops is used",
-                          1e-3, 1e6, DEFAULT_GAIN, at_any_time | GST_PARAM_CONTROLLABLE));
-  g_object_class_install_property(
-      object, PROP_LUMA,
-      g_param_spec_boolean("luma", "Luma", "Remove luma noise", DEFAULT_LUMA,
-                           at_any_time | GST_PARAM_CONTROLLABLE));
-  g_object_class_install_property(
-      object, PROP_CHROMA,
-      g_param_spec_boolean("chroma", "Chroma", "Remove chroma noise", DEFAULT_CHROMA,
-                           at_any_time | GST_PARAM_CONTROLLABLE));
-  g_object_class_install_property(
-      object, PROP_STATS,
-      g_param_spec_boxed("stats", "Statistics",
-                         "Since start: frames denoised, frames skipped because they came too late; "
-                         "time per frame, copies included, in nanoseconds: last, average, max",
-                         GST_TYPE_STRUCTURE, G_PARAM_READABLE | G_PARAM_STATIC_STRINGS));
-
   GstCaps* caps = gst_caps_from_string(
       "video/x-raw, format = (string) { NV12, I420, NV21 }, "
       "width = (int) " SIDES ", height = (int) " SIDES ", framerate = " GST_VIDEO_FPS_RANGE);
@@ -430,7 +304,8 @@ static void gst_vorn_ycnr_class_init(GstVornYcnrClass* klass) {
 }
 
 static gboolean plugin_init(GstPlugin* plugin) {
-  nr_log_Level = 1; /* the element itself reports through GStreamer's debug log */
+  /* The element itself reports through GStreamer's debug log; a property file has the last word. */
+  if (!g_getenv("VORN_PROPERTIES")) vorn_ycnr_set_log_level(1);
   return gst_element_register(plugin, "vornycnr", GST_RANK_NONE, GST_TYPE_VORN_YCNR);
 }
 

@@ -52,7 +52,9 @@ GstStructure* pace_stats(const Pace* pace) {
                            "last-time", G_TYPE_UINT64, pace->last,                  //
                            "average-time", G_TYPE_UINT64,                           //
                            pace->frames ? pace->total / pace->frames : (guint64)0,  //
-                           "max-time", G_TYPE_UINT64, pace->max, NULL);
+                           "max-time", G_TYPE_UINT64, pace->max,                    //
+                           "luma-gain", G_TYPE_DOUBLE, pace->luma_gain,             //
+                           "chroma-gain", G_TYPE_DOUBLE, pace->chroma_gain, NULL);
 }
 
 GstMessage* pace_message(const Pace* pace, GstElement* element, const GstSegment* segment,

@@ -17,6 +17,7 @@ typedef struct {
   GstClockTime earliest; /* running time before which a frame is too late; may be NONE */
   gdouble proportion;    /* of the last QoS event: above 1 downstream waits for us */
   GstClockTimeDiff jitter;
+  gdouble luma_gain, chroma_gain; /* of the entries in use */
 } Pace;
 
 /* Forgets everything: for a start. */

@@ -1,13 +1,14 @@
 #include "cnr/exported/hor_ver_mask.h"
 
+#include "cnr/chroma_pass.h"
 #include "cnr/kernels/chroma_rule.h"
 #include "runtime/stage.h"
 
 namespace {
 
 using vorn::chroma_pixel;
+using vorn::direction;
 
-enum class direction { horizontal, vertical };
 enum class output { planes, interleaved };
 
 // The mask as a level samples it: one mask pixel per ratio x ratio level pixels.
@@ -46,46 +47,32 @@ int masked_range_index(const chroma_pixel& centre, const chroma_pixel& tap,
 }
 
 void filter_rows(const hor_ver_mask_job& slice, direction dir, output out) {
-  const bool along_row = dir == direction::horizontal;
   const _tag_cnr_param& param = *slice.param;
-  const int width = slice.dst_u->width;
-  const int height = slice.dst_u->height;
-  const ptrdiff_t pitch = along_row ? 1 : width;
-  const uint8_t* guide = slice.guide->plane[0];
-  const uint8_t* src_u = slice.src_u->plane[0];
-  const uint8_t* src_v = slice.src_v->plane[0];
-  const level_mask mask(*slice.mask, width);
-  uint8_t weights[vorn::kRangeWeights];
-  vorn::make_range_weights(param.range_coef[0], weights);
-
+  const vorn::chroma_pass pass = vorn::describe_pass(*slice.guide, *slice.src_u, *slice.src_v,
+                                                     *slice.dst_u, *slice.dst_v, param);
+  const level_mask mask(*slice.mask, pass.width);
   for (int y = slice.row_begin; y < slice.row_end; ++y) {
-    for (int x = 0; x < width; ++x) {
-      const ptrdiff_t at = static_cast<ptrdiff_t>(y) * width + x;
-      const chroma_pixel centre = {guide[at], src_u[at], src_v[at]};
-      uint8_t u = src_u[at];
-      uint8_t v = src_v[at];
+    for (int x = 0; x < pass.width; ++x) {
+      const ptrdiff_t at = static_cast<ptrdiff_t>(y) * pass.width + x;
+      // U and V in their own order: the division by the mask rounds each of their terms.
+      const vorn::chroma_place place = {pass.guide + at, slice.src_u->plane[0] + at,
+                                        slice.src_v->plane[0] + at};
+      const chroma_pixel centre = place.at(0);
+      uint8_t u = static_cast<uint8_t>(centre.u), v = static_cast<uint8_t>(centre.v);
       if (const int strength = mask.at(x, y)) {
         const int grey_sq = vorn::grey_distance_sq(centre.u, centre.v);
-        const int radial = vorn::radial_at(x, y, width, height);
-        const vorn::tap_range taps = vorn::taps_at(along_row ? x : y, along_row ? width : height,
-                                                   param.smooth_radius, param.smooth_step);
+        const int radial = vorn::radial_at(x, y, pass.width, pass.height);
+        const auto weight = [&](const chroma_pixel& tap) {
+          return pass.weights
+              .weight[masked_range_index(centre, tap, param, strength, grey_sq, radial)];
+        };
         // The centre outweighs a neighbour 128 times and more, whatever the mask: kept on purpose
         // (HorVerMask.CentreDominates).
-        int64_t sum = vorn::kFineCentreWeight;
-        int64_t sum_u = sum * centre.u;
-        int64_t sum_v = sum * centre.v;
-        for (int64_t t = taps.first; t <= taps.last; t += param.smooth_step) {
-          if (t == 0) continue;
-          const ptrdiff_t from = at + t * pitch;
-          const chroma_pixel tap = {guide[from], src_u[from], src_v[from]};
-          const int weight =
-              weights[masked_range_index(centre, tap, param, strength, grey_sq, radial)];
-          sum += weight;
-          sum_u += weight * tap.u;
-          sum_v += weight * tap.v;
-        }
-        u = vorn::fine_quotient(sum_u, sum);
-        v = vorn::fine_quotient(sum_v, sum);
+        const auto sums = vorn::sum_taps<int64_t>(
+            place, vorn::kFineCentreWeight, weight,
+            [&](const auto& visit) { vorn::for_taps(pass, dir, x, y, visit); });
+        u = vorn::fine_quotient(sums.a, sums.weight);
+        v = vorn::fine_quotient(sums.b, sums.weight);
       }
       if (out == output::interleaved) {
         slice.dst_uv[2 * at] = u;

@@ -60,7 +60,6 @@ int color_noise_reduce_mask_process(void* handle, _tag_uni_image* src, _tag_uni_
       vorn::split_with_gain(src_uv, u, v, 2 * samples, param->saturation);
     else
       vorn::active_pyramid_kernels().split(src_uv, u, v, static_cast<int>(samples));
-    return 0;
   });
   stages.run("pyramid_down2", 0, [&] { return vorn::make_guide(cnr, *src); });
   if (stages.result() != 0) return -1;
@@ -86,4 +85,8 @@ int uni_color_noise_reduce_mask_process(void* handle, _tag_uni_image* src, _tag_
   VORN_LOGD("smooth_radius = %d, smooth_step = %d , diff_y_weight = %f \n", param.smooth_radius,
             param.smooth_step, static_cast<double>(param.range_coef[0]));
   return color_noise_reduce_mask_process(handle, src, dst, mask, &param);
+}
+
+int color_noise_reduce_deinit(void**) {
+  return 0;
 }

@@ -15,3 +15,6 @@ VORN_API int color_noise_reduce_mask_process(void* handle, _tag_uni_image* src, 
 VORN_API int uni_color_noise_reduce_mask_process(void* handle, _tag_uni_image* src,
                                                  _tag_uni_image* dst, _tag_uni_image* mask,
                                                  _tag_cnr_param_output* tuning);
+
+// Does nothing and returns 0; kept for callers that link it.
+VORN_API int color_noise_reduce_deinit(void** handle);

@@ -86,6 +86,65 @@ inline int range_index(const chroma_pixel& centre, const chroma_pixel& tap, int 
   return scaled < 0 ? 0 : (scaled + 256) >> 9;
 }
 
+// Where a pixel and its taps stand in the three planes.
+struct chroma_place {
+  const uint8_t *guide, *a, *b;
+  chroma_pixel at(ptrdiff_t offset) const { return {guide[offset], a[offset], b[offset]}; }
+};
+
+template <typename Sum>
+struct weighted_sums {
+  Sum weight, a, b;
+};
+
+// The sums of one pixel: the centre with centre_weight, each tap with weight(tap), 0..255.
+// taps(visit) calls visit(byte offset) for each tap. Sum is wide enough for 255 times all weights.
+template <typename Sum, typename Weight, typename Taps>
+inline weighted_sums<Sum> sum_taps(const chroma_place& place, Sum centre_weight,
+                                   const Weight& weight, const Taps& taps) {
+  const chroma_pixel centre = place.at(0);
+  weighted_sums<Sum> sums = {centre_weight, centre_weight * centre.u, centre_weight * centre.v};
+  taps([&](ptrdiff_t offset) {
+    const chroma_pixel tap = place.at(offset);
+    const int w = weight(tap);
+    sums.weight += w;
+    sums.a += w * tap.u;
+    sums.b += w * tap.v;
+  });
+  return sums;
+}
+
+// The same with the range weights and colour edges of a tuning, a chroma_weights.
+template <typename Sum, typename Weights, typename Taps>
+inline weighted_sums<Sum> filter_sums(const chroma_place& place, Sum centre_weight,
+                                      const Weights& weights, int radial, const Taps& taps) {
+  const chroma_pixel centre = place.at(0);
+  const int grey_sq = grey_distance_sq(centre.u, centre.v);
+  const auto weight = [&](const chroma_pixel& tap) {
+    return weights
+        .weight[range_index(centre, tap, weights.edge_a, weights.edge_b, grey_sq, radial)];
+  };
+  return sum_taps(place, centre_weight, weight, taps);
+}
+
+// A sum over its weight as the planes store it, with a bias of quarters / 4 of the weight. Above
+// 255 it is 255. It is negative only for level modes that the driver never sets; then its low 8
+// bits are stored.
+template <typename Sum>
+inline uint8_t dithered_quotient(Sum sum, Sum weight, Sum quarters) {
+  const Sum q = (sum + weight / 4 * quarters) / weight;
+  return static_cast<uint8_t>(q < 255 ? q : 255);
+}
+
+constexpr int kDitherCentreWeight = 256;
+
+// x moved away from 128 by gain / 16 of its distance, rounded half up. The product wraps as a
+// 32-bit one: gains beyond the tuning range are defined, if not useful.
+inline uint8_t with_gain(uint8_t x, int gain) {
+  const int y = x + (wrapping_sum(wrapping_product(x - 128, gain), 8) >> 4);
+  return static_cast<uint8_t>(y < 0 ? 0 : y > 255 ? 255 : y);
+}
+
 // The finer fixed point of the masked and merging passes: the centre weighs 32768, and a quotient
 // is a product with a tabulated 2^20 / n after both sums lose 11 bits.
 constexpr int kFineCentreWeight = 32768;

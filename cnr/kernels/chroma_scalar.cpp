@@ -6,32 +6,17 @@
 namespace vorn {
 namespace {
 
-void filter_scalar(const chroma_span& s, const chroma_weights& weights) {
+void filter_scalar(const chroma_span& s, const chroma_weights& w) {
   for (int x = 0; x < s.count; ++x) {
-    const chroma_pixel centre = {s.guide[x], s.src_a[x], s.src_b[x]};
-    const int grey_sq = grey_distance_sq(centre.u, centre.v);
     const int radial = (s.radial[x] + 1) >> 8;  // 32767 stands for 128 * 256
-    int sum = 256;
-    int sum_a = 256 * centre.u;
-    int sum_b = 256 * centre.v;
-    for (int k = 0; k < s.tap_count; ++k) {
-      const ptrdiff_t from = x + s.taps[k];
-      const chroma_pixel tap = {s.guide[from], s.src_a[from], s.src_b[from]};
-      const int w =
-          weights.weight[range_index(centre, tap, weights.edge_a, weights.edge_b, grey_sq, radial)];
-      sum += w;
-      sum_a += w * tap.u;
-      sum_b += w * tap.v;
-    }
-    const int bias = sum / 4 * (s.dither[x] + s.quarters);
-    s.dst_a[x] = static_cast<uint8_t>((sum_a + bias) / sum);
-    s.dst_b[x] = static_cast<uint8_t>((sum_b + bias) / sum);
+    const auto sums = filter_sums<int>({s.guide + x, s.src_a + x, s.src_b + x}, kDitherCentreWeight,
+                                       w, radial, [&](const auto& visit) {
+                                         for (int k = 0; k < s.tap_count; ++k) visit(s.taps[k]);
+                                       });
+    const int quarters = s.dither[x] + s.quarters;
+    s.dst_a[x] = dithered_quotient(sums.a, sums.weight, quarters);
+    s.dst_b[x] = dithered_quotient(sums.b, sums.weight, quarters);
   }
-}
-
-uint8_t with_gain(uint8_t x, int8_t gain) {
-  const int y = x + (((x - 128) * gain + 8) >> 4);
-  return static_cast<uint8_t>(y < 0 ? 0 : y > 255 ? 255 : y);
 }
 
 void split_gain_scalar(const uint8_t* src_uv, uint8_t* dst_u, uint8_t* dst_v, size_t pairs,

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <string>
 
+#include "base/exported/services.h"
 #include "base/log.h"
 #include "tests/support/frames.h"
 #include "tests/support/host.h"

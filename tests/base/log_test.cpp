@@ -6,6 +6,7 @@
 #include <ctime>
 #include <string>
 
+#include "base/exported/services.h"
 #include "tests/support/host.h"
 
 namespace {

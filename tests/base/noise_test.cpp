@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "base/exported/noise.h"
 #include "runtime/image.h"
 #include "tests/support/host.h"
 

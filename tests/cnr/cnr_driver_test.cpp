@@ -4,6 +4,7 @@
 
 #include "base/log.h"
 #include "cnr/exported/masked_driver.h"
+#include "runtime/exported/pool.h"
 #include "tests/cnr/level.h"
 #include "tests/model/model.h"
 

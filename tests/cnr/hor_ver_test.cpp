@@ -3,6 +3,7 @@
 #include <climits>
 #include <limits>
 
+#include "cnr/exported/hor_ver.h"
 #include "cnr/kernels/chroma_kernels.h"
 #include "tests/cnr/level.h"
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "cnr/hor_ver.h"
+#include "runtime/exported/pool.h"
 #include "runtime/pool.h"
 #include "tests/support/forms.h"
 

@@ -22,6 +22,7 @@
 
 #include "base/handle.h"
 #include "cnr/cnr_handle.h"
+#include "runtime/exported/pool.h"
 #include "runtime/kernel_form.h"
 #include "runtime/pool.h"
 #include "tests/frame/frame_util.h"

@@ -8,8 +8,10 @@
 #include <cstring>
 #include <string>
 
+#include "base/exported/noise.h"
 #include "base/noise.h"
 #include "cnr/cnr_driver.h"
+#include "cnr/exported/hor_ver.h"
 #include "cnr/exported/hor_ver_mask.h"
 #include "cnr/exported/masked_driver.h"
 #include "cnr/exported/pyramid_stages.h"
@@ -30,7 +32,10 @@
 #include "tests/model/model.h"
 #include "ynr/block_processors.h"
 #include "ynr/block_sums.h"
+#include "ynr/exported/block_processors.h"
+#include "ynr/exported/pre_mask.h"
 #include "ynr/exported/pyramid_stages.h"
+#include "ynr/exported/window.h"
 #include "ynr/pre_mask.h"
 #include "ynr/window.h"
 #include "ynr/ynr_driver.h"

@@ -6,6 +6,8 @@
 #include "tests/kernels/kernel_check.h"
 #include "ynr/block_processors.h"
 #include "ynr/block_sums.h"
+#include "ynr/exported/block_processors.h"
+#include "ynr/exported/block_sums.h"
 #include "ynr/kernels/luma_kernels.h"
 
 namespace kernel_check {

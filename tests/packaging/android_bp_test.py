@@ -45,6 +45,8 @@ for entry in json.loads(Path(sys.argv[2]).read_text()):
         built[str(Path(entry["file"]).relative_to(root))] = command.split()
 
 faults = []
+if library["export_include_dirs"] != ["include"]:
+    faults.append(f"other folders than the public headers' are exported: {library['export_include_dirs']}")
 for name in sorted((plain_files | dot_files) ^ built.keys()):
     faults.append(f"{name}: only in {'CMake' if name in built else 'Android.bp'}")
 for name in sorted(plain_files & dot_files):
@@ -56,7 +58,7 @@ for name, command in sorted(built.items()):
         faults.append(f"{name}: CMake compiles it with {march}, Android.bp with {wanted}")
     for flag in command:
         # __ANDROID__ is the device compiler's own.
-        if flag in ("-fPIC", "-DNDEBUG", "-D__ANDROID__") or not flag.startswith(("-f", "-D")):
+        if flag in ("-fPIC", "-DNDEBUG", "-D__ANDROID__") or not flag.startswith(("-f", "-D", "-mb")):
             continue
         if flag not in defaults["cflags"]:
             faults.append(f"{name}: {flag} is missing in Android.bp")

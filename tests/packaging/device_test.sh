@@ -46,6 +46,7 @@ check "soname" libvornynr2cnr4.so "$(readelf -d "$library" | sed -n 's/.*soname:
 check "needed" "libc liblog libm" "$(readelf -d "$library" | sed -n 's/.*NEEDED.*\[\(.*\)\]/\1/p' |
   grep -v '^ld-linux' | sed 's/\.so.*//' | sort | xargs)"
 check "segment alignment" 0x4000 "$(readelf -lW "$library" | awk '$1 == "LOAD" { print $NF }' | sort -u | xargs)"
+check "stays mapped" true "$(readelf -d "$library" | grep -q NODELETE && echo true)"
 check "text relocations" 0 "$(readelf -d "$library" | grep -cE 'TEXTREL' || true)"
 check "executable stack" RW "$(readelf -lW "$library" | awk '$1 == "GNU_STACK" { print $7 }')"
 check "run path" "" "$(readelf -d "$library" | grep -E 'RPATH|RUNPATH' || true)"
@@ -72,6 +73,16 @@ for cpu in cortex-a53 max; do
 done
 lines=$(run max -E ro_debuggable=1 -E persist_vendor_cam_nr_api_log=4 2>&1 >/dev/null)
 check "log lines through the device's log" true "$(grep -q '^3 YCNR_LOG: L [0-9]*, vorn_ycnr_process:' <<<"$lines" && echo true)"
+# The sample of docs/android.md, with a tuning header as `vorn-ycnr tuning to-c` writes it.
+cat >"$scratch/my_sensor.h" <<'H'
+#include "vorn_ycnr.h"
+typedef struct { double gain; ycnr_ynr_tuning_param luma; ycnr_cnr_tuning_param chroma; } my_sensor_entry;
+const my_sensor_entry* my_sensor_nearest(double gain);
+H
+sed -n '/^```c$/,/^```$/p' "$source/docs/android.md" | sed '1d;$d' >"$scratch/sample.c"
+aarch64-linux-gnu-gcc -std=c99 -Wall -Wextra -Werror -pedantic -fsyntax-only -I"$here/device" \
+  -I"$source/include" -I"$scratch" "$scratch/sample.c" && sample=compiles
+check "the sample of docs/android.md" compiles "${sample:-}"
 size=$(stat -c %s "$library")
 aarch64-linux-gnu-strip -o "$scratch/stripped.so" "$library"
 echo "size: $size bytes, $(stat -c %s "$scratch/stripped.so") stripped"

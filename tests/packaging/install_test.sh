@@ -1,6 +1,6 @@
 #!/bin/sh
-# Builds a C and a C++ program against an installed tree, once with pkg-config, once with CMake's
-# find_package, and runs them. The tree is moved after the install: nothing may name its old place.
+# Builds C and C++ programs against an installed tree, with pkg-config and with CMake's find_package,
+# and runs them; one is the README's, as printed. The tree is moved after the install: nothing may name its old place.
 #   install_test.sh SOURCE_DIR BUILD_DIR
 set -eu
 source=$1/tests/packaging/consumer
@@ -36,18 +36,23 @@ ${CXX:-c++} -std=c++11 -Wall -Wextra -Werror "$source/capability.cpp" $flags -o 
 LD_LIBRARY_PATH=$libdir "$scratch/denoise"
 LD_LIBRARY_PATH=$libdir "$scratch/capability"
 
-if [ -e "$libdir/pkgconfig/vorn_tuning.pc" ]; then
-  echo "== the program of the README"
-  sed -n '/^```c$/,/^```$/{/^```/!p}' "$1/README.md" >"$scratch/readme.c"
-  cat >>"$scratch/readme.c" <<'C'
-static uint8_t noisy[128 * 96 * 3 / 2], clean[128 * 96 * 3 / 2];
-int main(void) { return denoise(noisy, clean, 128, 96, 8) != 0 || denoise(noisy, clean, 128, 96, 0) != -1; }
-C
-  # shellcheck disable=SC2046
-  ${CC:-cc} -std=c99 -Wall -Wextra -Werror "$scratch/readme.c" $(pkg-config --cflags --libs vornycnr vorn_tuning) \
-    -o "$scratch/readme"
-  LD_LIBRARY_PATH=$libdir "$scratch/readme"
+echo "== the README's program"
+export LD_LIBRARY_PATH="$libdir"
+sed -n '/^```c$/,/^```$/p' "$1/README.md" | sed '1d;$d' >"$scratch/readme.c"
+# shellcheck disable=SC2046
+${CC:-cc} -std=c99 -Wall -Wextra -Werror -pedantic "$scratch/readme.c" \
+  $(pkg-config --cflags --libs vornycnr vorn_tuning) -o "$scratch/readme"
+# Two frames of a size that no other test has; the tool must make the same bytes of them.
+yes 'a picture of letters' | head -c 184320 >"$scratch/in_320x192.nv12"
+"$scratch/readme" 320 192 <"$scratch/in_320x192.nv12" >"$scratch/out.nv12" 2>"$scratch/readme.log"
+[ ! -s "$scratch/readme.log" ] # its log is silenced
+[ "$(stat -c %s "$scratch/out.nv12")" = 184320 ]
+if [ -x "$prefix/bin/vorn-ycnr" ]; then
+  env -u LD_LIBRARY_PATH "$prefix/bin/vorn-ycnr" denoise "$scratch/in_320x192.nv12" --gain 8 \
+    -o "$scratch/tool_320x192.nv12" 2>"$scratch/tool.log"
+  cmp "$scratch/out.nv12" "$scratch/tool_320x192.nv12"
 fi
+unset LD_LIBRARY_PATH
 
 echo "== find_package"
 cmake -S "$source" -B "$scratch/cmake" -DCMAKE_PREFIX_PATH="$prefix" >"$scratch/cmake.log"
@@ -63,3 +68,25 @@ if cmake -S "$source" -B "$scratch/refused" -DCMAKE_PREFIX_PATH="$prefix" \
   exit 1
 fi
 grep -q 'compatible with requested version "2' "$scratch/refused.log"
+
+echo "== add_subdirectory"
+cmake -S "$source" -B "$scratch/subproject" -DVORNYCNR_SOURCE="$1" >"$scratch/subproject.log"
+
+echo "== without SIMDe"
+case $(uname -m) in
+  x86_64)
+    if cmake -S "$1" -B "$scratch/no-simde" -DCMAKE_SYSTEM_IGNORE_PATH=/usr/include \
+      >"$scratch/no-simde.log" 2>&1; then
+      echo "configured without SIMDe"
+      exit 1
+    fi
+    grep -q 'libsimde-dev' "$scratch/no-simde.log"
+    ;;
+esac
+
+echo "== without the NDK"
+if env -u ANDROID_NDK_HOME cmake -S "$1" -B "$scratch/android" \
+  -DCMAKE_TOOLCHAIN_FILE="$1/cmake/android-ndk.cmake" >"$scratch/android.log" 2>&1; then
+  exit 1
+fi
+grep -q 'set ANDROID_NDK_HOME' "$scratch/android.log"

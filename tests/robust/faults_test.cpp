@@ -6,6 +6,7 @@
 #include <string>
 
 #include "base/handle.h"
+#include "runtime/exported/image.h"
 #include "runtime/image.h"
 #include "tests/robust/faults.h"
 #include "tests/support/frames.h"

@@ -1,3 +1,4 @@
+#include "runtime/exported/image.h"
 #include "runtime/image.h"
 
 #include <gtest/gtest.h>

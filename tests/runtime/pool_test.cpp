@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "base/log.h"
+#include "runtime/exported/pool.h"
 #include "runtime/stage.h"
 #include "tests/support/host.h"
 

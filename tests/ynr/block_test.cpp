@@ -9,6 +9,8 @@
 #include "tests/frame/frame_util.h"
 #include "ynr/block_processors.h"
 #include "ynr/block_sums.h"
+#include "ynr/exported/block_processors.h"
+#include "ynr/exported/block_sums.h"
 #include "ynr/kernels/luma_kernels.h"
 
 using frame_util::canvas;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "base/log.h"
+#include "runtime/exported/pool.h"
 #include "runtime/pool.h"
 #include "tests/frame/frame_util.h"
 

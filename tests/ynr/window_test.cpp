@@ -9,6 +9,7 @@
 #include "tests/frame/frame_util.h"
 #include "tests/model/model.h"
 #include "tests/support/forms.h"
+#include "ynr/exported/window.h"
 
 using frame_util::canvas;
 using frame_util::content;

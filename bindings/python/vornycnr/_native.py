@@ -4,12 +4,11 @@ from __future__ import annotations
 
 import ctypes
 import os
-from ctypes import POINTER, Structure, c_char, c_char_p, c_double, c_int32, c_size_t, c_uint64
-from ctypes import c_void_p
+from ctypes import POINTER, Structure, c_char, c_char_p, c_double, c_int32, c_void_p
 from pathlib import Path
 from typing import Any
 
-IMAGE_YUV420SP = 3
+LAYOUT_NV12 = 0
 
 
 class Options(Structure):
@@ -21,13 +20,13 @@ class Options(Structure):
     ]
 
 
-class Image(Structure):
+class Planes(Structure):
     _fields_ = [
-        ("type", c_int32),
+        ("layout", c_int32),
         ("width", c_int32),
         ("height", c_int32),
-        ("plane", c_void_p * 4),
-        ("stride", c_int32 * 4),
+        ("plane", c_void_p * 3),
+        ("stride", c_int32 * 3),
     ]
 
 
@@ -56,14 +55,6 @@ class ChromaParam(Structure):
         ("param0", c_int32),
         ("param1", c_int32),
         ("param2", c_int32),
-    ]
-
-
-class Parameters(Structure):
-    _fields_ = [
-        ("caller_data", c_uint64),
-        ("ynr", POINTER(LumaParam)),
-        ("cnr", POINTER(ChromaParam)),
     ]
 
 
@@ -126,13 +117,15 @@ def _declare(library: ctypes.CDLL, name: str, result: Any, *arguments: Any) -> N
 _declare(lib, "vorn_ycnr_open", c_void_p, POINTER(Options))
 _declare(
     lib,
-    "vorn_ycnr_process",
+    "vorn_ycnr_process_any",
     c_int32,
     c_void_p,
-    POINTER(Image),
-    POINTER(Image),
-    POINTER(Parameters),
+    POINTER(Planes),
+    POINTER(Planes),
+    POINTER(LumaParam),
+    POINTER(ChromaParam),
 )
+_declare(lib, "vorn_ycnr_set_log_level", c_int32, c_int32)
 _declare(lib, "vorn_ycnr_deinit", c_int32, c_void_p)
 _declare(lib, "vorn_ycnr_capability", c_int32, c_void_p, POINTER(Capability))
 
@@ -161,18 +154,11 @@ for _name, _result, _arguments in (
 
 
 def set_log_level(level: int) -> None:
-    """Which of the library's lines reach standard error: 0 none, 1 errors (the module's default), 3
-    also what happened to each frame, 4 also the time of every stage. A property file that the
-    environment variable VORN_PROPERTIES names has the last word."""
-    c_int32.in_dll(lib, "nr_log_Level").value = level
+    """Which of the library's lines reach standard error: 0 none, 1 errors (the module's default), 2
+    also warnings, 3 also what happened to each frame, 4 also the time of every stage. A negative
+    level hands it back to the property file that the environment variable VORN_PROPERTIES names."""
+    lib.vorn_ycnr_set_log_level(level)
 
 
-set_log_level(1)
-
-
-def image_over(array, width: int, height: int) -> Image:
-    """An image record over a contiguous frame; the array must outlive it."""
-    image = Image(type=IMAGE_YUV420SP, width=width, height=height)
-    image.plane[0] = array.ctypes.data
-    image.stride[0] = image.stride[1] = width
-    return image
+if "VORN_PROPERTIES" not in os.environ:
+    set_log_level(1)

@@ -16,8 +16,6 @@ from .tuning import DEFAULT_GAIN, Tuning, default_tuning_set
 
 Bytes = NDArray[np.uint8]
 
-# The filters work on up to five levels, each half of the one before: smaller frames are padded.
-_LEAST_SIDE = 16
 # A luma level whose width is odd or below 8 loses its last columns, and a chroma level of odd height its
 # last rows, which shows at the frame's edges. Frames keep the size that a device gives them; pictures
 # are padded to where no level is such.
@@ -50,14 +48,12 @@ class Denoiser:
         if not 1 <= workers <= 4:
             raise ValueError(f"workers must be 1 to 4, not {workers}")
         self.width, self.height = width, height
-        self._padded_width = max((width + 1) & ~1, _LEAST_SIDE)
-        self._padded_height = max((height + 1) & ~1, _LEAST_SIDE)
-        if self._padded_width * self._padded_height * 3 >= 2**31:
+        if (width + 1) * (height + 1) * 3 >= 2**31:
             raise ValueError(f"a frame of {width}x{height} is too large: width * height * 3 must stay "
                              "below 2^31")  # fmt: skip
         self._lock = threading.Lock()
         self._process = os.getpid()
-        options = _native.Options(self._padded_width, self._padded_height, workers, 0)
+        options = _native.Options(width + width % 2, height + height % 2, workers, 0)
         self._handle = _native.lib.vorn_ycnr_open(ctypes.byref(options))
         if not self._handle:
             raise DenoiseError(f"no denoiser for frames of {width}x{height}: no memory or no threads")
@@ -65,10 +61,11 @@ class Denoiser:
     def close(self) -> None:
         """Frees the denoiser, after the frame at hand if another thread is in one. May be repeated."""
         if self._process != os.getpid():
-            self._handle = None  # the workers live in the parent; it frees them
-            return
-        with self._lock:
+            # Nobody in a forked child is in a frame, whatever the copied lock says.
             handle, self._handle = self._handle, None
+        else:
+            with self._lock:
+                handle, self._handle = self._handle, None
         if handle:
             _native.lib.vorn_ycnr_deinit(handle)
 
@@ -118,12 +115,15 @@ class Denoiser:
         frame = _array(frame, (self.height * 3 // 2, self.width), "frame")
         if self.width % 2 or self.height % 2:
             raise ValueError("an odd size has no single-array form; use planes()")
-        y, uv = frame[: self.height], frame[self.height :]
-        if (self.width, self.height) == (self._padded_width, self._padded_height):
-            return self._run(np.array(frame, order="C"), tuning, luma, chroma)
-        pairs = uv.reshape(self.height // 2, self.width // 2, 2)
-        new_y, new_uv = self.planes(y, pairs, tuning, luma=luma, chroma=chroma)
-        return np.concatenate([new_y, new_uv.reshape(uv.shape)])
+        half = (self.height // 2, self.width // 2, 2)
+        result = np.empty(frame.shape, np.uint8)
+        frame = _in_rows(frame)
+        pairs = np.lib.stride_tricks.as_strided(
+            frame[self.height :], half, (frame.strides[0], 2, 1), writeable=False
+        )
+        self._run(frame[: self.height], pairs, result[: self.height],
+                  result[self.height :].reshape(half), tuning, luma, chroma)  # fmt: skip
+        return result
 
     def planes(
         self,
@@ -140,13 +140,9 @@ class Denoiser:
         y = _array(y, (self.height, self.width), "y")
         half = ((self.height + 1) // 2, (self.width + 1) // 2)
         uv = _array(uv, (*half, 2), "uv")
-        width, height = self._padded_width, self._padded_height
-        source = np.empty((height * 3 // 2, width), np.uint8)
-        _pad_into(source[:height], y)
-        _pad_into(source[height:].reshape(height // 2, width // 2, 2), uv)
-        result = self._run(source, tuning, luma, chroma)
-        pairs = result[height:].reshape(height // 2, width // 2, 2)
-        return result[: self.height, : self.width].copy(), pairs[: half[0], : half[1]].copy()
+        new_y, new_uv = np.empty(y.shape, np.uint8), np.empty(uv.shape, np.uint8)
+        self._run(_in_rows(y), _in_rows(uv), new_y, new_uv, tuning, luma, chroma)
+        return new_y, new_uv
 
     def _open_handle(self) -> int:
         if not self._handle:
@@ -158,28 +154,31 @@ class Denoiser:
             raise RuntimeError("the denoiser belongs to the process that forked this one; make another")
         return self._lock
 
-    def _run(self, source: Bytes, tuning: Optional[Tuning], luma: bool, chroma: bool) -> Bytes:
-        """source is packed, of the padded size, and the library's to overwrite."""
+    def _planes(self, y: Bytes, uv: Bytes) -> _native.Planes:
+        """A record over two planes with contiguous rows, which must outlive it."""
+        record = _native.Planes(_native.LAYOUT_NV12, self.width, self.height)
+        for index, plane in enumerate((y, uv)):
+            record.plane[index] = plane.ctypes.data
+            record.stride[index] = plane.strides[0]
+        return record
+
+    def _run(self, y: Bytes, uv: Bytes, new_y: Bytes, new_uv: Bytes, tuning: Optional[Tuning],
+             luma: bool, chroma: bool) -> None:  # fmt: skip
         if tuning is None:
             tuning = _default_tuning(DEFAULT_GAIN)
         if not isinstance(tuning, Tuning):
             raise TypeError(f"tuning must be a Tuning or an entry of a TuningSet, not {tuning!r}")
-        ynr, cnr = tuning._records(luma, chroma)
-        parameters = _native.Parameters(0, ctypes.pointer(ynr), ctypes.pointer(cnr))
-        result = np.empty_like(source)
-        images = [
-            _native.image_over(a, self._padded_width, self._padded_height) for a in (source, result)
-        ]
+        records = (
+            self._planes(y, uv),
+            self._planes(new_y, new_uv),
+            *tuning._records(luma, chroma),
+        )
         with self._lock_of_this_process():
-            code = _native.lib.vorn_ycnr_process(
-                self._open_handle(),
-                ctypes.byref(images[0]),
-                ctypes.byref(images[1]),
-                ctypes.byref(parameters),
+            code = _native.lib.vorn_ycnr_process_any(
+                self._open_handle(), *map(ctypes.byref, records)
             )
         if code != 0:
             raise DenoiseError(f"the frame of {self.width}x{self.height} was refused ({code})")
-        return result
 
 
 _default_set = None
@@ -201,12 +200,13 @@ def _array(values: ArrayLike, shape: Tuple[int, ...], name: str) -> Bytes:
     return array
 
 
-def _pad_into(target: Bytes, plane: Bytes) -> None:
-    """Copies a plane, and repeats its last column and row into what is left of target."""
-    height, width = plane.shape[:2]
-    target[:height, :width] = plane
-    target[:height, width:] = target[:height, width - 1 : width]
-    target[height:] = target[height - 1]
+def _in_rows(plane: Bytes) -> Bytes:
+    """The plane itself where its rows are contiguous bytes, one below the other; else a copy."""
+    row = plane.shape[1:]
+    inner = (2, 1) if len(row) == 2 else (1,)
+    if plane.strides[1:] == inner and np.prod(row) <= plane.strides[0] < 2**31:
+        return plane
+    return np.array(plane, order="C")
 
 
 def _pick(tuning: Optional[Tuning], gain: Optional[float]) -> Tuning:
@@ -288,7 +288,7 @@ def _denoise_picture(y: Bytes, uv: Bytes, tuning: Tuning, luma: bool, chroma: bo
     """denoise_planes with a size that is good on every level."""
     height, width = y.shape
     columns = max(-width % _PICTURE_COLUMNS, _PICTURE_WIDTH - width)
-    rows = max(-height % _PICTURE_ROWS, _LEAST_SIDE - height)
+    rows = -height % _PICTURE_ROWS
     half = uv.shape
     if columns or rows:
         y = np.pad(y, ((0, rows), (0, columns)), "edge")

@@ -407,9 +407,40 @@ GST_START_TEST(test_out_of_pass_through) {
 }
 GST_END_TEST;
 
+/* Measured gains follow the noise: none is left alone, much takes strong entries. */
+GST_START_TEST(test_automatic_gain) {
+  gdouble luma_gain[2];
+  for (gint noisy = 0; noisy < 2; ++noisy) {
+    GstHarness* h = gst_harness_new("vornycnr");
+    g_object_set(h->element, "auto-gain", TRUE, "gain", 64.0, NULL);
+    gst_harness_set_src_caps(h, caps_for(GST_VIDEO_FORMAT_NV21, 320, 240));
+    Picture* in = picture_new(320, 240, 9);
+    if (!noisy) {
+      for (gint i = 0; i < 320 * 240; ++i) in->y[i] = 60 + i / 320 / 16;
+      memset(in->u, 100, in->cw * in->ch);
+      memset(in->v, 140, in->cw * in->ch);
+    }
+    GstBuffer* out = NULL;
+    for (gint i = 0; i < 3; ++i) {
+      gst_clear_buffer(&out);
+      out = gst_harness_push_and_pull(h, to_buffer(in, GST_VIDEO_FORMAT_NV21, 3));
+    }
+    if (!noisy) assert_shows(out, in, GST_VIDEO_FORMAT_NV21);
+    GstStructure* s = NULL;
+    g_object_get(h->element, "stats", &s, NULL);
+    fail_unless(gst_structure_get_double(s, "luma-gain", &luma_gain[noisy]));
+    gst_structure_free(s);
+    gst_buffer_unref(out);
+    picture_free(in);
+    gst_harness_teardown(h);
+  }
+  fail_unless(luma_gain[0] == 0 && luma_gain[1] >= 8, "%g, %g", luma_gain[0], luma_gain[1]);
+}
+GST_END_TEST;
+
 /* A flat picture has nothing to filter, up to its last column, whatever the width. */
 GST_START_TEST(test_edges_of_any_width) {
-  const gint sizes[][2] = {{854, 48}, {1366, 32}, {130, 98}, {60, 40}, {17, 16}};
+  const gint sizes[][2] = {{854, 48}, {1366, 32}, {130, 98}, {60, 40}, {17, 16}, {1, 1}, {5, 3}};
   for (guint s = 0; s < G_N_ELEMENTS(sizes); ++s) {
     GstHarness* h = gst_harness_new("vornycnr");
     g_object_set(h->element, "gain", 64.0, NULL);
@@ -560,6 +591,7 @@ static Suite* vornycnr_suite(void) {
   tcase_add_test(tests, test_default_set);
   tcase_add_test(tests, test_out_of_pass_through);
   tcase_add_test(tests, test_edges_of_any_width);
+  tcase_add_test(tests, test_automatic_gain);
   tcase_add_test(tests, test_late_frames);
   tcase_add_test(tests, test_latency);
   tcase_add_test(tests, test_refused_formats_in_plain_words);

@@ -58,21 +58,21 @@ def through_the_calls(frame, tuning):
         0,
         0,
     )
+    class Image(ctypes.Structure):
+        _fields_ = [("numbers", ctypes.c_int32 * 3), ("plane", ctypes.c_void_p * 4), ("stride", ctypes.c_int32 * 4)]  # fmt: skip
+
     src = ctypes.create_string_buffer(frame.tobytes(), frame.size)
     dst = ctypes.create_string_buffer(frame.size)
     images = []
     for buffer in (src, dst):
-        image = _native.Image(3, width, height)
+        image = Image((3, width, height))
         image.plane[0] = ctypes.addressof(buffer)
-        images.append(image)
-    parameters = _native.Parameters(
-        0,
-        ctypes.cast(luma, ctypes.POINTER(_native.LumaParam)),
-        ctypes.cast(chroma, ctypes.POINTER(_native.ChromaParam)),
-    )
-    _native.lib.vorn_ycnr_init.restype = ctypes.c_void_p
-    handle = _native.lib.vorn_ycnr_init((ctypes.c_int32 * 2)(width, height))
-    assert _native.lib.vorn_ycnr_process(handle, images[0], images[1], parameters) == 0
+        images.append(ctypes.byref(image))
+    parameters = (ctypes.c_uint64 * 3)(0, ctypes.addressof(luma), ctypes.addressof(chroma))
+    init, process = _native.lib.vorn_ycnr_init, _native.lib.vorn_ycnr_process
+    init.restype = ctypes.c_void_p
+    handle = init((ctypes.c_int32 * 2)(width, height))
+    assert process(ctypes.c_void_p(handle), *images, parameters) == 0
     _native.lib.vorn_ycnr_deinit(handle)
     return np.frombuffer(dst.raw, np.uint8).reshape(frame.shape)
 
@@ -88,10 +88,13 @@ def test_nv12_gives_the_bytes_of_the_calls_and_leaves_its_input_alone():
 
 def test_strided_and_reversed_views_are_taken_as_they_look():
     big = noisy_nv12(256, 192)
-    view = big[::2, ::-2]
-    assert np.array_equal(
-        vornycnr.denoise_nv12(view, TUNING), vornycnr.denoise_nv12(view.copy(), TUNING)
-    )
+    for view in (big[::2, ::-2], big[:, 3:131], big[::-1], np.asfortranarray(big)):
+        assert np.array_equal(
+            vornycnr.denoise_nv12(view, TUNING), vornycnr.denoise_nv12(view.copy(), TUNING)
+        )
+    y, uv = big[:191, 1:130], big[192:].reshape(96, 128, 2)[:, ::-1][:, :65]
+    plain = vornycnr.denoise_planes(y.copy(), uv.copy(), TUNING)
+    assert all(map(np.array_equal, vornycnr.denoise_planes(y, uv, TUNING), plain))
 
 
 def test_switches_leave_the_other_plane_alone():

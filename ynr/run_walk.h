@@ -1,0 +1,25 @@
+// Walks the 4x4 blocks of one level under a window of one, two or three rings. See window.h for
+// what a block does.
+#pragma once
+
+#include "runtime/stage.h"
+#include "vorn_ycnr.h"
+
+namespace vorn {
+
+// One level under way: what its blocks are read from and written to, by which rules.
+struct window_pass {
+  _tag_uni_image* src;
+  _tag_uni_image* dst;
+  _tag_uni_image* mask;  // or null
+  int* map;              // weights, kMapSize entries
+  int rings;             // 1, 2 or 3
+};
+
+// Block rows row_begin, row_begin + 4, ... below row_end.
+void walk_rows(const window_pass& pass, int row_begin, int row_end);
+
+// The same for the rows that a queue hands out, until none are left.
+void walk_queue(const window_pass& pass, row_queue* rows);
+
+}  // namespace vorn
