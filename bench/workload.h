@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "base/handle.h"
-#include "vorn_ycnr.h"
 #include "cnr/cnr_handle.h"
+#include "vorn_ycnr.h"
 #include "ynr/ynr_handle.h"
 
 namespace bench {

@@ -5,7 +5,8 @@
  *
  *     vorn_noise_frame frame = {luma, uv, uv + 1, width, height, stride, stride, 2};
  *     vorn_noise noise;
- *     if (vorn_tuning_measure(&frame, 1, VORN_NOISE_ANY, &noise) == VORN_TUNING_OK && noise.found) {
+ *     if (vorn_tuning_measure(&frame, 1, VORN_NOISE_ANY, &noise) == VORN_TUNING_OK &&
+ *         noise.found) {
  *       double luma_gain, chroma_gain;
  *       vorn_tuning_gain_for(&noise, NULL, &luma_gain, &chroma_gain);
  *       ...
@@ -14,8 +15,8 @@
  * A single picture cannot always tell fine texture from noise. Where nothing in it is flat, `doubt`
  * says so and the figures are bounds from above.
  *
- * Threads: the calls keep no state; any number may run at the same time. 12 megapixels take a fifth of
- * a second and 150 MB while the call runs.
+ * Threads: the calls keep no state; any number may run at the same time. 12 megapixels take a fifth
+ * of a second and 150 MB while the call runs.
  *
  * The header is plain C99.
  */
@@ -30,9 +31,9 @@
 extern "C" {
 #endif
 
-/* One 8-bit 4:2:0 picture; chroma is (width + 1) / 2 by (height + 1) / 2 samples. Strides are bytes.
- * chroma_step is 2 for U V pairs (NV12: u at even, v at odd bytes) and 1 for planes of their own.
- * u and v may both be null: luma alone is measured. */
+/* One 8-bit 4:2:0 picture; chroma is (width + 1) / 2 by (height + 1) / 2 samples. Strides are
+ * bytes. chroma_step is 2 for U V pairs (NV12: u at even, v at odd bytes) and 1 for planes of their
+ * own. u and v may both be null: luma alone is measured. */
 typedef struct vorn_noise_frame {
   const uint8_t* luma;
   const uint8_t* u;
@@ -55,7 +56,7 @@ enum {
   VORN_NOISE_FEW = 2      /* too small a picture, or too much of it black, white or one value */
 };
 
-/* One class of brightness. Figures are standard deviations in grey levels; below 0: not measured. */
+/* One class of brightness: standard deviations in grey levels; below 0: not measured. */
 typedef struct vorn_noise_class {
   float brightness; /* mean luma, 0..255 */
   float luma, u, v;
@@ -65,13 +66,13 @@ typedef struct vorn_noise_class {
 enum { VORN_NOISE_CLASSES = 16, VORN_NOISE_LEVELS = 5 };
 
 typedef struct vorn_noise {
-  int32_t found;      /* 0: no noise, or less than counts (0.7 grey levels in every plane) */
-  int32_t doubt;      /* VORN_NOISE_SURE, ... */
-  double confidence;  /* 0..1: the share of the picture that shows the noise and nothing else */
-  double luma, u, v;  /* root mean square over the picture, grey levels */
+  int32_t found;     /* 0: no noise, or less than counts (0.7 grey levels in every plane) */
+  int32_t doubt;     /* VORN_NOISE_SURE, ... */
+  double confidence; /* 0..1: the share of the picture that shows the noise and nothing else */
+  double luma, u, v; /* root mean square over the picture, grey levels */
   double luma_correlation, chroma_correlation; /* of neighbouring samples, 0 = white */
-  /* Standard deviations on the levels of the luma pyramid (level 0 is the picture) and on chroma's two
-   * levels. Beyond level 0 they follow from the correlation. */
+  /* Standard deviations on the levels of the luma pyramid (level 0 is the picture) and on chroma's
+   * two levels. Beyond level 0 they follow from the correlation. */
   double luma_levels[VORN_NOISE_LEVELS];
   double chroma_levels[2];
   int32_t classes; /* of brightness, from dark to bright */
@@ -90,24 +91,26 @@ typedef struct vorn_noise_sensor {
 } vorn_noise_sensor;
 
 /* Gains at which a sensor with sRGB tone curve makes as much luma and as much chroma noise as was
- * measured, at least 0.25 and at most 256; the two differ where a camera filters them differently. A
- * sensor of null is the one that the default set was made for, so that its entries can be picked by the
- * result. Where the measurement is doubted the gains are taken lower, by up to two stops: too little
- * filtering leaves noise, too much takes texture away. Returns VORN_TUNING_OK; VORN_TUNING_ARGUMENT for
- * null pointers or a sensor that is none; VORN_TUNING_INVALID, both gains 0, where no noise was found.
+ * measured, at least 0.25 and at most 256; the two differ where a camera filters them differently.
+ * A sensor of null is the one that the default set was made for, so that its entries can be picked
+ * by the result. Where the measurement is doubted the gains are taken lower, by up to two stops:
+ * too little filtering leaves noise, too much takes texture away. Returns VORN_TUNING_OK;
+ * VORN_TUNING_ARGUMENT for null pointers or a sensor that is none; VORN_TUNING_INVALID, both gains
+ * 0, where no noise was found.
  */
 VORN_API int32_t vorn_tuning_gain_for(const vorn_noise* noise, const vorn_noise_sensor* sensor,
                                       double* luma_gain, double* chroma_gain);
 
 /* Gain and tuning of a stream of frames, measured on the way. Begin with all zeros. */
 typedef struct vorn_noise_follower {
-  double luma_gain, chroma_gain;   /* now, smoothed; 0 before the first frame */
-  double luma_entry, chroma_entry; /* gains of the set's entries in use; 0: that plane stays as it is */
-  int32_t frames;                  /* so far */
-  int32_t measured;                /* 1: the last frame was measured, noise is its */
-  int32_t changed;                 /* 1: the last frame changed an entry */
-  int32_t leapt;                   /* own use */
-  vorn_noise noise;                /* last measurement */
+  double luma_gain, chroma_gain; /* now, smoothed; 0 before the first frame */
+  double luma_entry,
+      chroma_entry; /* gains of the set's entries in use; 0: that plane stays as it is */
+  int32_t frames;   /* so far */
+  int32_t measured; /* 1: the last frame was measured, noise is its */
+  int32_t changed;  /* 1: the last frame changed an entry */
+  int32_t leapt;    /* own use */
+  vorn_noise noise; /* last measurement */
 } vorn_noise_follower;
 
 /* Takes the next frame of a stream (or the only one) and fills the tuning to filter it with: the

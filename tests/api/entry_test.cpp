@@ -7,13 +7,13 @@
 #include <string>
 #include <vector>
 
+#include "api/tuning.h"
 #include "base/handle.h"
 #include "base/log.h"
-#include "api/tuning.h"
-#include "vorn_ycnr.h"
 #include "runtime/pool.h"
 #include "tests/support/frames.h"
 #include "tests/support/host.h"
+#include "vorn_ycnr.h"
 
 namespace {
 

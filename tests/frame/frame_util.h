@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "vorn_ycnr.h"
 #include "tests/model/model.h"
+#include "vorn_ycnr.h"
 
 namespace frame_util {
 

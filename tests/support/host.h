@@ -143,9 +143,9 @@ inline int open_descriptors() {
   return count_entries("/proc/self/fd");
 }
 
-// A joined thread stands in the list of threads for a moment longer, so a count is taken when it has
-// kept for a while. Under emulation the emulator's own threads count too, the same at every call; the
-// thread sanitizer's own thread comes with the first one that the program starts.
+// A joined thread stands in the list of threads for a moment longer, so a count is taken when it
+// has kept for a while. Under emulation the emulator's own threads count too, the same at every
+// call; the thread sanitizer's own thread comes with the first one that the program starts.
 inline int running_threads() {
   static const bool one_started = (std::thread([] {}).join(), true);
   static_cast<void>(one_started);
