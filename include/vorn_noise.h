@@ -104,8 +104,8 @@ VORN_API int32_t vorn_tuning_gain_for(const vorn_noise* noise, const vorn_noise_
 /* Gain and tuning of a stream of frames, measured on the way. Begin with all zeros. */
 typedef struct vorn_noise_follower {
   double luma_gain, chroma_gain; /* now, smoothed; 0 before the first frame */
-  double luma_entry,
-      chroma_entry; /* gains of the set's entries in use; 0: that plane stays as it is */
+  /* Gains of the set's entries in use; 0: that plane stays as it is. */
+  double luma_entry, chroma_entry;
   int32_t frames;   /* so far */
   int32_t measured; /* 1: the last frame was measured, noise is its */
   int32_t changed;  /* 1: the last frame changed an entry */
