@@ -8,7 +8,8 @@
         for frame in frames:                             # 1620 x 1920, NV12
             show(denoiser.nv12(frame, tuning))
 
-gain is the sensor gain of a frame, 1 for base sensitivity; a higher gain filters more. Faults are
+gain is the sensor gain of a frame, 1 for base sensitivity; a higher gain filters more, and "auto"
+measures the noise. Faults are
 ValueError (an array, size or gain that cannot be used; TuningError for a tuning), TypeError, OSError
 (a file), and DenoiseError where the library itself fails.
 
@@ -17,7 +18,14 @@ VORN_LIBRARY and VORN_TUNING_LIBRARY name other files to load instead.
 """
 
 from ._native import set_log_level, tuning_lib as _tuning_lib
-from .denoiser import Denoiser, DenoiseError, denoise_nv12, denoise_planes, denoise_rgb
+from .denoiser import (
+    Denoiser,
+    DenoiseError,
+    denoise_nv12,
+    denoise_planes,
+    denoise_rgb,
+    measured_tuning,
+)
 from .tuning import (
     ChromaTuning,
     LumaTuning,
@@ -43,6 +51,7 @@ __all__ = [
     "denoise_nv12",
     "denoise_planes",
     "denoise_rgb",
+    "measured_tuning",
     "set_log_level",
     "__version__",
 ]

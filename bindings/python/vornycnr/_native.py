@@ -86,6 +86,31 @@ class Fault(Structure):
     ]
 
 
+class NoiseFrame(Structure):
+    _fields_ = [
+        ("luma", c_void_p),
+        ("u", c_void_p),
+        ("v", c_void_p),
+        ("width", c_int32),
+        ("height", c_int32),
+        ("luma_stride", c_int32),
+        ("chroma_stride", c_int32),
+        ("chroma_step", c_int32),
+    ]
+
+
+class Follower(Structure):
+    """Zeros to begin with; what follows the gains is the library's, and less than this."""
+
+    _fields_ = [
+        ("luma_gain", c_double),
+        ("chroma_gain", c_double),
+        ("luma_entry", c_double),
+        ("chroma_entry", c_double),
+        ("rest", c_double * 252),
+    ]
+
+
 TUNING_ARGUMENT, TUNING_INVALID, TUNING_IO, TUNING_MEMORY = -1, -2, -3, -4
 
 
@@ -149,6 +174,7 @@ for _name, _result, _arguments in (
     ("save", c_int32, (c_void_p, c_char_p, POINTER(Fault))),
     ("check", c_int32, (*_records, POINTER(Fault))),
     ("version", c_char_p, ()),
+    ("follow", c_int32, (POINTER(Follower), c_void_p, c_void_p, POINTER(NoiseFrame), *_records)),
 ):
     _declare(tuning_lib, "vorn_tuning_" + _name, _result, *_arguments)
 

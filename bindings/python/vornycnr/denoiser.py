@@ -6,13 +6,13 @@ import ctypes
 import operator
 import os
 import threading
-from typing import Any, Dict, Optional, Tuple
+from typing import Any, Dict, Optional, Tuple, Union
 
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
 from . import _native, colour
-from .tuning import DEFAULT_GAIN, Tuning, default_tuning_set
+from .tuning import DEFAULT_GAIN, ChromaTuning, LumaTuning, Tuning, _values, default_tuning_set
 
 Bytes = NDArray[np.uint8]
 
@@ -209,21 +209,55 @@ def _in_rows(plane: Bytes) -> Bytes:
     return np.array(plane, order="C")
 
 
-def _pick(tuning: Optional[Tuning], gain: Optional[float]) -> Tuning:
+def measured_tuning(y: ArrayLike, uv: ArrayLike) -> Tuning:
+    """The tuning of the default set that fits the noise of a picture, measured without a clean one: a
+    luma plane (height, width) and its chroma plane of U/V pairs. What has no noise is switched off."""
+    y, uv = np.asarray(y), np.asarray(uv)
+    if y.ndim != 2:
+        raise ValueError(f"y must be a plane of (height, width), not of shape {y.shape}")
+    height, width = y.shape
+    y = _in_rows(_array(y, y.shape, "y"))
+    uv = _in_rows(_array(uv, ((height + 1) // 2, (width + 1) // 2, 2), "uv"))
+    first = uv.ctypes.data
+    frame = _native.NoiseFrame(
+        y.ctypes.data, first, first + 1, width, height, y.strides[0], uv.strides[0], 2
+    )
+    follower, luma, chroma = _native.Follower(), _native.LumaParam(), _native.ChromaParam()
+    records = map(ctypes.byref, (frame, luma, chroma))
+    handle = _native.tuning_lib.vorn_tuning_default(None)
+    code = _native.tuning_lib.vorn_tuning_follow(ctypes.byref(follower), handle, None, *records)
+    _native.tuning_lib.vorn_tuning_free(handle)
+    if code != 0:
+        raise DenoiseError(f"the noise of a picture of {width}x{height} cannot be measured ({code})")
+    return Tuning(LumaTuning(**_values(luma)), ChromaTuning(**_values(chroma)))
+
+
+Gain = Union[float, str, None]
+
+
+def _pick(tuning: Optional[Tuning], gain: Gain, y: Any, uv: Any) -> Tuning:
+    """The tuning that the caller gave, or the default set's for a gain, or for the measured noise."""
     if tuning is not None and gain is not None:
         raise ValueError("give a tuning or a gain, not both")
-    return _default_tuning(DEFAULT_GAIN if gain is None else gain) if tuning is None else tuning
+    if tuning is not None:
+        return tuning
+    if isinstance(gain, str):
+        if gain != "auto":
+            raise TypeError(f'gain must be a number or "auto", not {gain!r}')
+        return measured_tuning(y, uv)
+    return _default_tuning(DEFAULT_GAIN if gain is None else gain)
 
 
 def denoise_nv12(
     frame: ArrayLike,
     tuning: Optional[Tuning] = None,
     *,
-    gain: Optional[float] = None,
+    gain: Gain = None,
     luma: bool = True,
     chroma: bool = True,
 ) -> Bytes:
-    """Denoises one NV12 frame, (height * 3 / 2, width) uint8, with a tuning or the default for a gain.
+    """Denoises one NV12 frame, (height * 3 / 2, width) uint8, with a tuning or the default for a gain;
+    gain="auto" measures the noise.
 
     For more than one frame of a size a Denoiser saves the set-up."""
     frame = np.asarray(frame)
@@ -232,8 +266,11 @@ def denoise_nv12(
             "an NV12 frame has height * 3 / 2 rows of width bytes, both sides even, not the shape "
             f"{frame.shape}"
         )
-    tuning = _pick(tuning, gain)
-    with Denoiser(frame.shape[1], frame.shape[0] // 3 * 2) as denoiser:
+    frame = _array(frame, frame.shape, "frame")
+    height, width = frame.shape[0] // 3 * 2, frame.shape[1]
+    pairs = frame[height:].reshape(height // 2, width // 2, 2) if gain == "auto" else None
+    tuning = _pick(tuning, gain, frame[:height], pairs)
+    with Denoiser(width, height) as denoiser:
         return denoiser.nv12(frame, tuning, luma=luma, chroma=chroma)
 
 
@@ -242,15 +279,17 @@ def denoise_planes(
     uv: ArrayLike,
     tuning: Optional[Tuning] = None,
     *,
-    gain: Optional[float] = None,
+    gain: Gain = None,
     luma: bool = True,
     chroma: bool = True,
 ) -> Tuple[Bytes, Bytes]:
-    """Denoises a luma plane (height, width) and its chroma plane of U/V pairs, of any size."""
+    """Denoises a luma plane (height, width) and its chroma plane of U/V pairs, of any size.
+
+    gain="auto" measures the noise."""
     y = np.asarray(y)
     if y.ndim != 2:
         raise ValueError(f"y must be a plane of (height, width), not of shape {y.shape}")
-    tuning = _pick(tuning, gain)
+    tuning = _pick(tuning, gain, y, uv)
     with Denoiser(y.shape[1], y.shape[0]) as denoiser:
         return denoiser.planes(y, uv, tuning, luma=luma, chroma=chroma)
 
@@ -259,13 +298,13 @@ def denoise_rgb(
     rgb: ArrayLike,
     tuning: Optional[Tuning] = None,
     *,
-    gain: Optional[float] = None,
+    gain: Gain = None,
     luma: bool = True,
     chroma: bool = True,
     bgr: bool = False,
 ) -> Bytes:
     """Denoises an RGB picture, (height, width, 3) uint8, of any size: an array, or a Pillow image of
-    mode RGB. bgr=True takes and gives the order of OpenCV.
+    mode RGB. bgr=True takes and gives the order of OpenCV, gain="auto" measures the noise.
 
     Works in full-range BT.601 YCbCr 4:2:0, as JPEG does: with chroma on, colour comes back at half
     its resolution; with chroma off the colour differences stay as they were.
@@ -275,10 +314,10 @@ def denoise_rgb(
         raise ValueError(
             f"an RGB picture is uint8 of (height, width, 3), not {rgb.dtype} of {rgb.shape}"
         )
-    tuning = _pick(tuning, gain)
     if bgr:
         rgb = rgb[..., ::-1]
     y, uv = colour.split(rgb)
+    tuning = _pick(tuning, gain, y, uv)
     new_y, new_uv = _denoise_picture(y, uv, tuning, luma, chroma)
     result = colour.join(new_y, new_uv) if chroma else colour.add_to_luma(rgb, y, new_y)
     return np.ascontiguousarray(result[..., ::-1]) if bgr else result

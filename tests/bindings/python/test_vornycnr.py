@@ -178,6 +178,19 @@ def test_orders_and_kinds_of_arrays():
     assert np.array_equal(vornycnr.denoise_rgb(Image.fromarray(picture), gain=8), wanted)
 
 
+def test_measured_noise_picks_the_strength():
+    noisy = noisy_nv12(320, 240)
+    strong = vornycnr.measured_tuning(noisy[:240], noisy[240:].reshape(120, 160, 2))
+    assert strong.luma.enable == 1 and strong.luma.pIntensity[0] >= 100
+    assert np.array_equal(vornycnr.denoise_nv12(noisy, gain="auto"), vornycnr.denoise_nv12(noisy, strong))  # fmt: skip
+    smooth = np.full((240, 320, 3), 90, np.uint8)
+    smooth[:, :160] = (200, 30, 60)
+    clean = vornycnr.denoise_rgb(smooth, gain="auto")
+    assert np.abs(clean[:, :150].astype(int) - smooth[:, :150]).max() <= 2
+    y, uv = colour.split(smooth)
+    assert vornycnr.measured_tuning(y, uv).luma.enable == 0
+
+
 def test_many_denoisers_on_many_threads_give_the_same_bytes():
     frames = [noisy_nv12(128 + 32 * i, 96, i) for i in range(4)]
     wanted = [vornycnr.denoise_nv12(f, TUNING) for f in frames]
