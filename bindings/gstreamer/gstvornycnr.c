@@ -21,7 +21,7 @@
 GST_DEBUG_CATEGORY_STATIC(vornycnr_debug);
 #define GST_CAT_DEFAULT vornycnr_debug
 
-/* Small and odd sizes are padded here; the larger side keeps width * height * 3 below 2^31. */
+/* Small and odd sizes are padded inside; the larger side keeps width * height * 3 below 2^31. */
 #define LEAST_SIDE 1
 #define MOST_SIDE 16384
 #define SIDES "[ " G_STRINGIFY(LEAST_SIDE) ", " G_STRINGIFY(MOST_SIDE) " ]"
@@ -31,8 +31,6 @@ G_DEFINE_TYPE(GstVornYcnr, gst_vorn_ycnr, GST_TYPE_VIDEO_FILTER)
 static void release_denoiser(GstVornYcnr* self) {
   if (self->handle) vorn_ycnr_deinit(self->handle);
   self->handle = NULL;
-  g_clear_pointer(&self->source, g_free);
-  g_clear_pointer(&self->result, g_free);
 }
 
 static gboolean gst_vorn_ycnr_start(GstBaseTransform* base) {
@@ -94,23 +92,13 @@ static gboolean gst_vorn_ycnr_set_info(GstVideoFilter* filter, GstCaps* in_caps,
   ycnr_init_param size = {padded_width(GST_VIDEO_INFO_WIDTH(in_info)),
                           padded_height(GST_VIDEO_INFO_HEIGHT(in_info))};
   memset(self->follower, 0, sizeof *self->follower);
-  const gboolean pads =
-      size.width != GST_VIDEO_INFO_WIDTH(in_info) || size.height != GST_VIDEO_INFO_HEIGHT(in_info);
-  if (self->handle && self->width == size.width && self->height == size.height &&
-      pads == (self->source != NULL))
-    return TRUE;
+  if (self->handle && self->width == size.width && self->height == size.height) return TRUE;
 
   release_denoiser(self);
   self->width = size.width;
   self->height = size.height;
   self->handle = vorn_ycnr_init(&size);
-  if (pads) {
-    const gsize bytes = (gsize)size.width * size.height * 3 / 2;
-    self->source = g_try_malloc(bytes);
-    self->result = g_try_malloc(bytes);
-  }
-  if (!self->handle || (pads && (!self->source || !self->result))) {
-    release_denoiser(self);
+  if (!self->handle) {
     GST_ELEMENT_ERROR(self, LIBRARY, INIT,
                       ("No denoiser for frames of %dx%d", size.width, size.height), (NULL));
     return FALSE;
@@ -233,25 +221,16 @@ static GstFlowReturn gst_vorn_ycnr_transform_frame(GstVideoFilter* filter, GstVi
   if (skip_late_frame(self, in->buffer))
     return gst_video_frame_copy(out, in) ? GST_FLOW_OK : GST_FLOW_ERROR;
   const GstClockTime start = gst_util_get_timestamp();
-  vorn_ycnr_planes from = planes_of(in), to = planes_of(out);
+  const vorn_ycnr_planes from = planes_of(in), to = planes_of(out);
   ycnr_ynr_tuning_param luma;
   ycnr_cnr_tuning_param chroma;
   current_tuning(self, &from, &luma, &chroma);
 
-  const vorn_ycnr_planes output = to;
-  if (self->source) {
-    const vorn_ycnr_planes padded = planes_in(self->source, from.layout, self->width, self->height);
-    planes_pad(&from, &padded);
-    from = padded;
-    to = planes_in(self->result, from.layout, self->width, self->height);
-  }
   if (vorn_ycnr_process_any(self->handle, &from, &to, &luma, &chroma) != VORN_OK) {
-    GST_ELEMENT_ERROR(self, LIBRARY, FAILED,
-                      ("A frame of %dx%d was refused", output.width, output.height),
+    GST_ELEMENT_ERROR(self, LIBRARY, FAILED, ("A frame of %dx%d was refused", to.width, to.height),
                       ("luma levels %d, chroma scale %d", luma.layer, chroma.scale));
     return GST_FLOW_ERROR;
   }
-  if (self->source) planes_crop(&to, &output);
   count_frame(self, gst_util_get_timestamp() - start);
   return GST_FLOW_OK;
 }

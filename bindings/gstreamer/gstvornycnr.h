@@ -30,7 +30,6 @@ struct _GstVornYcnr {
   /* Streaming thread only. */
   denoise_handle_t* handle;
   gint width, height;            /* of the handle: padded */
-  guint8 *source, *result;       /* padded frames; NULL where the size needs no padding */
   vorn_noise_follower* follower; /* of the automatic gain */
 };
 

@@ -16,11 +16,6 @@ from .tuning import DEFAULT_GAIN, ChromaTuning, LumaTuning, Tuning, _values, def
 
 Bytes = NDArray[np.uint8]
 
-# A luma level whose width is odd or below 8 loses its last columns, and a chroma level of odd height its
-# last rows, which shows at the frame's edges. Frames keep the size that a device gives them; pictures
-# are padded to where no level is such.
-_PICTURE_COLUMNS, _PICTURE_ROWS, _PICTURE_WIDTH = 16, 4, 128
-
 
 class DenoiseError(RuntimeError):
     """The library refused or failed; its log line on standard error has the reason."""
@@ -53,10 +48,14 @@ class Denoiser:
                              "below 2^31")  # fmt: skip
         self._lock = threading.Lock()
         self._process = os.getpid()
-        options = _native.Options(width + width % 2, height + height % 2, workers, 0)
+        options = _native.Options(*self._filtered_size(), workers, 0)
         self._handle = _native.lib.vorn_ycnr_open(ctypes.byref(options))
         if not self._handle:
             raise DenoiseError(f"no denoiser for frames of {width}x{height}: no memory or no threads")
+
+    def _filtered_size(self) -> Tuple[int, int]:
+        """Of the frames inside: what a device would filter."""
+        return self.width + self.width % 2, self.height + self.height % 2
 
     def close(self) -> None:
         """Frees the denoiser, after the frame at hand if another thread is in one. May be repeated."""
@@ -294,6 +293,14 @@ def denoise_planes(
         return denoiser.planes(y, uv, tuning, luma=luma, chroma=chroma)
 
 
+class _PictureDenoiser(Denoiser):
+    """For pictures that are looked at, of any size. The filters spoil the right edge or the last rows of
+    chroma where a level's width or height is odd: the size inside has no such level."""
+
+    def _filtered_size(self) -> Tuple[int, int]:
+        return max(self.width + -self.width % 16, 128), self.height + -self.height % 4
+
+
 def denoise_rgb(
     rgb: ArrayLike,
     tuning: Optional[Tuning] = None,
@@ -318,20 +325,7 @@ def denoise_rgb(
         rgb = rgb[..., ::-1]
     y, uv = colour.split(rgb)
     tuning = _pick(tuning, gain, y, uv)
-    new_y, new_uv = _denoise_picture(y, uv, tuning, luma, chroma)
+    with _PictureDenoiser(y.shape[1], y.shape[0]) as denoiser:
+        new_y, new_uv = denoiser.planes(y, uv, tuning, luma=luma, chroma=chroma)
     result = colour.join(new_y, new_uv) if chroma else colour.add_to_luma(rgb, y, new_y)
     return np.ascontiguousarray(result[..., ::-1]) if bgr else result
-
-
-def _denoise_picture(y: Bytes, uv: Bytes, tuning: Tuning, luma: bool, chroma: bool):
-    """denoise_planes with a size that is good on every level."""
-    height, width = y.shape
-    columns = max(-width % _PICTURE_COLUMNS, _PICTURE_WIDTH - width)
-    rows = -height % _PICTURE_ROWS
-    half = uv.shape
-    if columns or rows:
-        y = np.pad(y, ((0, rows), (0, columns)), "edge")
-        more = y.shape[0] // 2 - half[0], y.shape[1] // 2 - half[1]
-        uv = np.pad(uv, ((0, more[0]), (0, more[1]), (0, 0)), "edge")
-    new_y, new_uv = denoise_planes(y, uv, tuning, luma=luma, chroma=chroma)
-    return new_y[:height, :width], new_uv[: half[0], : half[1]]
