@@ -121,15 +121,18 @@ outcome check_frame(const denoise_handle_t& handle, const frame& io, filters wan
 outcome run_filters(denoise_handle_t* handle, frame* io, filters wanted) {
   // The luma filter writes every luma sample, so only what it leaves alone is copied beforehand.
   io->copy_input(handle->pool, wanted.luma ? io->luma_bytes() : 0);
-  if (wanted.luma && uni_luma_noise_reduce_mask_process(handle, &io->src, &io->dst, nullptr,
-                                                        &handle->ynr_param) != 0)
+  const bool fine = handle->fine;
+  if (wanted.luma && (fine ? vorn::ynr_process_fine(handle, &io->src, &io->dst, handle->grids)
+                           : uni_luma_noise_reduce_mask_process(handle, &io->src, &io->dst, nullptr,
+                                                                &handle->ynr_param)) != 0)
     return outcome::luma_failed;
   // The chroma filter takes its guide from src; chroma itself is still the same in both.
   if (wanted.luma && wanted.chroma)
     vorn::copy_bytes(handle->pool, io->src.plane[0], io->dst.plane[0],
                      static_cast<size_t>(io->luma_bytes()));
   if (wanted.chroma &&
-      uni_color_noise_reduce_process(handle, &io->src, &io->dst, &handle->cnr_param) != 0)
+      (fine ? vorn::cnr_process_fine(handle, &io->src, &io->dst)
+            : uni_color_noise_reduce_process(handle, &io->src, &io->dst, &handle->cnr_param)) != 0)
     return outcome::chroma_failed;
   return outcome::done;
 }
@@ -219,17 +222,22 @@ denoise_handle_t* vorn::open_handle(const ycnr_init_param* params, int workers, 
 
 int32_t vorn_ycnr_process(denoise_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst,
                           Denoise_Parameters_t* params) {
-  VORN_LOGD("vorn_ycnr_process start \n");
+  return vorn::process_call(handle, src, dst, params, vorn::process_frame);
+}
+
+int32_t vorn::process_call(denoise_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst,
+                           Denoise_Parameters_t* params, frame_process process) {
+  VORN_LOG_AS(kLogDebug, kProcess, "vorn_ycnr_process start \n");
   if (!handle || !src || !dst || !params) {
-    VORN_LOGI("params is NULL, please return\n");
+    VORN_LOG_AS(kLogInfo, kProcess, "params is NULL, please return\n");
     return VORN_FAIL;
   }
-  const vorn::handle_use use(handle);
-  if (!use.refusal()) return vorn::process_frame(handle, src, dst, params);
+  const handle_use use(handle);
+  if (!use.refusal()) return process(handle, src, dst, params);
   frame io;
   if (take_frame(src, dst, &io)) {
     io.copy_input(nullptr);
-    VORN_LOGE("handle %p %s\n", static_cast<void*>(handle), use.refusal());
+    VORN_LOG_AS(kLogError, kProcess, "handle %p %s\n", static_cast<void*>(handle), use.refusal());
   }
   return VORN_FAIL;
 }
@@ -307,6 +315,7 @@ int32_t vorn_ycnr_deinit(denoise_handle_t* handle) {
   std::free(handle->dump_path);
   std::free(handle->packed);
   vorn::close_enlarged(handle);
+  std::free(handle->grids);
   if (cnr_deinit(handle->cnr) != 0) {
     VORN_LOGE("cnr deinit fail \n");
     return VORN_FAIL;

@@ -28,7 +28,15 @@ class handle_use {
   const char* refusal_;
 };
 
-// vorn_ycnr_process on a handle in use by this thread; no argument is null.
+// What a call does with a frame once the handle is in use by this thread; no argument is null.
+using frame_process = int32_t (*)(denoise_handle_t* handle, _tag_uni_image* src,
+                                  _tag_uni_image* dst, Denoise_Parameters_t* params);
+
+// The checks of vorn_ycnr_process before a frame. Returns what process returns, or -1.
+int32_t process_call(denoise_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst,
+                     Denoise_Parameters_t* params, frame_process process);
+
+// The process of vorn_ycnr_process.
 int32_t process_frame(denoise_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst,
                       Denoise_Parameters_t* params);
 

@@ -43,4 +43,6 @@ struct denoise_handle_t {
   denoise_handle_t* enlarged;       // for frames too small for their tuning, or null; same pool
   void (*stage_sink)(void* context, const char* stage, double ms);  // or null
   void* stage_context;
+  unsigned char* grids;  // scratch of the fine mode's luma grids, or null
+  bool fine;             // the frame under way came through vorn_ycnr_process_fine
 };

@@ -187,7 +187,8 @@ void denoiser::process(frame& f, const tuning& t, std::vector<stage_time>* stage
   dst.plane[0] = result_.data();
   Denoise_Parameters_t parameters = {0, &copy.luma, &copy.chroma};
   const log_capture log(stages ? kDebug : kWarning);
-  if (vorn_ycnr_process(handle_, &src, &dst, &parameters) != VORN_OK) {
+  const auto process_frame = t.fine ? vorn_ycnr_process_fine : vorn_ycnr_process;
+  if (process_frame(handle_, &src, &dst, &parameters) != VORN_OK) {
     throw error("refused by the library", last_complaint(log));
   }
   if (stages) {

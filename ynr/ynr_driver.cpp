@@ -12,6 +12,7 @@
 #include "pyramid/up2.h"
 #include "runtime/image.h"
 #include "runtime/stage.h"
+#include "ynr/four_grids.h"
 #include "ynr/pre_mask.h"
 #include "ynr/window.h"
 
@@ -84,7 +85,8 @@ struct luma_frame {
   _tag_uni_image* src;
   _tag_uni_image* dst;
   _tag_uni_image* mask;
-  bool own_mask;  // covers every block
+  bool own_mask;         // covers every block
+  unsigned char* grids;  // scratch for the finest level on four grids, or null for one
   vorn::stage_times stages;
 
   bool filters(int level) const { return param.pIntensity[level] >= 1; }
@@ -141,7 +143,8 @@ void luma_frame::take_change(int level) {
         vorn::run_rows(ynr->pool, work.height, 1, 3 * work.width, [&](int begin, int end) {
           vorn::subtract_rows(ynr->out[level], ynr->gauss[level], work, begin, end);
         });
-    if (!filters(level)) extend_right(&work);
+    // The fine mode has no odd width read the border, which holds the level and not its change.
+    if (!filters(level) || grids) extend_right(&work);
     return result;
   });
 }
@@ -175,8 +178,11 @@ void luma_frame::denoise_finest() {
              [this] { FillExpandPixels(&ynr->out_whole[0], kBorder); });
   stages.run("layer %d nlm_denoise_process", 0, [this] {
     const int intensity = param.pIntensity[0], radius = param.pRadius[0];
-    _tag_uni_image blocks = vorn::block_destination(*ynr);
     const bool window = radius == 3 || radius == 5 || radius == 7;
+    if (grids && window)
+      return vorn::filter_on_four_grids(ynr->pool, ynr->out[0], *dst, *mask, intensity, radius,
+                                        grids);
+    _tag_uni_image blocks = vorn::block_destination(*ynr);
     if (!blocks.plane[0] || !window)
       return nlm_denoise_process(ynr, &ynr->out[0], dst, mask, intensity, radius);
     if (!own_mask) copy_rows(&blocks, dst);
@@ -206,6 +212,35 @@ bool usable_images(const ynr_handle_t* ynr, const _tag_uni_image* src, const _ta
   VORN_LOG_AS(vorn::kLogError, kDriver,
               "an image without a plane or with rows shorter than its width\n");
   return false;
+}
+
+// One frame from its pyramid to dst; grids as in luma_frame.
+int run_frame(const denoise_handle_t* owner, _tag_uni_image* src, _tag_uni_image* dst,
+              _tag_uni_image* mask, const _tag_ynr_param_output& param, unsigned char* grids) {
+  if (!owner->ynr || !usable_images(owner->ynr, src, dst, mask, param.layer)) return -1;
+  VORN_LOG_AS(vorn::kLogDebug, kDriver, "    nradius = %d \n", param.pRadius[1]);
+  dump(kInputProperty, "ynr2_input", src);
+  const double start = getTime();
+
+  frame_mask memory;
+  luma_frame frame = {owner->ynr, param, src, dst, mask, !mask, grids, {owner, kDriver, " ms"}};
+  frame.build_pyramid();
+  if (frame.own_mask) frame.make_mask(&memory);
+  for (int level = frame.coarsest(); level >= 1; --level) {
+    frame.denoise(level);
+    frame.take_change(level);
+    frame.add_change(level);
+  }
+  if (frame.filters(0)) frame.denoise_finest();
+  if (frame.stages.result() != 0) {
+    copy_rows(dst, src);
+    return -1;
+  }
+  const double ms = getTime() - start;
+  VORN_LOG_AS(vorn::kLogDebug, kDriver, "YNR process time cost: %.3f ms \n", ms);
+  frame.stages.tell("YNR process", ms);
+  dump(kOutputProperty, "ynr2_output", dst);
+  return 0;
 }
 
 }  // namespace
@@ -262,31 +297,12 @@ int BuildGauPyrs_u8(ynr_handle_t* handle, _tag_uni_image* src, _tag_uni_image* l
 int pyramid_denoise_mask_process(void* handle, _tag_uni_image* src, _tag_uni_image* dst,
                                  _tag_uni_image* mask, _tag_ynr_param_output* param) {
   if (!handle || !src || !dst || !param) return -1;
-  const auto* owner = static_cast<denoise_handle_t*>(handle);
-  if (!owner->ynr || !usable_images(owner->ynr, src, dst, mask, param->layer)) return -1;
-  VORN_LOGD("    nradius = %d \n", param->pRadius[1]);
-  dump(kInputProperty, "ynr2_input", src);
-  const double start = getTime();
+  return run_frame(static_cast<denoise_handle_t*>(handle), src, dst, mask, *param, nullptr);
+}
 
-  frame_mask memory;
-  luma_frame frame = {owner->ynr, *param, src, dst, mask, !mask, {owner, kDriver, " ms"}};
-  frame.build_pyramid();
-  if (frame.own_mask) frame.make_mask(&memory);
-  for (int level = frame.coarsest(); level >= 1; --level) {
-    frame.denoise(level);
-    frame.take_change(level);
-    frame.add_change(level);
-  }
-  if (frame.filters(0)) frame.denoise_finest();
-  if (frame.stages.result() != 0) {
-    copy_rows(dst, src);
-    return -1;
-  }
-  const double ms = getTime() - start;
-  VORN_LOGD("YNR process time cost: %.3f ms \n", ms);
-  frame.stages.tell("YNR process", ms);
-  dump(kOutputProperty, "ynr2_output", dst);
-  return 0;
+int vorn::ynr_process_fine(denoise_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst,
+                           unsigned char* scratch) {
+  return run_frame(handle, src, dst, nullptr, handle->ynr_param, scratch);
 }
 
 int uni_luma_noise_reduce_mask_process(void* handle, _tag_uni_image* src, _tag_uni_image* dst,

@@ -39,4 +39,9 @@ namespace vorn {
 // Returns 0, or -1 with one ERROR line.
 int ynr_check_frame(const ynr_handle_t* handle, int width, int height, int layer);
 
+// One frame with the handle's tuning, its finest level filtered on four grids: see four_grids.h,
+// also for the scratch. Errors as pyramid_denoise_mask_process.
+int ynr_process_fine(denoise_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst,
+                     unsigned char* scratch);
+
 }  // namespace vorn

@@ -7,7 +7,8 @@
 //   corpus --make N FILE        draw N new cases, then as --update
 //
 // A line of the file is a case: width, height, content, seed, the fifteen luma and the eleven
-// chroma tuning values in their order, and the checksum of the result, dst and src. Exit code 0:
+// chroma tuning values in their order, and the checksum of the result, dst and src. A line that
+// begins with the word fine is a case of vorn_ycnr_process_fine. Exit code 0:
 // all agree; 1: some do not; 2: the file or the options are wrong; 77: the form is not available
 // here.
 #include <algorithm>
@@ -38,6 +39,7 @@ struct corpus_case {
   uint64_t seed;
   frame_util::tuning tuning;
   uint64_t checksum;
+  bool fine;
 };
 
 // The twenty-six tuning values in file order.
@@ -54,6 +56,8 @@ std::vector<int32_t*> fields(frame_util::tuning& t) {
   return list;
 }
 
+constexpr char kFineWord[] = "fine ";
+
 bool read(const char* path, std::vector<corpus_case>& cases) {
   std::FILE* file = std::fopen(path, "r");
   if (!file) return false;
@@ -62,10 +66,12 @@ bool read(const char* path, std::vector<corpus_case>& cases) {
   while (good && std::fgets(line, sizeof line, file)) {
     if (line[0] == '#') continue;
     corpus_case c = {};
-    int used = 0, more = 0;
-    good = std::sscanf(line, "%d %d %d %" SCNu64 "%n", &c.width, &c.height, &c.content, &c.seed,
-                       &used) == 4 &&
+    c.fine = std::strncmp(line, kFineWord, std::strlen(kFineWord)) == 0;
+    int used = c.fine ? static_cast<int>(std::strlen(kFineWord)) : 0, more = 0;
+    good = std::sscanf(line + used, "%d %d %d %" SCNu64 "%n", &c.width, &c.height, &c.content,
+                       &c.seed, &more) == 4 &&
            c.content >= 0 && c.content < frame_util::kContents;
+    used += more;
     for (int32_t* field : fields(c.tuning)) {
       good = good && std::sscanf(line + used, "%" SCNd32 "%n", field, &more) == 1;
       used += more;
@@ -83,9 +89,11 @@ bool write(const char* path, std::vector<corpus_case>& cases) {
   std::fprintf(file,
                "# width height content seed, 15 luma values, 11 chroma values, checksum\n"
                "# made by: corpus --make %zu FILE\n",
-               cases.size());
+               static_cast<size_t>(std::count_if(cases.begin(), cases.end(),
+                                                 [](const corpus_case& c) { return !c.fine; })));
   for (corpus_case& c : cases) {
-    std::fprintf(file, "%d %d %d %" PRIu64, c.width, c.height, c.content, c.seed);
+    std::fprintf(file, "%s%d %d %d %" PRIu64, c.fine ? kFineWord : "", c.width, c.height, c.content,
+                 c.seed);
     for (const int32_t* field : fields(c.tuning)) std::fprintf(file, " %" PRId32, *field);
     std::fprintf(file, " %016" PRIx64 "\n", c.checksum);
   }
@@ -114,7 +122,7 @@ bool refused(const corpus_case& c) {
 uint64_t by_model(const corpus_case& c) {
   frame src = painted(c), dst(c.width, c.height);
   const int result =
-      model::process(c.width, c.height, src.data(), dst.data(), c.tuning.ynr, c.tuning.cnr);
+      model::process(c.width, c.height, src.data(), dst.data(), c.tuning.ynr, c.tuning.cnr, c.fine);
   return checksum(result, dst, src);
 }
 
@@ -130,7 +138,7 @@ uint64_t by_library(corpus_case& c, int workers) {
   const frame_util::denoiser d(c.width, c.height);
   if (!d.handle || (workers == 1 && !use_one_worker(d.handle))) return 0;
   frame src = painted(c), dst(c.width, c.height);
-  const int result = d.run(src, dst, c.tuning);
+  const int result = d.run(src, dst, c.tuning, c.fine);
   return src.guards_intact() && dst.guards_intact() ? checksum(result, dst, src) : 0;
 }
 
@@ -140,10 +148,10 @@ int check(std::vector<corpus_case>& cases, const char* what, int workers) {
     const uint64_t got = workers == 0 ? by_model(c) : by_library(c, workers);
     if (got == c.checksum) continue;
     if (++wrong <= 10)
-      std::printf("%s: case %zu, %dx%d %s: %016" PRIx64 ", not %016" PRIx64 "; %s\n", what,
-                  static_cast<size_t>(&c - cases.data()), c.width, c.height,
-                  frame_util::content_name(static_cast<frame_util::content>(c.content)), got,
-                  c.checksum, frame_util::text(c.tuning).c_str());
+      std::printf("%s: %scase %zu, %dx%d %s: %016" PRIx64 ", not %016" PRIx64 "; %s\n", what,
+                  c.fine ? kFineWord : "", static_cast<size_t>(&c - cases.data()), c.width,
+                  c.height, frame_util::content_name(static_cast<frame_util::content>(c.content)),
+                  got, c.checksum, frame_util::text(c.tuning).c_str());
   }
   std::printf("%s: %zu of %zu cases agree\n", what, cases.size() - wrong, cases.size());
   return wrong;
@@ -180,6 +188,11 @@ std::vector<corpus_case> draw(int count) {
     if (i % 16 != 0 && refused(c)) continue;
     cases.push_back(c);
     ++i;
+  }
+  // Every fourth in fine mode as well.
+  for (int i = 0; i < count; i += i < 24 ? 1 : 4) {
+    cases.push_back(cases[static_cast<size_t>(i)]);
+    cases.back().fine = true;
   }
   return cases;
 }

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "base/log.h"
+#include "vorn_ycnr_ext.h"
 
 namespace frame_util {
 
@@ -214,10 +215,10 @@ denoiser::~denoiser() {
   if (handle) vorn_ycnr_deinit(handle);
 }
 
-int denoiser::run(frame& src, frame& dst, tuning& t) const {
+int denoiser::run(frame& src, frame& dst, tuning& t, bool fine) const {
   _tag_uni_image from = src.image(), to = dst.image();
   Denoise_Parameters_t parameters = {0x1234567890abcdefu, &t.ynr, &t.cnr};
-  return vorn_ycnr_process(handle, &from, &to, &parameters);
+  return (fine ? vorn_ycnr_process_fine : vorn_ycnr_process)(handle, &from, &to, &parameters);
 }
 
 }  // namespace frame_util

@@ -128,7 +128,7 @@ struct denoiser {
   ~denoiser();
   denoiser(const denoiser&) = delete;
   denoiser& operator=(const denoiser&) = delete;
-  int run(frame& src, frame& dst, tuning& t) const;
+  int run(frame& src, frame& dst, tuning& t, bool fine = false) const;
 };
 
 }  // namespace frame_util

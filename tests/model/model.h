@@ -67,9 +67,9 @@ void window(plane src, plane dst, const plane* mask, int intensity, int radius);
 void window_guided(plane src, plane guide, plane dst, const plane* mask, int intensity);
 
 // src luma to dst luma, planes of the frame's size, on a fresh handle. The mask is made from the
-// tuning when none is given. Returns 0 or -1 (nothing written).
+// tuning when none is given. fine: level 0 on four grids. Returns 0 or -1 (nothing written).
 int luma(plane src, plane dst, const ycnr_ynr_tuning_param& tuning,
-         const plane* given_mask = nullptr);
+         const plane* given_mask = nullptr, bool fine = false);
 
 // --- Chroma ---
 
@@ -102,14 +102,15 @@ void filter_masked(direction along, plane guide, plane u, plane v, plane out_u, 
 
 // The chroma of a whole frame; both buffers hold width * height * 3 / 2 bytes. 0 or -1.
 int chroma(int width, int height, const uint8_t* src, uint8_t* dst,
-           const ycnr_cnr_tuning_param& tuning);
+           const ycnr_cnr_tuning_param& tuning, bool fine = false);
 // The masked driver behind its own record.
 int chroma_masked(int width, int height, const uint8_t* src, uint8_t* dst, plane mask,
                   const chroma_param& p, int scale, int saturation);
 
-// --- A call of vorn_ycnr_process with two buffers of the handle's size ---
+// --- A call of vorn_ycnr_process (fine: vorn_ycnr_process_fine), two buffers of the handle's size
+// ---
 
 int process(int width, int height, uint8_t* src, uint8_t* dst, const ycnr_ynr_tuning_param& ynr,
-            const ycnr_cnr_tuning_param& cnr);
+            const ycnr_cnr_tuning_param& cnr, bool fine = false);
 
 }  // namespace model

@@ -220,9 +220,32 @@ void copy(plane from, plane to) {
   for (int y = 0; y < to.height; ++y) std::memcpy(&to.at(y, 0), &from.at(y, 0), to.width);
 }
 
+// The mean of four windows over grids that begin at (-dx, -dy).
+void four_grids(plane level, plane dst, const plane* mask, int intensity, int radius) {
+  struct grid {
+    int dx, dy, window;
+  };
+  constexpr int kTenths[] = {12, 11, 10};  // strength of windows 3, 5, 7
+  std::vector<int> sums(static_cast<size_t>(level.width) * level.height);
+  for (const grid g : {grid{0, 0, 7}, grid{2, 2, 7}, grid{2, 0, 3}, grid{0, 2, 3}}) {
+    const int64_t from = kTenths[radius / 2 - 1], to = kTenths[g.window / 2 - 1];
+    const int64_t strength = std::min<int64_t>((intensity * to + from / 2) / from, INT32_MAX);
+    bordered result(level.width + g.dx, level.height + g.dy);
+    window({&level.at(-g.dy, -g.dx), level.width + g.dx, level.height + g.dy, level.stride},
+           result.inner, mask, static_cast<int>(strength), g.window);
+    for (size_t i = 0; i < sums.size(); ++i)
+      sums[i] += result.inner.at(static_cast<int>(i) / level.width + g.dy,
+                                 static_cast<int>(i) % level.width + g.dx);
+  }
+  for (size_t i = 0; i < sums.size(); ++i)
+    dst.at(static_cast<int>(i) / level.width, static_cast<int>(i) % level.width) =
+        static_cast<uint8_t>((sums[i] + 1) / 4);
+}
+
 }  // namespace
 
-int luma(plane src, plane dst, const ycnr_ynr_tuning_param& tuning, const plane* given_mask) {
+int luma(plane src, plane dst, const ycnr_ynr_tuning_param& tuning, const plane* given_mask,
+         bool fine) {
   const int w = src.width, h = src.height, layers = tuning.layer;
   if (layers <= 1 || layers > 5 || w < 4 || h < 4) return -1;
   if ((w >> (layers - 1)) < 1 || (h >> (layers - 1)) < 1) return -1;
@@ -248,7 +271,11 @@ int luma(plane src, plane dst, const ycnr_ynr_tuning_param& tuning, const plane*
     const bool denoised = tuning.pIntensity[l] >= 1;
     if (denoised) {
       expand_border(work[l].whole, kBorder);
-      window(level, out[l].inner, &mask, tuning.pIntensity[l], tuning.pRadius[l]);
+      const int radius = tuning.pRadius[l];
+      if (fine && l == 0 && (radius == 3 || radius == 5 || radius == 7))
+        four_grids(level, out[0].inner, &mask, tuning.pIntensity[0], radius);
+      else
+        window(level, out[l].inner, &mask, tuning.pIntensity[l], radius);
     } else {
       copy(level, out[l].inner);
     }
@@ -256,7 +283,7 @@ int luma(plane src, plane dst, const ycnr_ynr_tuning_param& tuning, const plane*
     subtract_add128(out[l].inner, gauss[l].inner, level);
     // An odd next level reads one column past this one: the border, which still holds the level
     // as it was before denoising, or, where no border was made, the last column's detail.
-    if (!denoised)
+    if (!denoised || fine)
       for (int y = 0; y < level.height; ++y)
         level.at(y, level.width) = level.at(y, level.width - 1);
     up2(level, work[l - 1].inner);

@@ -175,6 +175,25 @@ TEST(Faults, PackedFramesOfPlanes) {
   EXPECT_EQ(to, expected.result);
 }
 
+// The fine mode's scratch, missing at its first frame: likewise.
+TEST(Faults, ScratchOfFineMode) {
+  reference expected;
+  denoiser one(kWidth, kHeight);
+  frame dst(kWidth, kHeight);
+  tuning both;
+  std::copy(expected.input.begin(), expected.input.end(), expected.src.image.plane[0]);
+  faults::arm(0);
+  {
+    log_capture log;
+    EXPECT_EQ(vorn_ycnr_process_fine(one.get(), &expected.src.image, &dst.image, &both.params), -1);
+    EXPECT_EQ(log.count('E'), 1);
+  }
+  faults::disarm();
+  EXPECT_EQ(dst.bytes(), expected.input);
+  EXPECT_EQ(vorn_ycnr_process_fine(one.get(), &expected.src.image, &dst.image, &both.params), 0);
+  EXPECT_NE(dst.bytes(), expected.input);
+}
+
 TEST(Faults, ImagePlanesThrow) {
   _tag_uni_image image = {};
   faults::arm(0);

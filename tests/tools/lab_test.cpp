@@ -223,5 +223,24 @@ TEST(metrics, flicker_is_what_changes) {
   EXPECT_DOUBLE_EQ(flicker_between(c, b, b, a).y, 2);
 }
 
+// Neighbours agree by 0.72 in pictures of real cameras.
+TEST(noise_model, chroma_blur_spreads_chroma_noise) {
+  const frame flat = grey_frame(256, 256, 128);
+  frame f = flat;
+  noise_model model;
+  model.gain = 30;
+  model.chroma_blur = 0.85;
+  add_noise(f, model);
+  double same = 0, next = 0;
+  const plane_view u = u_view(f);
+  for (int y = 0; y < 128; ++y)
+    for (int x = 0; x < 127; ++x) {
+      const uint8_t* at = u.data + y * u.stride + x * u.step;
+      same += (at[0] - 128) * (at[0] - 128);
+      next += (at[0] - 128) * (at[u.step] - 128);
+    }
+  EXPECT_NEAR(next / same, 0.72, 0.06);
+}
+
 }  // namespace
 }  // namespace vorn::tool

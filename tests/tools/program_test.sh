@@ -53,6 +53,7 @@ fi
 # Only what is asked for changes.
 "$program" denoise "$noisy" -o n_322x242.nv12 --luma-intensity 0,0,0,0,0 --luma-only
 "$program" denoise "$noisy" -o c_322x242.nv12 --chroma-only
+check "fine mode is another result" bash -c '"$1" denoise "$2" -o f1.png --fine && "$1" denoise "$2" -o f2.png && ! cmp -s f1.png f2.png' - "$program" "$noisy"
 "$program" denoise "$noisy" -o l_322x242.nv12 --luma-only
 luma=$((322 * 242))
 check "chroma only leaves luma" cmp -s -n $luma n_322x242.nv12 c_322x242.nv12

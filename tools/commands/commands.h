@@ -42,6 +42,7 @@ struct tuning_options {
   double gain = 0;   // 0: kDefaultGain
   bool luma_only = false;
   bool chroma_only = false;
+  bool fine = false;
   std::vector<std::pair<int, int32_t>> overrides;  // field index, value
 
   // The set that the options name, its entry for the gain, and that entry with the overrides.

@@ -15,6 +15,7 @@
 #include "tools/picture/output_file.h"
 #include "tools/progress.h"
 #include "tools/stream.h"
+#include "tools/temporal.h"
 #include "tools/text.h"
 #include "tools/threads.h"
 
@@ -26,6 +27,7 @@ struct denoise_args {
   int jobs = 0;  // 0: one per processor
   picture_options pictures;
   tuning_options tuning;
+  bool temporal = false;
 };
 
 // A denoiser for the size at hand; scratch memory and workers stay while the size does.
@@ -56,7 +58,10 @@ std::vector<std::string> denoise_file(const denoise_args& args, const batch_file
   if (show_progress)
     bar.emplace(file.input == "-" ? "denoise" : file.input, reader->frame_count(), "frames");
   int64_t count = 0;
+  temporal_blend blend;
+  const tuning strength = args.tuning.resolve();
   const auto write = [&](frame& f) {
+    if (args.temporal) blend.run(f, strength);
     // Opened last: bad input leaves no trace of the output.
     if (!writer) writer = open_writer(file.output, args.pictures, reader->info);
     writer->write(f);
@@ -244,6 +249,8 @@ void add_denoise(CLI::App& program, job& chosen) {
   command->add_flag("--skip-existing", args->files.skip_existing,
                     "Leave out what has its result already: an interrupted job goes on");
   command->add_flag("--force", args->files.force, "Let a result replace its input");
+  command->add_flag("--temporal", args->temporal,
+                    "Video: blend what stands still with the frame before, against flicker");
   add_tuning_options(*command, args->tuning);
   add_picture_options(*command, args->pictures, true);
   command->footer(

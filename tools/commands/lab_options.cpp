@@ -28,6 +28,10 @@ void add_model_options(CLI::App& command, noise_model& model, std::vector<double
     with_default(add_real(command, "--luma-blur", model.luma_blur, 0, 1, blur), model.luma_blur)
         ->group(group);
   }
+  with_default(add_real(command, "--chroma-blur", model.chroma_blur, 0, 4,
+                        "How far the camera blurs chroma noise: deviation in chroma samples"),
+               model.chroma_blur)
+      ->group(group);
 }
 
 }  // namespace vorn::tool

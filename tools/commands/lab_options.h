@@ -8,7 +8,8 @@
 
 namespace vorn::tool {
 
-// --full-well, --read-noise, --luma-blur and --seed. The gain has an option of its own. With blurs,
+// --full-well, --read-noise, --luma-blur, --chroma-blur and --seed. The gain has an option of its
+// own. With blurs,
 // --luma-blur takes a list and goes there.
 void add_model_options(CLI::App& command, noise_model& model, std::vector<double>* blurs = nullptr);
 

@@ -156,6 +156,10 @@ void add_tuning_options(CLI::App& command, tuning_options& options) {
   command.add_flag("--chroma-only", options.chroma_only, "Leave luma as it is")
       ->excludes(luma)
       ->group("Tuning");
+  command
+      .add_flag("--fine", options.fine,
+                "Fine mode: better by 0.1 to 0.4 dB, in two to three times the time")
+      ->group("Tuning");
   for (const field_option& entry : kFieldOptions) add_field_option(command, entry, options);
 }
 
@@ -166,6 +170,7 @@ tuning_set tuning_options::load_set() const {
 tuning tuning_options::resolve() const {
   tuning t = load_set().nearest(gain > 0 ? gain : kDefaultGain).values;
   for (const auto& [field, value] : overrides) set_field(t, field, value);
+  t.fine = fine;
   if (luma_only || chroma_only) {
     t.luma.enable = luma_only;
     t.chroma.enable = chroma_only;

@@ -144,6 +144,21 @@ float_grid unit_noise(int width, int height, uint64_t key) {
   return grid;
 }
 
+// Repeats of a short binomial filter in both directions, whose variances add up.
+void blur(float_grid& grid, double deviation) {
+  const double twice_variance = 2 * deviation * deviation;
+  const int passes = static_cast<int>(std::ceil(twice_variance));
+  const float side = passes > 0 ? static_cast<float>(twice_variance / passes) * 0.25f : 0;
+  for (int pass = 0; pass < 2 * passes; ++pass) {
+    const int dx = pass % 2, dy = 1 - dx;
+    const float_grid from = grid;
+    for (int y = 0; y < grid.height; ++y)
+      for (int x = 0; x < grid.width; ++x)
+        grid(x, y) = (1 - 2 * side) * from.at(x, y) +
+                     side * (from.at(x - dx, y - dy) + from.at(x + dx, y + dy));
+  }
+}
+
 // Where the colour filter array has its red and blue pixels within 2x2.
 constexpr int kRedX = 1, kRedY = 0, kBlueX = 0, kBlueY = 1;
 
@@ -197,9 +212,10 @@ void add_noise(frame& f, const noise_model& model) {
 
   // The tone curve turns the noise of each channel into a change of its code value; the changes go
   // to luma per pixel and to chroma as the mean of its four pixels.
+  float_grid u_change(width / 2, height / 2), v_change(width / 2, height / 2);
   for (int cy = 0; cy < height / 2; ++cy) {
     for (int cx = 0; cx < width / 2; ++cx) {
-      uint8_t* uv = f.chroma() + size_t(cy) * width + 2 * cx;
+      const uint8_t* uv = f.chroma() + size_t(cy) * width + 2 * cx;
       const uint8_t u = uv[0], v = uv[1];
       float du = 0, dv = 0;
       for (int k = 0; k < 4; ++k) {
@@ -218,8 +234,17 @@ void add_noise(frame& f, const noise_model& model) {
         dv += (dr - dy) * (0.5f / (1 - 0.299f));
         *luma = rounded(static_cast<float>(*luma) + 255.0f * dy);
       }
-      uv[0] = rounded(static_cast<float>(u) + 255.0f * 0.25f * du);
-      uv[1] = rounded(static_cast<float>(v) + 255.0f * 0.25f * dv);
+      u_change(cx, cy) = 255.0f * 0.25f * du;
+      v_change(cx, cy) = 255.0f * 0.25f * dv;
+    }
+  }
+  blur(u_change, model.chroma_blur);
+  blur(v_change, model.chroma_blur);
+  for (int cy = 0; cy < height / 2; ++cy) {
+    uint8_t* uv = f.chroma() + size_t(cy) * width;
+    for (int cx = 0; cx < width / 2; ++cx, uv += 2) {
+      uv[0] = rounded(static_cast<float>(uv[0]) + u_change(cx, cy));
+      uv[1] = rounded(static_cast<float>(uv[1]) + v_change(cx, cy));
     }
   }
 }

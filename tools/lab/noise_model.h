@@ -29,6 +29,9 @@ struct noise_model {
   // Share of a 3x3 binomial blur in the green noise, 0..1, at the same standard deviation: 0 is a
   // demosaicing that keeps every green sample, 1 one that blurs green as well.
   double luma_blur = 0;
+  // Standard deviation, in chroma samples, of the blur that the pipeline puts on the chroma noise:
+  // 0 is none beyond demosaicing, 0.85 what real cameras' pictures show.
+  double chroma_blur = 0;
 };
 
 // Adds noise to a clean frame. Padding outside the crop receives noise like the rest.

@@ -12,8 +12,9 @@
 
 namespace vorn::tool {
 
-// Weights are 0 from about 2.5 intensities on and distances end at 784.
-constexpr int32_t kHighestIntensity = 2000;
+// Weights are 0 from 2.5 intensities on and distances end at 784: beyond 313 a block across the
+// hardest edge still counts, and the edge goes soft.
+constexpr int32_t kHighestIntensity = 313;
 constexpr int32_t kHighestRange = 200;
 constexpr int32_t kWidestWindow = 64;
 constexpr int32_t kHighestEdge = 64;

@@ -13,6 +13,7 @@ namespace vorn::tool {
 struct tuning {
   ycnr_ynr_tuning_param luma;
   ycnr_cnr_tuning_param chroma;
+  bool fine = false;  // fine mode: the caller's choice, no part of a set
 };
 
 struct tuning_entry {
