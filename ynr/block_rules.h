@@ -58,6 +58,14 @@ static inline unsigned char normalised(int sum, int total) {
   return static_cast<unsigned char>(int64_t{rounded} / total);
 }
 
+// One pixel of a pair of blocks: truncate(0.5 + sum * r), the product rounded, then the sum; r is
+// the refined reciprocal of the total (runtime/reciprocal.h). At most one below `normalised`, on
+// exact halves only; with r of exact_reciprocals() it is `normalised`.
+static inline unsigned char normalised_by(int sum, float r) {
+  const float mean = static_cast<float>(sum) * r;
+  return static_cast<unsigned char>(static_cast<int>(0.5f + mean));
+}
+
 // The block itself is cur; the rows of blocks d above and below it, as the processors get them.
 struct ring_rows {
   unsigned char *up, *down;

@@ -52,13 +52,10 @@ void blend(const unsigned char* tile, const unsigned char (*weight)[kRunBlocks],
       for (int r = 0; r < 4; ++r)
         for (int c = 0; c < 4; ++c) sum[r][c] += weight[n][block] * nei[r * kTilePitch + c];
     }
-    for (int r = 0; r < 4; ++r) {
-      for (int c = 0; c < 4; ++c) {
-        const float mean = static_cast<float>(static_cast<int>(sum[r][c])) * reciprocal[block];
+    for (int r = 0; r < 4; ++r)
+      for (int c = 0; c < 4; ++c)
         out[r * static_cast<ptrdiff_t>(out_stride) + c] =
-            static_cast<unsigned char>(static_cast<int>(0.5f + mean));
-      }
-    }
+            normalised_by(static_cast<int>(sum[r][c]), reciprocal[block]);
   }
 }
 
