@@ -89,4 +89,5 @@ if env -u ANDROID_NDK_HOME cmake -S "$1" -B "$scratch/android" \
   -DCMAKE_TOOLCHAIN_FILE="$1/cmake/android-ndk.cmake" >"$scratch/android.log" 2>&1; then
   exit 1
 fi
-grep -q 'set ANDROID_NDK_HOME' "$scratch/android.log"
+# CMake breaks the lines of a message.
+tr -s ' \n' ' ' <"$scratch/android.log" | grep -q 'set ANDROID_NDK_HOME'
