@@ -21,8 +21,9 @@ constexpr int kReciprocals = 6377;  // divisors 0..6376: mask values and total b
 // Table of refined_reciprocal(n) for n = 0..kReciprocals-1, built once.
 const float* reciprocal_table();
 
-// Four refined reciprocals: the instructions on AArch64, the same bits elsewhere.
-inline float32x4_t refined_reciprocal_x4(float32x4_t x) {
+// Four refined reciprocals: the instructions on AArch64, the same bits elsewhere. Static, so that a
+// file compiled for a newer machine keeps its own copy.
+static inline float32x4_t refined_reciprocal_x4(float32x4_t x) {
 #if defined(__aarch64__)
   float32x4_t e = vrecpeq_f32(x);
   e = vmulq_f32(e, vrecpsq_f32(x, e));

@@ -83,6 +83,9 @@ inline const chroma_kernels& active_chroma_kernels() {
 
 // The forms' own tables, in chroma_<form>.cpp.
 extern const chroma_kernels kChromaNeon;
+#if defined(__aarch64__)
+extern const chroma_kernels kChromaNeonDot;
+#endif
 #if defined(__x86_64__)
 extern const chroma_kernels kChromaSse2;
 extern const chroma_kernels kChromaAvx2;

@@ -48,8 +48,11 @@ void make_chroma_weights(float coef, int edge_a, int edge_b, chroma_weights* wei
 const chroma_kernels& chroma_kernels_of(kernel_form form) {
   switch (form) {
     case kernel_form::neon:
-    case kernel_form::neon_dot:  // no dot products here: gathering four taps costs what they save
       return kChromaNeon;
+#if defined(__aarch64__)
+    case kernel_form::neon_dot:
+      return kChromaNeonDot;
+#endif
 #if defined(__x86_64__)
     case kernel_form::sse2:
       return kChromaSse2;

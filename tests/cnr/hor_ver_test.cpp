@@ -5,6 +5,7 @@
 
 #include "cnr/exported/hor_ver.h"
 #include "cnr/kernels/chroma_kernels.h"
+#include "runtime/reciprocal.h"
 #include "tests/cnr/level.h"
 
 namespace {
@@ -98,6 +99,20 @@ TEST(HorVer, ExtremeEdges) {
 TEST(HorVer, ReciprocalDivisionIsExact) {
   for (int sum = 256; sum <= 256 + 255 * vorn::kMaxFastTaps; ++sum) {
     const float scale = vorn::kQuotientScale / static_cast<float>(sum);
+    int wrong = 0;
+    for (int q = 1; q < 256; ++q) {
+      wrong += static_cast<int>(static_cast<float>(q * sum - 1) * scale) != q - 1;
+      wrong += static_cast<int>(static_cast<float>(q * sum) * scale) != q;
+    }
+    wrong += static_cast<int>(static_cast<float>(256 * sum - 1) * scale) != 255;
+    ASSERT_EQ(wrong, 0) << sum;
+  }
+}
+
+// Up to 61 taps the NEON forms scale by the refined reciprocal instead.
+TEST(HorVer, RefinedReciprocalIsExactToo) {
+  for (int sum = 256; sum <= 256 + 255 * 61; ++sum) {
+    const float scale = vorn::refined_reciprocal(static_cast<float>(sum)) * vorn::kQuotientScale;
     int wrong = 0;
     for (int q = 1; q < 256; ++q) {
       wrong += static_cast<int>(static_cast<float>(q * sum - 1) * scale) != q - 1;

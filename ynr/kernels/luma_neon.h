@@ -345,14 +345,7 @@ static inline void make_words(const run_scratch& s, const run_rules& rules, Word
 
 // Reciprocals of four totals, by the scalar rule where a bit of `exact` is set.
 VORN_INLINE float32x4_t reciprocals(uint32x4_t total, uint32_t exact) {
-  const float32x4_t x = vcvtq_f32_u32(total);
-#if defined(__aarch64__)
-  float32x4_t e = vrecpeq_f32(x);
-  e = vmulq_f32(e, vrecpsq_f32(x, e));
-  e = vmulq_f32(e, vrecpsq_f32(x, e));
-#else
-  float32x4_t e = refined_reciprocal_x4(x);
-#endif
+  const float32x4_t e = refined_reciprocal_x4(vcvtq_f32_u32(total));
   if (!(exact & 15)) return e;
   float lanes[4];
   uint32_t totals[4];
