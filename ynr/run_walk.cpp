@@ -76,13 +76,13 @@ class run_walk {
         dst_(pass.dst),
         mask_(pass.mask),
         map_(pass.map),
-        kernels_(luma_kernels_of(active_kernel_form())) {
-    by_table_ = make_weight_table(&table_, map_);
+        kernels_(luma_kernels_of(active_kernel_form())),
+        table_(pass.table) {
     std::memset(rows_, 0, sizeof rows_);
   }
 
   void walk(int row_begin, int row_end) {
-    if (!by_table_) {
+    if (!table_) {
       for (int y = row_begin; y < row_end; y += 4)
         walk_blocks<Rings>(src_, dst_, mask_, map_, y, 0, src_->width);
       return;
@@ -153,7 +153,7 @@ class run_walk {
     run_rules rules[kBandRuns];
     int runs = 0;
     for (; runs < count && plans[runs].written == kWholeRun && !plans[runs].by_blocks; ++runs)
-      rules[runs] = {&plans[runs].rules, &table_, plans[runs].scalar};
+      rules[runs] = {&plans[runs].rules, table_, plans[runs].scalar};
     if (runs) {
       const bool first = carried_.x != x || carried_.y != y || carried_.runs != runs;
       const ptrdiff_t column = (tile - rows_) % kTilePitch;
@@ -166,7 +166,7 @@ class run_walk {
 
   // Filters a run of which some blocks stay as they are or lie outside the level.
   void filter_partly(const run_plan& plan, const unsigned char* tile, int x, int y) {
-    const run_rules rules = {&plan.rules, &table_, plan.scalar};
+    const run_rules rules = {&plan.rules, table_, plan.scalar};
     unsigned char pixels[4 * kRunPixels];
     const ptrdiff_t column = (tile - rows_) % kTilePitch;
     kernels_.filter[Rings - 1](tile, &rules, 1, pixels, kRunPixels, carry_ + column, true);
@@ -188,8 +188,7 @@ class run_walk {
   _tag_uni_image* mask_;
   int* map_;
   const luma_kernels& kernels_;
-  weight_table table_;
-  bool by_table_;  // the weight map fits one
+  const weight_table* table_;  // null: the weight map fits none
   alignas(64) unsigned char rows_[kBufferRows * kTilePitch];
   // What the last call for whole runs left for the block row at y: see run_filter.
   struct {
@@ -216,12 +215,19 @@ void with_walk(const window_pass& pass, const Rows& rows) {
 }  // namespace
 
 void walk_rows(const window_pass& pass, int row_begin, int row_end) {
-  if (row_begin < row_end) with_walk(pass, [=](auto& walk) { walk.walk(row_begin, row_end); });
+  if (row_begin >= row_end) return;
+  weight_table table;
+  window_pass own = pass;
+  if (!own.table && make_weight_table(&table, own.map)) own.table = &table;
+  with_walk(own, [=](auto& walk) { walk.walk(row_begin, row_end); });
 }
 
 void walk_queue(const window_pass& pass, row_queue* rows) {
-  with_walk(pass, [rows](auto& walk) {
-    for (int begin, end; rows->next(&begin, &end);) walk.walk(begin, end);
+  int begin, end;
+  if (!rows->next(&begin, &end)) return;  // a walk clears its rows first
+  with_walk(pass, [&](auto& walk) {
+    do walk.walk(begin, end);
+    while (rows->next(&begin, &end));
   });
 }
 

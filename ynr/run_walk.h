@@ -4,6 +4,7 @@
 
 #include "runtime/stage.h"
 #include "vorn_ycnr.h"
+#include "ynr/kernels/luma_kernels.h"
 
 namespace vorn {
 
@@ -14,6 +15,9 @@ struct window_pass {
   _tag_uni_image* mask;  // or null
   int* map;              // weights, kMapSize entries
   int rings;             // 1, 2 or 3
+  // The map's table, where it is at hand. walk_rows makes one otherwise; walk_queue, which several
+  // workers call for one level, then goes block by block.
+  const weight_table* table = nullptr;
 };
 
 // Block rows row_begin, row_begin + 4, ... below row_end.

@@ -12,7 +12,10 @@ namespace {
 constexpr int kChunkMultiple = 16;  // rows: of whole blocks, so that plans pay
 
 // A whole level on the pool. Block rows do not depend on each other, so any cut gives the same.
-int walk_shared(ynr_handle_t* handle, const vorn::window_pass& pass) {
+int walk_shared(ynr_handle_t* handle, vorn::window_pass pass) {
+  vorn::weight_table table;
+  pass.table = vorn::kept_weight_table(*handle, pass.map);
+  if (!pass.table && vorn::make_weight_table(&table, pass.map)) pass.table = &table;
   vorn::row_queue rows(pass.src->height, kChunkMultiple);
   return vorn::run_shared(handle->pool, [&] {
     const double start = getTime();
@@ -44,8 +47,12 @@ int process7x7_thread(ynr_handle_t* handle, _tag_uni_image* src, _tag_uni_image*
 
 int nlm_denoise_process(ynr_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst,
                         _tag_uni_image* mask, int intensity, int radius) {
-  int weight_map[vorn::kMapSize];
-  MakeWeightMap(weight_map, static_cast<float>(intensity), vorn::kMapSize);
+  int own_map[vorn::kMapSize];
+  int* weight_map = vorn::kept_weight_map(*handle, intensity);
+  if (!weight_map) {
+    MakeWeightMap(own_map, static_cast<float>(intensity), vorn::kMapSize);
+    weight_map = own_map;
+  }
   switch (radius) {
     case 3:
       return process3x3_thread(handle, src, dst, mask, weight_map);

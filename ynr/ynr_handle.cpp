@@ -6,6 +6,8 @@
 #include <cstdlib>
 
 #include "base/log.h"
+#include "ynr/block_rules.h"
+#include "ynr/block_sums.h"
 
 namespace {
 
@@ -39,6 +41,20 @@ int64_t plan_bytes(int width, int height) {
 int round_up_to_block(int n) {
   return (n + kBlock - 1) / kBlock * kBlock;
 }
+
+struct intensity_weights {
+  bool made, fits;  // fits the table
+  int intensity;
+  int map[vorn::kMapSize];
+  vorn::weight_table table;
+};
+
+// Behind the images.
+struct weight_store {
+  intensity_weights of[kLevels];
+  unsigned next;  // to be replaced
+};
+constexpr size_t kStoreAlignment = alignof(weight_store);
 
 bool overhangs(int width, int height) {
   return width % kBlock != 0 || height % kBlock != 0;
@@ -90,7 +106,7 @@ int ynr_Allocate_slice_memory(ynr_handle_t* handle) {
   const int64_t bytes = sane ? plan_bytes(width, height) : 0;
   unsigned char* block = nullptr;
   if (sane && bytes <= INT32_MAX) {
-    size_t all = static_cast<size_t>(bytes) + kSlackBytes;
+    size_t all = static_cast<size_t>(bytes) + kSlackBytes + kStoreAlignment + sizeof(weight_store);
     if (overhangs(width, height))
       all += static_cast<size_t>(round_up_to_block(width)) * round_up_to_block(height);
     // Zeroed, so that no sample of any frame depends on what the memory held before.
@@ -129,6 +145,38 @@ _tag_uni_image vorn::block_destination(const ynr_handle_t& handle) {
              handle.width, handle.height, round_up_to_block(handle.width));
   }
   return image;
+}
+
+static weight_store* weights_of(const ynr_handle_t& handle) {
+  const _tag_uni_image& last = handle.out_whole[0];
+  if (!last.plane[0]) return nullptr;
+  size_t behind = static_cast<size_t>(last.stride[0]) * last.height;
+  if (overhangs(handle.width, handle.height))
+    behind +=
+        static_cast<size_t>(round_up_to_block(handle.width)) * round_up_to_block(handle.height);
+  const auto end = reinterpret_cast<uintptr_t>(last.plane[0] + behind + kSlackBytes);
+  return reinterpret_cast<weight_store*>((end + kStoreAlignment - 1) / kStoreAlignment *
+                                         kStoreAlignment);
+}
+
+int* vorn::kept_weight_map(const ynr_handle_t& handle, int intensity) {
+  weight_store* store = weights_of(handle);
+  if (!store) return nullptr;
+  for (intensity_weights& kept : store->of)
+    if (kept.made && kept.intensity == intensity) return kept.map;
+  intensity_weights& oldest = store->of[store->next++ % kLevels];
+  MakeWeightMap(oldest.map, static_cast<float>(intensity), kMapSize);
+  oldest.fits = make_weight_table(&oldest.table, oldest.map);
+  oldest.intensity = intensity;
+  oldest.made = true;
+  return oldest.map;
+}
+
+const vorn::weight_table* vorn::kept_weight_table(const ynr_handle_t& handle, const int* map) {
+  if (const weight_store* store = weights_of(handle))
+    for (const intensity_weights& kept : store->of)
+      if (kept.map == map) return kept.fits ? &kept.table : nullptr;
+  return nullptr;
 }
 
 int ynr_deinit(void* handle) {

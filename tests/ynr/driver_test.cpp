@@ -11,6 +11,8 @@
 #include "runtime/exported/pool.h"
 #include "runtime/pool.h"
 #include "tests/frame/frame_util.h"
+#include "ynr/block_rules.h"
+#include "ynr/block_sums.h"
 
 using frame_util::canvas;
 using frame_util::content;
@@ -122,6 +124,29 @@ TEST(LumaHandle, MemoryPlan) {
   EXPECT_EQ(c.memory_mb, 27);
   EXPECT_EQ(ynr_capability(nullptr, &c), -1);
   EXPECT_EQ(ynr_deinit(nullptr), -1);
+}
+
+TEST(LumaHandle, WeightsAreKeptForTheLastFiveIntensities) {
+  for (const int width : {64, 63}) {  // with and without room for overhanging blocks
+    luma f(width, 48);
+    int* maps[vorn::kLevels];
+    for (int i = 0; i < vorn::kLevels; ++i)
+      maps[i] = vorn::kept_weight_map(*f.top.ynr, 40 + 50 * i);
+    for (int i = 0; i < vorn::kLevels; ++i) {
+      int wanted[vorn::kMapSize];
+      MakeWeightMap(wanted, static_cast<float>(40 + 50 * i), vorn::kMapSize);
+      ASSERT_EQ(vorn::kept_weight_map(*f.top.ynr, 40 + 50 * i), maps[i]);
+      EXPECT_TRUE(std::equal(wanted, wanted + vorn::kMapSize, maps[i])) << i;
+      const vorn::weight_table* table = vorn::kept_weight_table(*f.top.ynr, maps[i]);
+      ASSERT_NE(table, nullptr);
+      EXPECT_TRUE(std::equal(wanted + 1, wanted + vorn::kMapSize, table->of + 1)) << i;
+    }
+    EXPECT_EQ(vorn::kept_weight_map(*f.top.ynr, 7), maps[0]);  // the oldest makes room
+    EXPECT_NE(vorn::kept_weight_map(*f.top.ynr, 40), maps[0]);
+    int own[vorn::kMapSize] = {};
+    EXPECT_EQ(vorn::kept_weight_table(*f.top.ynr, own), nullptr);
+  }
+  EXPECT_EQ(vorn::kept_weight_map(ynr_handle_t{}, 40), nullptr);
 }
 
 TEST(LumaHandle, RefusesImpossibleSizes) {
