@@ -1,8 +1,7 @@
-// The library's four calls for one frame size, with an `error` instead of a result code. Beside
+// The library's calls for one frame size, with an `error` instead of a result code. Beside
 // machine.cpp, which asks for the kernels' name, the only unit of the tool that calls the library.
 #pragma once
 
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -13,7 +12,7 @@
 namespace vorn::tool {
 
 struct stage_time {
-  std::string name;  // as the log names it: "layer 0 nlm_denoise_process"
+  std::string name;  // as the library names it: "layer 0 nlm_denoise_process"
   double ms = 0;
 };
 
@@ -34,29 +33,22 @@ class denoiser {
   // last column and row, and cropped again.
   void run(frame& f, const tuning& t);
 
-  // The same, and the time of every stage in the order they ran, taken from the library's log; the
-  // last entry is "whole frame".
+  // The same, and the time of every stage in the order they ran; the last entry is "whole frame".
   std::vector<stage_time> run_timed(frame& f, const tuning& t);
 
   ycnr_capability_param capability();
 
  private:
-  void process(frame& f, const tuning& t, std::vector<stage_time>* stages);
-  void process_enlarged(frame& f, const tuning& t, std::vector<stage_time>* stages);
+  int32_t process(frame& f, tuning& t);
 
   int width_;
   int height_;
   denoise_handle_t* handle_ = nullptr;
   std::vector<uint8_t> result_;
-  std::unique_ptr<denoiser> larger_;  // for frames that have to be enlarged
 };
 
 // Keeps the library's log quiet up to errors, unless the user names a property file of his own.
 // Call once, before the first denoiser.
 void quiet_library_log();
-
-// Switches the stage times on for denoisers created from now on (they need the verbose log). Run
-// them with run_timed() alone: run() would print their log.
-void verbose_library_log();
 
 }  // namespace vorn::tool

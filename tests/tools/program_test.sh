@@ -164,6 +164,7 @@ refuses "none/x1.json: cannot be written" bench --sizes 64x64 -o none/x1.json
 refuses "is no printable UTF-8 text" tune demo/clean.png --gains 8 -o x1.json --name $'\xff'
 refuses "needs all of GAIN NOISY CLEAN" tune --pair 8 "$noisy" -o x1.json
 for gain in nan inf -1 1e9 0x10 8x ""; do refuses "--gain" denoise "$noisy" -o x1.png --gain "$gain"; done
+refuses "--add" noise demo/clean.png --add nan -o x1.png
 refuses "--full-well" report "$noisy" -o x1.html --full-well nan
 refuses "--gains" tune demo/clean.png --gains 8,inf -o x1.json
 refuses "--pair" tune --pair inf "$noisy" demo/clean.png -o x1.json

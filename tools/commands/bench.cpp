@@ -154,7 +154,6 @@ int run_compare(const bench_args& args) {
 
 int run_bench(const bench_args& args) {
   if (!args.compare.empty()) return run_compare(args);
-  verbose_library_log();
   const machine m = this_machine();
   print("%s (%s), %d processors, kernels %s, 4 worker threads, %d frames each\n", m.cpu.c_str(),
         m.architecture.c_str(), m.processors, m.kernels.c_str(), args.frames);

@@ -67,7 +67,6 @@ int run_demo(const demo_args& args) {
   const frame clean = draw_chart(width, height);
   write_picture(path("clean.png"), clean);
 
-  verbose_library_log();
   denoiser library(clean.padded_width, clean.padded_height);
   std::vector<stage_time> stages;
   print("test chart, %dx%d, sensor noise with seed %llu\n", width, height,

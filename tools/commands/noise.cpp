@@ -12,6 +12,7 @@
 #include "tools/error.h"
 #include "tools/lab/noise_meter.h"
 #include "tools/picture/output_file.h"
+#include "tools/text.h"
 
 namespace vorn::tool {
 namespace {
@@ -78,48 +79,49 @@ std::string to_json(const noise_curve& curve, const chosen_entries& chosen) {
 
 void print_value(double value) {
   if (value < 0) {
-    std::printf("%8s", "-");
+    print("%8s", "-");
   } else {
-    std::printf("%8.2f", value);
+    print("%8.2f", value);
   }
 }
 
 void print_table(const noise_curve& curve) {
-  std::printf("standard deviation of the noise in grey levels\n");
-  std::printf("brightness       Y       U       V   blocks\n");
+  print("standard deviation of the noise in grey levels\n");
+  print("brightness       Y       U       V   blocks\n");
   for (const noise_class& k : curve.classes) {
-    std::printf("%10.0f", k.brightness);
+    print("%10.0f", k.brightness);
     print_value(k.y);
     print_value(k.u);
     print_value(k.v);
-    std::printf("%9d\n", k.blocks);
+    print("%9d\n", k.blocks);
   }
-  std::printf("%10s%8.2f%8.2f%8.2f\n", "all", curve.y, curve.u, curve.v);
-  std::printf("per pyramid level: luma");
-  for (const double level : curve.all.luma_levels) std::printf(" %.2f", level);
-  std::printf(", chroma %.2f %.2f\n", curve.all.chroma_levels[0], curve.all.chroma_levels[1]);
-  std::printf("correlation of neighbours: luma %.2f, chroma %.2f\n", curve.correlation_y,
-              curve.correlation_uv);
+  print("%10s%8.2f%8.2f%8.2f\n", "all", curve.y, curve.u, curve.v);
+  print("per pyramid level: luma");
+  for (const double level : curve.all.luma_levels) print(" %.2f", level);
+  print(", chroma %.2f %.2f\n", curve.all.chroma_levels[0], curve.all.chroma_levels[1]);
+  print("correlation of neighbours: luma %.2f, chroma %.2f\n", curve.correlation_y,
+        curve.correlation_uv);
 }
 
 void print_curve(const noise_curve& curve, const chosen_entries& chosen, const std::string& set) {
   if (!curve.classes.empty()) print_table(curve);
   const std::string doubt = doubt_of(curve);
-  if (!doubt.empty()) std::printf("doubtful: %s\n", doubt.c_str());
+  if (!doubt.empty()) print("doubtful: %s\n", doubt.c_str());
   if (curve.all.found == 0) {
-    std::printf("no noise found\n");
+    print("no noise found\n");
     return;
   }
-  std::printf("like gain %.3g (luma) and %.3g (chroma) of the sensor model%s\n", chosen.like.luma,
-              chosen.like.chroma, doubt.empty() ? "" : ", taken lower for the doubt");
-  std::printf("tuning entries of %s: gain %g for luma, gain %g for chroma\n", set.c_str(),
-              chosen.entry.luma, chosen.entry.chroma);
+  print("like gain %.3g (luma) and %.3g (chroma) of the sensor model%s\n", chosen.like.luma,
+        chosen.like.chroma, doubt.empty() ? "" : ", taken lower for the doubt");
+  print("tuning entries of %s: gain %g for luma, gain %g for chroma\n", set.c_str(),
+        chosen.entry.luma, chosen.entry.chroma);
 }
 
 // A noisy version of one picture or stream, every frame with noise of its own.
 int run_add(const noise_options& o) {
   if (o.inputs.size() != 1) throw error("--add", "takes one picture or stream");
   if (o.output.empty()) throw error("--add", "needs --output");
+  refuse_replacing(o.output, o.inputs);
   const auto reader = open_reader(o.inputs[0], o.picture);
   std::unique_ptr<frame_writer> writer;
   noise_model model = o.model;
@@ -172,22 +174,18 @@ void add_noise_command(CLI::App& program, job& chosen) {
   const auto o = std::make_shared<noise_options>();
   CLI::App* const command =
       program.add_subcommand("noise", "Measure the noise of pictures without a clean reference");
-  command->add_option("input", o->inputs, "Pictures or streams")->required();
+  add_files(*command, "input", o->inputs, "Pictures or streams")->required();
   CLI::Option* const flat =
       command->add_flag("--flat", o->flat, "Each picture shows an evenly lit surface");
   command->add_flag("--burst", o->burst, "The pictures are frames of one still scene")
       ->excludes(flat);
-  command->add_option("--tuning", o->tuning_file, "Tuning set to pick the entry from");
-  command->add_option("--json", o->json_file, "Write the figures here as well (- instead)");
+  add_file(*command, "--tuning", o->tuning_file, "Tuning set to pick the entry from");
+  add_file(*command, "--json", o->json_file, "Write the figures here as well (- instead)");
   CLI::Option* const add =
-      command
-          ->add_option(
-              "--add", o->add_gain,
-              "Measure nothing: write the clean input with the sensor model's noise at this "
-              "gain")
-          ->type_name("GAIN")
-          ->check(CLI::Range(1e-3, 1e4).description(""));
-  command->add_option("-o,--output", o->output, "File for that")->type_name("OUT")->needs(add);
+      add_real(*command, "--add", o->add_gain, kLowestGain, 1e4,
+               "Measure nothing: write the clean input with the sensor model's noise at this gain")
+          ->type_name("GAIN");
+  add_file(*command, "-o,--output", o->output, "File for that")->type_name("OUT")->needs(add);
   add_model_options(*command, o->model);
   add_picture_options(*command, o->picture, true);
   command->footer(

@@ -63,8 +63,6 @@ int run(const report_options& o) {
         [&](const search_progress& s) { bar.update(s.done, s.note); }, stop);
   }
 
-  // Last, because stage times need the library's log, which the sweeps do without.
-  verbose_library_log();
   frame after;
   std::vector<stage_time> fastest;
   naming(o.input, [&] {
