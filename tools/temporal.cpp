@@ -9,9 +9,10 @@ namespace {
 
 constexpr int kBlock = 8;
 constexpr int kMostShare = 11;  // of 16
-// Noise left by the filter, in 1/16 grey levels, per unit of luma strength: strengths are about 22
-// times the deviation of the noise, of which the filter leaves 0.4.
-constexpr int kLeft16Numerator = 3, kLeft16Denominator = 10;
+// Noise in 1/16 grey levels per unit of luma strength: strengths are about 22 times its deviation.
+// The filter leaves nearly all of it in texture, where nothing resembles a block enough to average
+// with.
+constexpr int kLeft16Numerator = 8, kLeft16Denominator = 11;
 constexpr int kLeastLeft16 = 12;
 
 int residual16(const tuning& t) {
@@ -60,9 +61,9 @@ int share_within(int measure, int limit16, int count) {
 }
 
 int share_of(const block_change& c, int left16) {
-  // The mean absolute difference of two frames with noise of deviation s is 1.13 s; means over a
-  // block of what the filter leaves, which is coarse, scatter by up to half of s.
-  const int mean_limit = left16 * 3 / 4;
+  // The mean absolute difference of two frames with noise of deviation s is 1.13 s; block means
+  // scatter by 0.2 s where the noise is white, and more where it is coarse.
+  const int mean_limit = left16 / 3;
   return std::min(std::min(share_within(c.absolute, left16 * 11 / 8, c.pixels),
                            share_within(std::abs(c.sum), mean_limit, c.pixels)),
                   std::min(share_within(std::abs(c.u), mean_limit, c.pairs),
@@ -121,7 +122,7 @@ void temporal_blend::run(frame& f, const tuning& t) {
           uint8_t& least = least_[size_t(row) * columns + column];
           least = std::min(least, shares_[size_t(y) * columns + x]);
         }
-  const int most = std::max(2, left16 * 3 / 16);
+  const int most = std::max(2, left16 * 2 / 16);
   for (int y = 0; y < height; ++y) {
     uint8_t* now = f.luma() + size_t(y) * width;
     const uint8_t* former = former_->luma() + size_t(y) * width;

@@ -3,10 +3,10 @@
 // Runs after the filter, on its results, so that motion is judged on pictures with little noise
 // left. Luma is cut into blocks of 8x8. A block is still when the mean of its absolute differences
 // to the former result, and the difference of the block means of luma and of both chroma planes,
-// stay within what the noise that the filter leaves explains. A still block takes 11/16 of the
+// stay within what the noise explains. A still block takes 11/16 of the
 // former result; towards 1.5 times the limit that share falls to nothing, and a block takes the
 // least share of the blocks around it, between whose centres shares are interpolated. No sample
-// moves by more than three deviations of that noise, so what the test misses leaves no ghost. A
+// moves by more than two deviations of that noise, so what the test misses leaves no ghost. A
 // frame in which most blocks move is a cut and stays as it is. Integers only: the same bytes on
 // every machine.
 #pragma once
