@@ -7,7 +7,6 @@
 
 namespace {
 
-using vorn::kPairsPerStep;
 
 template <typename Job>
 int pair_count(const Job& job) {
