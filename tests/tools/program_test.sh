@@ -37,24 +37,31 @@ check "chroma improves by 2 dB or more" awk '/noisy/ { u = $3; v = $4 } /denoise
 noisy=demo/noisy_gain8.png
 
 # One set of samples through every kind of file gives one result.
-check "to y4m" "$program" denoise "$noisy" -o a.y4m
-check "to nv21" "$program" denoise "$noisy" -o a_322x242.nv21
+check "to y4m" "$program" denoise "$noisy" -o a.y4m --gain 8
+check "to nv21" "$program" denoise "$noisy" -o a_322x242.nv21 --gain 8
 check "kinds agree" "$program" compare a.y4m a_322x242.nv21 --json kinds.json >/dev/null
 check "kinds are equal" grep -q '"y": "inf"' kinds.json
 check "jpeg out" "$program" denoise "$noisy" -o a.jpg
 check "jpeg in" "$program" denoise a.jpg -o b.png
 check "pipes" bash -c '"$1" denoise - -o - <a.y4m | "$1" denoise - -o piped.y4m' - "$program"
-check "quiet" bash -c '[ -z "$("$1" denoise a.jpg -o q.png 2>&1)" ]' - "$program"
+check "quiet" bash -c '[ -z "$("$1" denoise a.jpg -o q.png --gain 8 2>&1)" ]' - "$program"
 if command -v ffmpeg >/dev/null; then
   check "ffmpeg" bash -c 'ffmpeg -v error -f lavfi -i testsrc2=size=320x240:rate=10:duration=0.5 -pix_fmt yuv420p -f yuv4mpegpipe - | "$1" denoise - -o - | ffmpeg -v error -y -i - -c:v ffv1 v.mkv' - "$program"
   check "all frames pass" [ "$(ffprobe -v error -count_frames -show_entries stream=nb_read_frames -of csv=p=0 v.mkv)" = 5 ]
 fi
 
+# Without a gain the noise is measured, said, and nothing done where there is none.
+check "gain auto" "$program" denoise "$noisy" -o auto.png 2>auto.txt
+check "says which" grep -qE 'gain auto: luma [0-9.]+ \(entry [48]\), chroma [0-9.]+ \(entry [48]\); noise' auto.txt
+check "clean" "$program" denoise demo/clean.png -o untouched.png --gain auto 2>auto.txt
+check "says why" grep -q 'no noise found, left as it is' auto.txt
+check "left as it is" bash -c '"$1" compare demo/clean.png untouched.png --json same.json >/dev/null && grep -q "\"y\": \"inf\"" same.json' - "$program"
+
 # Only what is asked for changes.
-"$program" denoise "$noisy" -o n_322x242.nv12 --luma-intensity 0,0,0,0,0 --luma-only
-"$program" denoise "$noisy" -o c_322x242.nv12 --chroma-only
+"$program" denoise "$noisy" -o n_322x242.nv12 --luma-intensity 0,0,0,0,0 --luma-only --gain 8
+"$program" denoise "$noisy" -o c_322x242.nv12 --chroma-only --gain 8
 check "fine mode is another result" bash -c '"$1" denoise "$2" -o f1.png --fine && "$1" denoise "$2" -o f2.png && ! cmp -s f1.png f2.png' - "$program" "$noisy"
-"$program" denoise "$noisy" -o l_322x242.nv12 --luma-only
+"$program" denoise "$noisy" -o l_322x242.nv12 --luma-only --gain 8
 luma=$((322 * 242))
 check "chroma only leaves luma" cmp -s -n $luma n_322x242.nv12 c_322x242.nv12
 check "luma only leaves chroma" cmp -s -i $luma n_322x242.nv12 l_322x242.nv12
@@ -80,7 +87,7 @@ check "and the other is replayed" grep -q '1 replayed: 0 identical, 1 different,
 
 check "tuning to text" "$program" tuning to-dump --gain 8 -o t
 check "and back" "$program" tuning from-dump t_*_turning_param.txt --gain 8 -o t.json
-check "the same result" "$program" denoise "$noisy" -o t_322x242.nv21 --tuning t.json
+check "the same result" "$program" denoise "$noisy" -o t_322x242.nv21 --tuning t.json --gain 8
 check "byte for byte" cmp -s a_322x242.nv21 t_322x242.nv21
 
 # Many files, one of them bad.

@@ -39,28 +39,22 @@ void parse_size(const std::string& text, picture_options& options);
 // --tuning, --gain, --luma-only, --chroma-only and an option for every field.
 struct tuning_options {
   std::string file;  // empty: the set inside the tool
-  double gain = 0;   // 0: kDefaultGain
+  double gain = 0;   // 0: none given
   bool luma_only = false;
   bool chroma_only = false;
   bool fine = false;
   std::vector<std::pair<int, int32_t>> overrides;  // field index, value
 
-  // The set that the options name, its entry for the gain, and that entry with the overrides.
+  // The set that the options name, its entry for the gain (or kDefaultGain), and that entry with
+  // the overrides.
   tuning_set load_set() const;
   tuning resolve() const;
+  // t with the overrides, and only the halves that are wanted.
+  tuning applied_to(tuning t) const;
 };
 
-// The tuning of every frame of a stream, from the options alone. Frames come in their order, on one
-// thread.
-class frame_tuning {
- public:
-  explicit frame_tuning(const tuning_options& options) : chosen_(options.resolve()) {}
-  const tuning& of(const frame&) { return chosen_; }
-
- private:
-  tuning chosen_;
-};
 constexpr double kDefaultGain = 8;
-void add_tuning_options(CLI::App& command, tuning_options& options);
+// automatic: without --gain, or with --gain auto, the gain is measured; else it is kDefaultGain.
+void add_tuning_options(CLI::App& command, tuning_options& options, bool automatic = false);
 
 }  // namespace vorn::tool

@@ -9,6 +9,7 @@
 
 #include "tools/batch.h"
 #include "tools/commands/commands.h"
+#include "tools/commands/frame_tuning.h"
 #include "tools/denoiser.h"
 #include "tools/error.h"
 #include "tools/machine.h"
@@ -59,25 +60,46 @@ std::vector<std::string> denoise_file(const denoise_args& args, const batch_file
     bar.emplace(file.input == "-" ? "denoise" : file.input, reader->frame_count(), "frames");
   int64_t count = 0;
   temporal_blend blend;
-  const tuning strength = args.tuning.resolve();
+  // Tunings and results may come on different threads.
+  std::mutex said_lock;
+  std::string said;
+  tuning strength;  // of the last frame
+  const auto tuning_of = [&](const frame& f) {
+    const tuning t = tunings.of(f);
+    const std::lock_guard<std::mutex> guard(said_lock);
+    strength = t;
+    if (show_progress && !tunings.said().empty()) said = name + ": " + tunings.said();
+    return t;
+  };
   const auto write = [&](frame& f) {
-    if (args.temporal) blend.run(f, strength);
+    if (args.temporal) {
+      std::unique_lock<std::mutex> guard(said_lock);
+      const tuning now = strength;
+      guard.unlock();
+      blend.run(f, now);
+    }
     // Opened last: bad input leaves no trace of the output.
     if (!writer) writer = open_writer(file.output, args.pictures, reader->info);
     writer->write(f);
+    {
+      const std::lock_guard<std::mutex> guard(said_lock);
+      if (!said.empty()) {
+        if (bar) bar->clear();
+        note(said);
+        said.clear();
+      }
+    }
     if (bar) bar->update(++count);
   };
   naming_memory(name, [&] {
     if (reader->frame_count() == 1) {
       frame f;
       reader->next(f);
-      naming(name, [&] { libraries.of(f).run(f, tunings.of(f)); });
+      naming(name, [&] { libraries.of(f).run(f, tuning_of(f)); });
       write(f);
       return;
     }
-    denoise_stream({[&](frame& f) { return reader->next(f); },
-                    [&](const frame& f) { return tunings.of(f); }, write},
-                   processors);
+    denoise_stream({[&](frame& f) { return reader->next(f); }, tuning_of, write}, processors);
   });
   writer->finish();
   return lost_in(reader->info.metadata, written_kind(file.output, args.pictures));
@@ -251,10 +273,11 @@ void add_denoise(CLI::App& program, job& chosen) {
   command->add_flag("--force", args->files.force, "Let a result replace its input");
   command->add_flag("--temporal", args->temporal,
                     "Video: blend what stands still with the frame before, against flicker");
-  add_tuning_options(*command, args->tuning);
+  add_tuning_options(*command, args->tuning, true);
   add_picture_options(*command, args->pictures, true);
   command->footer(
       "Examples:\n"
+      "  vorn-ycnr denoise noisy.jpg -o clean.png\n"
       "  vorn-ycnr denoise noisy.jpg -o clean.png --gain 16\n"
       "  vorn-ycnr denoise holiday/ -o cleaned/ --gain 4 --recursive --skip-existing\n"
       "  ffmpeg -i in.mp4 -pix_fmt yuv420p -f yuv4mpegpipe - | vorn-ycnr denoise - -o - | "

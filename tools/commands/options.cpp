@@ -5,6 +5,7 @@
 #include "tools/commands/commands.h"
 #include "tools/error.h"
 #include "tools/numbers.h"
+#include "tools/text.h"
 
 namespace vorn::tool {
 namespace {
@@ -142,15 +143,29 @@ void add_field_option(CLI::App& command, const field_option& entry, tuning_optio
 
 }  // namespace
 
-void add_tuning_options(CLI::App& command, tuning_options& options) {
+void add_tuning_options(CLI::App& command, tuning_options& options, bool automatic) {
   add_file(command, "-t,--tuning", options.file, "Tuning set (JSON); else the one built in")
       ->group("Tuning");
-  add_real(command, "-g,--gain", options.gain, kLowestGain, kHighestGain,
-           "Sensor gain, 1 = base: picks the set's nearest entry in stops; a higher gain "
-           "filters more [" +
-               short_number(kDefaultGain) + "]")
-      ->type_name("GAIN")
-      ->group("Tuning");
+  const std::string otherwise =
+      automatic ? "; auto measures the frames [auto]" : " [" + short_number(kDefaultGain) + "]";
+  CLI::Option* const gain =
+      add_real(command, "-g,--gain", options.gain, automatic ? 0 : kLowestGain, kHighestGain,
+               "Sensor gain, 1 = base: picks the set's nearest entry in stops; a higher gain "
+               "filters more" +
+                   otherwise)
+          ->type_name(automatic ? "GAIN|auto" : "GAIN")
+          ->group("Tuning");
+  // Inside, 0 stands for auto; a gain of 0 is none.
+  if (automatic) {
+    gain->transform([](const std::string& text) -> std::string {
+      double value = 1;
+      if (text == "auto") return "0";
+      if (CLI::detail::lexical_cast(text, value) && value < kLowestGain)
+        throw CLI::ValidationError(
+            "--gain", printable(text) + " is below " + short_number(kLowestGain) + "; or say auto");
+      return text;
+    });
+  }
   CLI::Option* const luma =
       command.add_flag("--luma-only", options.luma_only, "Leave chroma as it is")->group("Tuning");
   command.add_flag("--chroma-only", options.chroma_only, "Leave luma as it is")
@@ -167,16 +182,20 @@ tuning_set tuning_options::load_set() const {
   return file.empty() ? default_tuning_set() : read_tuning_set(file);
 }
 
-tuning tuning_options::resolve() const {
-  tuning t = load_set().nearest(gain > 0 ? gain : kDefaultGain).values;
+tuning tuning_options::applied_to(tuning t) const {
   for (const auto& [field, value] : overrides) set_field(t, field, value);
   t.fine = fine;
-  if (luma_only || chroma_only) {
-    t.luma.enable = luma_only;
-    t.chroma.enable = chroma_only;
-  }
+  if (luma_only) t.chroma.enable = 0;
+  if (chroma_only) t.luma.enable = 0;
   check_tuning(t, "");
   return t;
+}
+
+tuning tuning_options::resolve() const {
+  tuning t = load_set().nearest(gain > 0 ? gain : kDefaultGain).values;
+  if (luma_only) t.luma.enable = 1;
+  if (chroma_only) t.chroma.enable = 1;
+  return applied_to(t);
 }
 
 }  // namespace vorn::tool
