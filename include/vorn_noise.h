@@ -93,8 +93,8 @@ typedef struct vorn_noise_sensor {
 /* Gains at which a sensor with sRGB tone curve makes as much luma and as much chroma noise as was
  * measured, at least 0.25 and at most 256; the two differ where a camera filters them differently.
  * A sensor of null is the one that the default set was made for, so that its entries can be picked
- * by the result. Where the measurement is doubted the gains are taken lower, by up to two stops:
- * too little filtering leaves noise, too much takes texture away. Returns VORN_TUNING_OK;
+ * by the result. Where the measurement is doubted the gains are taken lower, by one and a half
+ * stops: too little filtering leaves noise, too much takes texture away. Returns VORN_TUNING_OK;
  * VORN_TUNING_ARGUMENT for null pointers or a sensor that is none; VORN_TUNING_INVALID, both gains
  * 0, where no noise was found.
  */

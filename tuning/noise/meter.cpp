@@ -25,7 +25,7 @@ constexpr double kDoubtfulKurtosis = 3.1;
 constexpr double kHardlyAny = 0.03;
 // Strong noise would hide the texture that these moments still show, and be all there is in the
 // lowest band, too, but for so many octaves of variance: a lawn, gravel.
-constexpr double kStrong = 4, kStrongShare = 0.5, kStrongKurtosis = 2.92, kCoarseExcess = 0.8;
+constexpr double kStrong = 4, kStrongShare = 0.75, kStrongKurtosis = 2.92, kCoarseExcess = 0.35;
 
 // Blocks of one plane (luma, U or V) over all frames.
 struct plane_blocks {

@@ -14,8 +14,8 @@ constexpr double kDarkest = 20, kBrightest = 240;
 // excess counts: coarser noise calls for more strength than its deviation says.
 constexpr double kUsualLumaRatio = 0.41, kUsualChromaRatio = 0.55;
 constexpr double kRatioCounts = 0.3;
-// Stops by which a picture of texture alone takes less, and the share from which on none.
-constexpr double kDoubtStops = 2, kSureShare = 0.5;
+// Stops by which a doubted picture takes less.
+constexpr double kDoubtStops = 1.5;
 
 double square(double x) {
   return x * x;
@@ -98,8 +98,7 @@ void gains_for(const vorn_noise& noise, const vorn_noise_sensor& sensor, double*
       [&](double gain, double b) { return noise_at(sensor, gain, b).chroma; });
   if (chroma_sigma <= 0) *chroma = *luma;
   if (noise.doubt != VORN_NOISE_TEXTURE) return;
-  const double less =
-      std::exp2(-kDoubtStops * std::clamp(1 - noise.confidence / kSureShare, 0.0, 1.0));
+  const double less = std::exp2(-kDoubtStops);
   *luma = std::max(kLeastGain, *luma * less);
   *chroma = std::max(kLeastGain, *chroma * less);
 }
