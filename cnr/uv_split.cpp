@@ -7,7 +7,6 @@
 
 namespace {
 
-
 template <typename Job>
 int pair_count(const Job& job) {
   return job.end > job.start ? (job.end - job.start) / 2 + (job.end - job.start) % 2 : 0;
