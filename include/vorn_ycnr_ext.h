@@ -99,7 +99,7 @@ VORN_API int32_t vorn_ycnr_log_level(void);
  * negative level hands it back to the properties. Returns the former level. */
 VORN_API int32_t vorn_ycnr_set_log_level(int32_t level);
 /* Denoises one frame in fine mode: luma is better by 0.1 to 0.4 dB and strong white chroma noise by
- * as much than with vorn_ycnr_process, in two to three times its processor time. Luma's finest
+ * as much than with vorn_ycnr_process, in three to four times its processor time. Luma's finest
  * level is filtered on four shifted grids of blocks and averaged, which leaves no pattern of the
  * window; coarse blotches of colour are taken out before the tuning's own chroma passes, by as much
  * as the frame's noise has of them. Arguments, results and what is overwritten are those of

@@ -173,7 +173,7 @@ void add_tuning_options(CLI::App& command, tuning_options& options, bool automat
       ->group("Tuning");
   command
       .add_flag("--fine", options.fine,
-                "Fine mode: better by 0.1 to 0.4 dB, in two to three times the time")
+                "Fine mode: better by 0.1 to 0.4 dB, in three to four times the time")
       ->group("Tuning");
   for (const field_option& entry : kFieldOptions) add_field_option(command, entry, options);
 }
