@@ -63,18 +63,19 @@ std::vector<std::string> denoise_file(const denoise_args& args, const batch_file
   // Tunings and results may come on different threads.
   std::mutex said_lock;
   std::string said;
-  tuning strength;  // of the last frame
+  std::deque<tuning> strengths;  // of the frames under way
   const auto tuning_of = [&](const frame& f) {
     const tuning t = tunings.of(f);
     const std::lock_guard<std::mutex> guard(said_lock);
-    strength = t;
+    if (args.temporal) strengths.push_back(t);
     if (show_progress && !tunings.said().empty()) said = name + ": " + tunings.said();
     return t;
   };
   const auto write = [&](frame& f) {
     if (args.temporal) {
       std::unique_lock<std::mutex> guard(said_lock);
-      const tuning now = strength;
+      const tuning now = strengths.front();
+      strengths.pop_front();
       guard.unlock();
       blend.run(f, now);
     }
