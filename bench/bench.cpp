@@ -175,14 +175,8 @@ void register_frames() {
                                     {"1920x1080", 1920, 1080},
                                     {"3840x2160", 3840, 2160},
                                     {"4000x3000", 4000, 3000}};
-  struct choice {
-    const char* name;
-    algorithms which;
-  };
-  static constexpr choice kChoices[] = {
-      {"both", algorithms::both}, {"luma", algorithms::luma}, {"chroma", algorithms::chroma}};
   for (const size& s : kSizes)
-    for (const choice& c : kChoices)
+    for (const named_algorithms& c : kAlgorithms)
       for (int workers : {1, 4})
         for_each_form(std::string("frame/") + c.name + "/" + s.name + "/" + std::to_string(workers),
                       0.3, [s, c, workers](benchmark::State& state, kernel_form) {

@@ -1,5 +1,5 @@
 // Runs a stage or whole frames a number of times and nothing else, for programs that count
-// instructions: count_work FORM WIDTH HEIGHT TIMES both|luma|chroma|STAGE
+// instructions: count_work FORM WIDTH HEIGHT TIMES both|luma|chroma|gain-1|gain-8|gain-64|STAGE
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -42,9 +42,8 @@ int main(int argc, char** argv) {
     return 2;
   }
   int result = 2;
-  if (what == "both") result = denoise(width, height, times, bench::algorithms::both);
-  if (what == "luma") result = denoise(width, height, times, bench::algorithms::luma);
-  if (what == "chroma") result = denoise(width, height, times, bench::algorithms::chroma);
+  for (const bench::named_algorithms& a : bench::kAlgorithms)
+    if (what == a.name) result = denoise(width, height, times, a.which);
   for (const bench::stage& s : bench::stages()) {
     if (what != s.name) continue;
     bench::scene at(width, height, 1);

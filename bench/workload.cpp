@@ -6,10 +6,31 @@
 #include "base/log.h"
 #include "runtime/exported/pool.h"
 #include "runtime/pool.h"
+#include "vorn_tuning.h"
 
 namespace bench {
 
+namespace {
+
+void take_default(double gain, tuning* to) {
+  vorn_tuning_set* set = vorn_tuning_default(nullptr);
+  if (!set || vorn_tuning_for_gain(set, gain, &to->ynr, &to->cnr) != VORN_TUNING_OK) std::abort();
+  vorn_tuning_free(set);
+}
+
+}  // namespace
+
 tuning::tuning(algorithms which) {
+  parameters.ynr = &ynr;
+  parameters.cnr = &cnr;
+  const double gain = which == algorithms::gain_1    ? 1
+                      : which == algorithms::gain_8  ? 8
+                      : which == algorithms::gain_64 ? 64
+                                                     : 0;
+  if (gain != 0) {
+    take_default(gain, this);
+    return;
+  }
   ynr.enable = which != algorithms::chroma;
   ynr.layer = 4;
   for (int& intensity : ynr.pIntensity) intensity = 45;
@@ -23,8 +44,6 @@ tuning::tuning(algorithms which) {
   cnr.step = 1;
   cnr.color_edge_u = 8;
   cnr.color_edge_v = 9;
-  parameters.ynr = &ynr;
-  parameters.cnr = &cnr;
 }
 
 std::vector<uint8_t> noisy_frame(int width, int height) {

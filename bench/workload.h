@@ -13,10 +13,21 @@
 
 namespace bench {
 
-enum class algorithms { luma, chroma, both };
+// One or both algorithms with the tuning that the published figures are for, or both with an entry
+// of the default set, by its gain.
+enum class algorithms { luma, chroma, both, gain_1, gain_8, gain_64 };
 
-// Luma 4 layers with windows 5/7/7/7 and the built-in mask; chroma on two levels, radius 18,
-// taps 2 apart.
+struct named_algorithms {
+  const char* name;
+  algorithms which;
+};
+constexpr named_algorithms kAlgorithms[] = {
+    {"both", algorithms::both},     {"luma", algorithms::luma},
+    {"chroma", algorithms::chroma}, {"gain-1", algorithms::gain_1},
+    {"gain-8", algorithms::gain_8}, {"gain-64", algorithms::gain_64}};
+
+// Without a gain: luma 4 layers with windows 5/7/7/7 and the built-in mask; chroma on two levels,
+// radius 18, taps 2 apart.
 struct tuning {
   ycnr_ynr_tuning_param ynr{};
   ycnr_cnr_tuning_param cnr{};
