@@ -28,6 +28,7 @@ TEST(TuningSet, PassesThroughTheLibraryWhole) {
   set.name = "n";
   set.entries[1].name = "dusk";
   set.entries[1].notes = "tripod";
+  set.entries[0].values.luma.layer = 2;
   const std::string text = tuning_set_to_json(set);
   const tuning_set back = parse_tuning_set(text, "set.json");
   EXPECT_EQ(back.entries.size(), set.entries.size());
