@@ -59,7 +59,8 @@ _tag_uni_image block_destination(const ynr_handle_t& handle);
 
 // The weight map of an intensity (kMapSize entries), kept from frame to frame behind the scratch
 // block's images: a tuning has one intensity per level. Made when it is not there, in the place of
-// the oldest; so it stays until kLevels others were asked for. 23 KB, not part of memory_mb. Null for a handle without the block.
+// the oldest; so it stays until kLevels others were asked for. 23 KB, not part of memory_mb. Null
+// for a handle without the block.
 int* kept_weight_map(const ynr_handle_t& handle, int intensity);
 
 // The kernels' table of a map that kept_weight_map gave; null for any other map, or when the map
