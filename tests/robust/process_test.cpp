@@ -36,8 +36,8 @@ int in_child(const Body& body) {
 }
 
 TEST(Fork, AHandleKnowsItsProcess) {
-#ifdef __SANITIZE_THREAD__
-  GTEST_SKIP() << "this sanitizer does not follow a fork of several threads";
+#if defined(__SANITIZE_THREAD__) || defined(VORN_EMULATED)
+  GTEST_SKIP() << "neither this sanitizer nor the emulator follows a fork of several threads";
 #endif
   ycnr_init_param size = {kWidth, kHeight};
   frame src(kWidth, kHeight), dst(kWidth, kHeight), again(kWidth, kHeight);
@@ -82,8 +82,8 @@ void count_line(void* context, int32_t, const char*) {
 
 // The locks that other threads hold at the moment of the fork are free in the child.
 TEST(Fork, ChildrenOfABusyProcessLogAndStamp) {
-#ifdef __SANITIZE_THREAD__
-  GTEST_SKIP() << "this sanitizer does not follow a fork of several threads";
+#if defined(__SANITIZE_THREAD__) || defined(VORN_EMULATED)
+  GTEST_SKIP() << "neither this sanitizer nor the emulator follows a fork of several threads";
 #endif
   std::atomic<int> lines{0};
   std::atomic<bool> stop{false};
