@@ -289,7 +289,9 @@ int one_thread_done(pool* workers) {
   // says so first and looks at the count then. One of the two sees the other.
   if (vorn::add(&workers->done_count, 1) != vorn::load(workers->awaited)) return 0;
   lock_soon(&workers->pro_lock);
-  const bool sleeps = workers->awaited != 0;
+  // Asked again: a thread that lost its processor since the first look may be here with the count
+  // of one stage while the submitter already sleeps for the next.
+  const bool sleeps = workers->awaited != 0 && vorn::load(workers->done_count) == workers->awaited;
   if (sleeps) {
     vorn::store(&workers->awaited, 0);
     vorn::add(&workers->polls.active, 1);

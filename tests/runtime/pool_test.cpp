@@ -106,6 +106,29 @@ TEST(Pool, ThousandsOfShortStages) {
   }
 }
 
+void* count_one(void* workers) {
+  one_thread_done(static_cast<pool*>(workers));
+  return nullptr;
+}
+
+// A worker may lose its processor between its count and waking the submitter, for as long as other
+// programs like. By then the submitter can be asleep for the next stage, which is not over.
+TEST(Pool, ALateWorkerDoesNotEndTheNextStage) {
+  pool* workers = nullptr;
+  ASSERT_EQ(vorn_threadpool_init(&workers, 1), 0);
+  pthread_mutex_lock(&workers->pro_lock);
+  vorn::store(&workers->done_count, 3);
+  vorn::store(&workers->awaited, 4);
+  pthread_t late;
+  ASSERT_EQ(pthread_create(&late, nullptr, count_one, workers), 0);
+  while (vorn::load(workers->done_count) != 4) sched_yield();  // and waits for the lock
+  vorn::store(&workers->done_count, 1);                        // of the next stage
+  pthread_mutex_unlock(&workers->pro_lock);
+  pthread_join(late, nullptr);
+  EXPECT_EQ(vorn::load(workers->awaited), 4);
+  EXPECT_EQ(vorn_threadpool_destroy(workers), 0);
+}
+
 struct gate {
   pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
   pthread_cond_t changed = PTHREAD_COND_INITIALIZER;
