@@ -8,7 +8,6 @@
 #include "api/tuning.h"
 #include "base/handle.h"
 #include "base/log.h"
-#include "base/stage_times.h"
 #include "cnr/cnr_driver.h"
 #include "cnr/cnr_handle.h"
 #include "runtime/image.h"
@@ -291,7 +290,7 @@ int32_t vorn::process_frame(denoise_handle_t* handle, _tag_uni_image* src, _tag_
                                       : "vorn_ycnr_process";
   const double ms = getTime() - start;
   VORN_LOG_AS(kLogInfo, kProcess, "%s time cost : %.3f \n", name, ms);
-  tell_time(*handle, name, ms);
+  handle->pool->sink.tell(name, ms);
   return VORN_OK;
 }
 

@@ -108,8 +108,6 @@ int32_t planes_call::run(denoise_handle_t* on, int width, int height, int chroma
   src.height = dst.height = height;
   src.plane[0] = input;
   dst.plane[0] = result;
-  on->stage_sink = handle->stage_sink;
-  on->stage_context = handle->stage_context;
   const int32_t code = vorn::process_frame(on, &src, &dst, &params);
   if (!direct) {
     vorn::unpack_luma(on->pool, result, to, width);
@@ -211,8 +209,7 @@ int32_t vorn_ycnr_set_stage_sink(denoise_handle_t* handle, vorn_ycnr_stage_sink 
     VORN_LOGE("handle %p %s\n", static_cast<void*>(handle), use.refusal());
     return VORN_FAIL;
   }
-  handle->stage_sink = sink;
-  handle->stage_context = context;
+  handle->pool->sink = {sink, context};
   return VORN_OK;
 }
 

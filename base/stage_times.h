@@ -3,19 +3,24 @@
 
 #include <type_traits>
 
-#include "base/handle.h"
 #include "base/log.h"
 
 namespace vorn {
 
-// Tells owner's stage_sink, if it has one, the milliseconds of what name says.
-void tell_time(const denoise_handle_t& owner, const char* name, double ms);
+// Who is told the time of every stage.
+struct stage_sink {
+  void (*sink)(void* context, const char* stage, double ms);  // or null
+  void* context;
+
+  // ms of what name says.
+  void tell(const char* name, double ms) const;
+};
 
 class stage_times {
  public:
-  // Of a frame of owner's. Lines stand under the name `function`; `unit` follows the milliseconds.
-  stage_times(const denoise_handle_t* owner, const char* function, const char* unit)
-      : owner_(owner), function_(function), unit_(unit) {}
+  // Lines stand under the name `function`; `unit` follows the milliseconds.
+  stage_times(const stage_sink& sink, const char* function, const char* unit)
+      : sink_(sink), function_(function), unit_(unit) {}
 
   // Calls stage(), which returns nothing, or 0 or a failure, and reports its time unless it failed.
   // Does nothing after a failure. name is a format that may print level.
@@ -31,17 +36,17 @@ class stage_times {
   }
 
   // What every stage's time goes through: one DEBUG line "    <name> cost time: <ms><unit> ", and
-  // the owner's stage_sink.
+  // the sink.
   void report(const char* name, int level, double ms, int line = __builtin_LINE()) const;
 
-  // For the application alone, without a line: ms of what name says.
-  void tell(const char* name, double ms) const;
+  // For the sink alone, without a line.
+  void tell(const char* name, double ms) const { sink_.tell(name, ms); }
 
   // 0, or what the stage that failed returned.
   int result() const { return result_; }
 
  private:
-  const denoise_handle_t* owner_;
+  const stage_sink& sink_;
   const char* function_;
   const char* unit_;
   int result_ = 0;

@@ -292,7 +292,7 @@ int run_frame(denoise_handle_t* owner, const _tag_uni_image& src, const _tag_uni
                         param,
                         vorn::level_of(owner->cnr, 0),
                         vorn::level_of(owner->cnr, 1),
-                        {owner, kDriver, ""}};
+                        {owner->cnr->pool->sink, kDriver, ""}};
   frame.split();
   filter(&frame);
   frame.merge();

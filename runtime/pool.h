@@ -10,6 +10,7 @@
 
 #include <cstddef>
 
+#include "base/stage_times.h"
 #include "runtime/polling.h"
 #include "vorn_ycnr.h"
 
@@ -49,6 +50,7 @@ struct pool {
   int woken;     // workers that were woken and have not run yet
   vorn::poll_state polls;
   int generation;  // of the process whose threads these are
+  vorn::stage_sink sink;
 };
 
 // Stops and joins the workers, drops jobs still queued, frees the pool. Returns 0; -1 when

@@ -7,6 +7,7 @@
 #include "cnr/exported/pyramid_stages.h"
 #include "cnr/uv_split.h"
 #include "pyramid/kernels/pyramid_kernels.h"
+#include "runtime/pool.h"
 
 namespace {
 
@@ -53,7 +54,7 @@ int color_noise_reduce_mask_process(void* handle, _tag_uni_image* src, _tag_uni_
   unsigned char* const dst_uv = src_uv - src->plane[0] + dst->plane[0];
 
   const double begin = getTime();
-  vorn::stage_times stages(owner, __func__, "");
+  vorn::stage_times stages(cnr->pool->sink, __func__, "");
   stages.run(param->saturation ? "splitUV_saturation" : "splitUV", 0, [&] {
     unsigned char *const u = fine.u->plane[0], *const v = fine.v->plane[0];
     if (param->saturation)

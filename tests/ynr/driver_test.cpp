@@ -5,12 +5,15 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <cstring>
 #include <vector>
 
 #include "base/log.h"
 #include "runtime/exported/pool.h"
 #include "runtime/pool.h"
 #include "tests/frame/frame_util.h"
+#include "tests/support/guarded.h"
 #include "ynr/block_rules.h"
 #include "ynr/block_sums.h"
 
@@ -47,6 +50,19 @@ _tag_ynr_param_output tuning(int layer, int intensity, int radius) {
     p.pRadius[l] = radius;
   }
   return p;
+}
+
+// A caller's own record may end where the public calls' part of denoise_handle_t begins.
+TEST(LumaFrame, NeedsNoMoreOfTheOwnerThanItsFirstFields) {
+  luma l(64, 48);
+  const size_t bytes = offsetof(denoise_handle_t, packed);
+  const vorn_test::guarded_buffer record(bytes, vorn_test::guarded_buffer::side::end);
+  std::memcpy(record.data(), &l.top, bytes);
+  frame_util::random_source random(2);
+  canvas src(64, 48, 64, random), dst(64, 48, 64, random);
+  _tag_ynr_param_output param = tuning(3, 40, 7);
+  EXPECT_EQ(pyramid_denoise_mask_process(record.data(), src.image(), dst.image(), nullptr, &param),
+            0);
 }
 
 // All intensities 0: the frame comes back bit for bit, right edge included, whatever the frame
