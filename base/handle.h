@@ -31,8 +31,8 @@ struct _tag_cnr_param_output {
   int param2;
 };
 
-// Callers of the drivers may have a record of their own that ends with cnr_param: what stands behind
-// it is for the public calls alone.
+// Callers of the drivers may have a record of their own that ends with cnr_param: what stands
+// behind it is for the public calls alone.
 struct denoise_handle_t {
   ynr_handle_t* ynr;  // luma scratch, created last
   cnr_handle_t* cnr;  // chroma scratch
@@ -43,6 +43,6 @@ struct denoise_handle_t {
   unsigned char* packed;            // two frames for frames in planes, or null
   int busy;                         // 1 while a thread is in a call that uses the handle
   denoise_handle_t* enlarged;       // for frames too small for their tuning, or null; same pool
-  unsigned char* grids;  // scratch of the fine mode's luma grids, or null
-  bool fine;             // the frame under way came through vorn_ycnr_process_fine
+  unsigned char* grids;             // scratch of the fine mode's luma grids, or null
+  bool fine;                        // the frame under way came through vorn_ycnr_process_fine
 };

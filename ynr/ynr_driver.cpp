@@ -223,7 +223,8 @@ int run_frame(const denoise_handle_t* owner, _tag_uni_image* src, _tag_uni_image
   const double start = getTime();
 
   frame_mask memory;
-  luma_frame frame = {owner->ynr, param, src, dst, mask, !mask, grids, {owner->ynr->pool->sink, kDriver, " ms"}};
+  luma_frame frame = {owner->ynr, param, src,   dst,
+                      mask,       !mask, grids, {owner->ynr->pool->sink, kDriver, " ms"}};
   frame.build_pyramid();
   if (frame.own_mask) frame.make_mask(&memory);
   for (int level = frame.coarsest(); level >= 1; --level) {
