@@ -117,6 +117,11 @@ outcome check_frame(const denoise_handle_t& handle, const frame& io, filters wan
   return outcome::done;
 }
 
+int filter_chroma_plane(denoise_handle_t* handle, _tag_uni_image* from, _tag_uni_image* to,
+                        int strength) {
+  return vorn::filter_plane(handle->plane, from, to, strength, handle->grids);
+}
+
 outcome run_filters(denoise_handle_t* handle, frame* io, filters wanted) {
   // The luma filter writes every luma sample, so only what it leaves alone is copied beforehand.
   io->copy_input(handle->pool, wanted.luma ? io->luma_bytes() : 0);
@@ -130,7 +135,8 @@ outcome run_filters(denoise_handle_t* handle, frame* io, filters wanted) {
     vorn::copy_bytes(handle->pool, io->src.plane[0], io->dst.plane[0],
                      static_cast<size_t>(io->luma_bytes()));
   if (wanted.chroma &&
-      (fine ? vorn::cnr_process_fine(handle, &io->src, &io->dst)
+      (fine ? vorn::cnr_process_fine(handle, &io->src, &io->dst,
+                                     handle->plane ? filter_chroma_plane : nullptr)
             : uni_color_noise_reduce_process(handle, &io->src, &io->dst, &handle->cnr_param)) != 0)
     return outcome::chroma_failed;
   return outcome::done;
@@ -315,6 +321,7 @@ int32_t vorn_ycnr_deinit(denoise_handle_t* handle) {
   std::free(handle->packed);
   vorn::close_enlarged(handle);
   std::free(handle->grids);
+  if (handle->plane) ynr_deinit(handle->plane);
   if (cnr_deinit(handle->cnr) != 0) {
     VORN_LOGE("cnr deinit fail \n");
     return VORN_FAIL;

@@ -10,13 +10,17 @@
 
 namespace {
 
-// Whether the handle has its scratch, which is allocated at the first question.
+// Whether the handle has its scratch, which is allocated at the first question. Chroma planes below
+// one block of the luma filter go without it.
 bool has_scratch(denoise_handle_t* handle) {
+  const int width = handle->ynr->width, height = handle->ynr->height;
+  const bool planes = width / 2 >= 4 && height / 2 >= 4;
   if (!handle->grids)
-    handle->grids =
-        static_cast<unsigned char*>(std::calloc(1, vorn::four_grids_scratch(handle->ynr->width)));
-  if (!handle->grids) VORN_LOG_AS(vorn::kLogError, "vorn_ycnr_process_fine", "malloc failed\n");
-  return handle->grids;
+    handle->grids = static_cast<unsigned char*>(std::calloc(1, vorn::four_grids_scratch(width)));
+  if (!handle->plane && planes) handle->plane = ynr_init(width / 2, height / 2, handle);
+  if (handle->grids && (handle->plane || !planes)) return true;
+  VORN_LOG_AS(vorn::kLogError, "vorn_ycnr_process_fine", "malloc failed\n");
+  return false;
 }
 
 int32_t process_frame_finely(denoise_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst,

@@ -43,6 +43,7 @@ struct denoise_handle_t {
   unsigned char* packed;            // two frames for frames in planes, or null
   int busy;                         // 1 while a thread is in a call that uses the handle
   denoise_handle_t* enlarged;       // for frames too small for their tuning, or null; same pool
+  ynr_handle_t* plane;              // of the size of a chroma plane, for fine mode, or null
   unsigned char* grids;             // scratch of the fine mode's luma grids, or null
   bool fine;                        // the frame under way came through vorn_ycnr_process_fine
 };

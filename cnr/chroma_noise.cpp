@@ -10,7 +10,6 @@ namespace {
 constexpr int kSide = 8;  // of a block on level 0, half on level 1
 constexpr int kMostBlocks = 4096;
 constexpr int kActivities = 1024;  // the last one holds all that is livelier
-constexpr int kFineGrained = 128;
 
 struct plane {
   const uint8_t* first;

@@ -15,6 +15,8 @@
 
 namespace vorn {
 
+constexpr int kFineGrained = 128;  // noise without correlation, or nothing measured
+
 // Differences on level 1 over those on level 0, in 1/256: about 135 for noise of a sensor with
 // nothing but demosaicing behind it, 330 for what camera pipelines leave.
 struct chroma_planes {

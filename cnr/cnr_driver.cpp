@@ -1,6 +1,7 @@
 #include "cnr/cnr_driver.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <utility>
 
@@ -45,9 +46,10 @@ struct chroma_frame {
   void filter_coarse_level();
   void filter_fine_level();
 
-  void take_out_blotches(int range_factor);
+  int take_out_blotches(int range_factor);
   void filter_both_ways();
   void filter_finely();
+  void filter_planes(vorn::plane_filter filter, denoise_handle_t* owner, int strength);
 };
 
 // The source's U,V pairs into the planes of level 0, its luma into their guide.
@@ -172,13 +174,13 @@ void chroma_frame::filter_fine_level() {
 // photographs: noise without correlation wants little more than a tenth, that of camera pipelines
 // twice to three times as much.
 int blotch_share(int coarseness) {
-  constexpr int kLeast = 38, kMost = 102, kUncorrelated = 128, kSlope = 77;
-  return std::clamp(kLeast + (coarseness - kUncorrelated) * kSlope / 256, kLeast, kMost);
+  constexpr int kLeast = 38, kMost = 102, kSlope = 77;
+  return std::clamp(kLeast + (coarseness - vorn::kFineGrained) * kSlope / 256, kLeast, kMost);
 }
 
 // A pass over level 1 before the tuning's own: a wide window in which only much the same colours
 // count. Leaves level 0 in place of the source.
-void chroma_frame::take_out_blotches(int range_factor) {
+int chroma_frame::take_out_blotches(int range_factor) {
   halve("pyramid_down_yuv %d");
   int coarseness = 0;
   stages.run("chroma_coarseness", 0, [&] {
@@ -199,6 +201,7 @@ void chroma_frame::take_out_blotches(int range_factor) {
          "reduce_color_noise_ver %d", 1);
   param = own;
   add_coarse_change();
+  return coarseness;
 }
 
 // Level 0 across and along, and along and across; the mean of both rounded down, which takes back
@@ -244,6 +247,27 @@ void chroma_frame::filter_finely() {
     param->smooth_step = kFineStep;
   }
   filter_both_ways();
+}
+
+// The strength of the filter of single planes. Measured on photographs behind the passes above:
+// white noise wants 12 times the root of the range factor, that of camera pipelines, whose grain is
+// coarser than the filter's blocks see, half as much.
+int plane_strength(int range_factor, int coarseness) {
+  constexpr int kWhole = 256, kLeast = 128, kSlope = 136;
+  if (range_factor < 1) return 0;
+  const int share =
+      std::clamp(kWhole - (coarseness - vorn::kFineGrained) * kSlope / 256, kLeast, kWhole);
+  return static_cast<int>(12 * std::sqrt(static_cast<double>(range_factor))) * share / kWhole;
+}
+
+// Each plane of level 0 by itself, into the place of its change.
+void chroma_frame::filter_planes(vorn::plane_filter filter, denoise_handle_t* owner, int strength) {
+  stages.run("chroma planes", 0, [&] {
+    std::swap(fine.u, fine.change_u);
+    std::swap(fine.v, fine.change_v);
+    const int result = filter(owner, fine.change_u, fine.u, strength);
+    return result ? result : filter(owner, fine.change_v, fine.v, strength);
+  });
 }
 
 void dump(const char* property, const char* label, const char* timestamp,
@@ -364,13 +388,21 @@ int color_noise_reduce_process(void* handle, _tag_uni_image* src, _tag_uni_image
                    });
 }
 
-int vorn::cnr_process_fine(denoise_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst) {
-  const _tag_cnr_param_output& tuning = handle->cnr_param;
+int vorn::cnr_process_fine(denoise_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst,
+                           plane_filter filter) {
+  // Half of what the tuning asks for; the other half is left to the filter of single planes.
+  _tag_cnr_param_output tuning = handle->cnr_param;
+  const int range_factor = tuning.range_factor;
+  if (filter) tuning.range_factor -= range_factor / 2;
   _tag_cnr_param param = record_of(tuning);
-  return run_frame(handle, *src, *dst, &param, [&tuning](chroma_frame* frame) {
+  return run_frame(handle, *src, *dst, &param, [&](chroma_frame* frame) {
     if (tuning.scale < 0 || tuning.scale > 2) return;
     const _tag_uni_image& coarse = *frame->coarse.u;
-    if (coarse.width > 0 && coarse.height > 0) frame->take_out_blotches(tuning.range_factor);
+    const int coarseness = coarse.width > 0 && coarse.height > 0
+                               ? frame->take_out_blotches(tuning.range_factor)
+                               : kFineGrained;
     frame->filter_finely();
+    const int strength = plane_strength(range_factor, coarseness);
+    if (filter && strength > 0) frame->filter_planes(filter, handle, strength);
   });
 }

@@ -34,7 +34,14 @@ int cnr_check_frame(const cnr_handle_t* handle, int width, int height, int scale
 // One frame with the handle's tuning in fine mode: coarse blotches are taken out before the
 // tuning's own passes, as far as the noise has any (chroma_noise.h), and level 0 is the mean of
 // both orders of its two passes. Scales other than 0, 1, 2 and errors as above.
-int cnr_process_fine(denoise_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst);
+//
+// With a filter of single planes (8-bit, rows of their width), the tuning's range factor is halved
+// and both planes of level 0 are filtered at last, with a strength that follows range factor and
+// noise; filter returns 0, or not 0 and the frame fails.
+using plane_filter = int (*)(denoise_handle_t* handle, _tag_uni_image* from, _tag_uni_image* to,
+                             int strength);
+int cnr_process_fine(denoise_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst,
+                     plane_filter filter);
 
 // One level of the handle's images, by what they hold.
 struct chroma_level {

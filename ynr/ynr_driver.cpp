@@ -12,6 +12,7 @@
 #include "pyramid/up2.h"
 #include "runtime/image.h"
 #include "runtime/stage.h"
+#include "ynr/block_rules.h"
 #include "ynr/four_grids.h"
 #include "ynr/pre_mask.h"
 #include "ynr/window.h"
@@ -98,6 +99,8 @@ struct luma_frame {
   void take_change(int level);
   void add_change(int level);
   void denoise_finest();
+
+  int run();
 };
 
 // The coarsest level's working image is the Gaussian level itself.
@@ -192,6 +195,22 @@ void luma_frame::denoise_finest() {
   });
 }
 
+// From the pyramid to dst.
+int luma_frame::run() {
+  frame_mask memory;
+  build_pyramid();
+  if (own_mask) make_mask(&memory);
+  for (int level = coarsest(); level >= 1; --level) {
+    denoise(level);
+    take_change(level);
+    add_change(level);
+  }
+  if (filters(0)) denoise_finest();
+  if (stages.result() == 0) return 0;
+  copy_rows(dst, src);
+  return -1;
+}
+
 bool usable_plane(const _tag_uni_image* image) {
   return image->plane[0] && image->stride[0] >= image->width;
 }
@@ -222,21 +241,9 @@ int run_frame(const denoise_handle_t* owner, _tag_uni_image* src, _tag_uni_image
   dump(kInputProperty, "ynr2_input", src);
   const double start = getTime();
 
-  frame_mask memory;
   luma_frame frame = {owner->ynr, param, src,   dst,
                       mask,       !mask, grids, {owner->ynr->pool->sink, kDriver, " ms"}};
-  frame.build_pyramid();
-  if (frame.own_mask) frame.make_mask(&memory);
-  for (int level = frame.coarsest(); level >= 1; --level) {
-    frame.denoise(level);
-    frame.take_change(level);
-    frame.add_change(level);
-  }
-  if (frame.filters(0)) frame.denoise_finest();
-  if (frame.stages.result() != 0) {
-    copy_rows(dst, src);
-    return -1;
-  }
+  if (frame.run() != 0) return -1;
   const double ms = getTime() - start;
   VORN_LOG_AS(vorn::kLogDebug, kDriver, "YNR process time cost: %.3f ms \n", ms);
   frame.stages.tell("YNR process", ms);
@@ -304,6 +311,15 @@ int pyramid_denoise_mask_process(void* handle, _tag_uni_image* src, _tag_uni_ima
 int vorn::ynr_process_fine(denoise_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst,
                            unsigned char* scratch) {
   return run_frame(handle, src, dst, nullptr, handle->ynr_param, scratch);
+}
+
+int vorn::filter_plane(ynr_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst,
+                       int intensity, unsigned char* scratch) {
+  constexpr stage_sink kNobody = {};
+  const _tag_ynr_param_output param = {
+      {intensity, intensity / 2}, {7, 7}, kPlaneLayers, kNeutralMask, 0, 0};
+  luma_frame frame = {handle, param, src, dst, nullptr, true, scratch, {kNobody, kDriver, " ms"}};
+  return frame.run();
 }
 
 int uni_luma_noise_reduce_mask_process(void* handle, _tag_uni_image* src, _tag_uni_image* dst,

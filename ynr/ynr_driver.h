@@ -44,4 +44,12 @@ int ynr_check_frame(const ynr_handle_t* handle, int width, int height, int layer
 int ynr_process_fine(denoise_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst,
                      unsigned char* scratch);
 
+// A plane of another kind by the same filter in fine mode: windows of 7x7 on two levels, the coarse
+// one with half the intensity, no position mask. The plane has the handle's size, at least 4x4; its
+// records are src and dst as above. Returns 0, or -1 when a stage could not be queued; dst then
+// holds the source.
+constexpr int kPlaneLayers = 2;
+int filter_plane(ynr_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst, int intensity,
+                 unsigned char* scratch);
+
 }  // namespace vorn

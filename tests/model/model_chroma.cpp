@@ -319,10 +319,21 @@ int coarseness(const scratch& s) {
 }
 
 // The pass of the fine mode that takes out blotches.
-void blotch_pass(const scratch& s, float square) {
-  const int share = std::max(38, std::min(102, 38 + (coarseness(s) - 128) * 77 / 256));
+void blotch_pass(const scratch& s, float square, int grain) {
+  const int share = std::max(38, std::min(102, 38 + (grain - 128) * 77 / 256));
   const float inverse = 256.0f / static_cast<float>(share);
   coarse_pass(s, {inverse * inverse / square, 8, 2, 14, 3, 0});
+}
+
+// The fine mode's filter of one plane by itself.
+void filter_plane(plane p, int range_factor, int grain) {
+  const int share = std::max(128, std::min(256, 256 - (grain - 128) * 136 / 256));
+  const int strength =
+      range_factor < 1 ? 0 : static_cast<int>(12 * std::sqrt(range_factor)) * share / 256;
+  std::vector<uint8_t> from(p.data, p.data + p.width * p.height);
+  if (strength > 0)
+    luma({from.data(), p.width, p.height, p.width}, p,
+         {1, 2, {strength, strength / 2}, {7, 7}, 64, 0, 0}, nullptr, true);
 }
 
 void halve(const scratch& s) {
@@ -338,7 +349,9 @@ int chroma(int width, int height, const uint8_t* src, uint8_t* dst,
   const auto& i = s.image;
   const size_t luma_bytes = static_cast<size_t>(width) * height;
 
-  const float factor = static_cast<float>(tuning.range_factor);
+  const bool single_planes = fine && i[2].width >= 4 && i[2].height >= 4;
+  const float factor =
+      static_cast<float>(tuning.range_factor - (single_planes ? tuning.range_factor / 2 : 0));
   const float square = factor * factor;
   const int step = wrap_mul(tuning.step, 2);
   chroma_param p = {1.0f / square,
@@ -350,9 +363,11 @@ int chroma(int width, int height, const uint8_t* src, uint8_t* dst,
 
   split_sliced(src + luma_bytes, i[2].data, i[4].data, width, height / 2, tuning.saturation);
   down2(luma_of(width, height, src), i[0]);
+  int grain = 128;
   if (fine && tuning.scale >= 0 && tuning.scale <= 2 && i[3].width > 0 && i[3].height > 0) {
     halve(s);
-    blotch_pass(s, square);
+    grain = coarseness(s);
+    blotch_pass(s, square, grain);
   }
   if (tuning.scale == 1) {
     halve(s);
@@ -380,6 +395,8 @@ int chroma(int width, int height, const uint8_t* src, uint8_t* dst,
         i[k].data[n] =
             static_cast<uint8_t>(((fine ? i[k].data : i[k + 8].data)[n] + i[k + 8].data[n]) / 2);
   }
+  if (single_planes && tuning.scale >= 0 && tuning.scale <= 2)
+    for (const int k : {2, 4}) filter_plane(i[k], tuning.range_factor, grain);
   for (int k = 0; k < height / 2 * width; ++k)
     dst[luma_bytes + k] = i[k % 2 == 0 ? 2 : 4].data[k / 2];
   return 0;
