@@ -102,15 +102,16 @@ VORN_API int32_t vorn_ycnr_set_log_level(int32_t level);
  * with vorn_ycnr_process, in four times its processor time. The finest level is filtered on four
  * shifted grids of blocks and averaged, which leaves no pattern of the window, luma's and behind
  * the tuning's own chroma passes that of each chroma plane, as strongly as range_factor and the
- * grain of the frame's noise say; coarse blotches of colour are taken out before. Arguments, results and what is overwritten are those of
- * vorn_ycnr_process; the bytes too are the same on every machine. The first such frame of a handle
- * allocates scratch memory unless vorn_ycnr_prepare_fine has done so; frames of both kinds may
- * alternate. */
+ * grain of the frame's noise say; coarse blotches of colour are taken out before. Arguments,
+ * results and what is overwritten are those of vorn_ycnr_process; the bytes too are the same on
+ * every machine. The first such frame of a handle allocates scratch memory unless
+ * vorn_ycnr_prepare_fine has done so; frames of both kinds may alternate. */
 VORN_API int32_t vorn_ycnr_process_fine(denoise_handle_t* handle, _tag_uni_image* src,
                                         _tag_uni_image* dst, Denoise_Parameters_t* params);
 
 /* Allocates what vorn_ycnr_process_fine needs beside the handle's other memory: about 0.6 bytes per
- * pixel and 580 per column of the frame. Returns 0, also when it is there already, or -1 with an ERROR log line. */
+ * pixel and 580 per column of the frame. Returns 0, also when it is there already, or -1 with an
+ * ERROR log line. */
 VORN_API int32_t vorn_ycnr_prepare_fine(denoise_handle_t* handle);
 
 /* Receives one log line without its line feed. priority: 3 debug, 4 info, 5 warning, 6 error.
