@@ -98,7 +98,7 @@ VORN_API int32_t vorn_ycnr_log_level(void);
 /* Sets it, also for handles opened later: the system's properties do not change it any more. A
  * negative level hands it back to the properties. Returns the former level. */
 VORN_API int32_t vorn_ycnr_set_log_level(int32_t level);
-/* Denoises one frame in fine mode: luma is better by 0.1 to 0.3 dB and chroma by 0.7 to 1.1 dB than
+/* Denoises one frame in fine mode: luma is better by 0.1 to 0.4 dB and chroma by 0.7 to 1.1 dB than
  * with vorn_ycnr_process, in four times its processor time. The finest level is filtered on four
  * shifted grids of blocks and averaged, which leaves no pattern of the window, luma's and behind
  * the tuning's own chroma passes that of each chroma plane, as strongly as range_factor and the

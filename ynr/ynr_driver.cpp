@@ -1,6 +1,9 @@
 #include "ynr/ynr_driver.h"
 
+#include <algorithm>
+#include <climits>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -233,6 +236,13 @@ bool usable_images(const ynr_handle_t* ynr, const _tag_uni_image* src, const _ta
   return false;
 }
 
+// parts / 20 of an intensity, rounded; what filters nothing stays, what filters goes on to.
+int twentieths(int intensity, int parts) {
+  if (intensity < 1) return intensity;
+  const int64_t scaled = (int64_t{intensity} * parts + 10) / 20;
+  return static_cast<int>(std::clamp<int64_t>(scaled, 1, INT_MAX));
+}
+
 // One frame from its pyramid to dst; grids as in luma_frame.
 int run_frame(const denoise_handle_t* owner, _tag_uni_image* src, _tag_uni_image* dst,
               _tag_uni_image* mask, const _tag_ynr_param_output& param, unsigned char* grids) {
@@ -310,7 +320,12 @@ int pyramid_denoise_mask_process(void* handle, _tag_uni_image* src, _tag_uni_ima
 
 int vorn::ynr_process_fine(denoise_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst,
                            unsigned char* scratch) {
-  return run_frame(handle, src, dst, nullptr, handle->ynr_param, scratch);
+  // The mean of four grids keeps more of an edge, so that level 0 may be filtered more strongly and
+  // leaves less to level 1. Measured on photographs, in twentieths.
+  _tag_ynr_param_output param = handle->ynr_param;
+  param.pIntensity[0] = twentieths(param.pIntensity[0], 21);
+  param.pIntensity[1] = twentieths(param.pIntensity[1], 18);
+  return run_frame(handle, src, dst, nullptr, param, scratch);
 }
 
 int vorn::filter_plane(ynr_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst,

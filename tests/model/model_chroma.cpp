@@ -436,7 +436,12 @@ int process(int width, int height, uint8_t* src, uint8_t* dst, const ycnr_ynr_tu
   // A frame that one of the two cannot take is refused as a whole.
   if (run_chroma && !usable(width, height, cnr.scale == 1 || cnr.scale == 2)) return -1;
   if (run_luma) {
-    if (luma({src, width, height, width}, {dst, width, height, width}, ynr, nullptr, fine) != 0)
+    ycnr_ynr_tuning_param used = ynr;
+    for (int l = 0; fine && l < 2; ++l)
+      if (int& strength = used.pIntensity[l]; strength >= 1)
+        strength = static_cast<int>(std::clamp(
+            std::floor((strength * (l == 0 ? 21.0 : 18.0) + 10) / 20), 1.0, double{INT32_MAX}));
+    if (luma({src, width, height, width}, {dst, width, height, width}, used, nullptr, fine) != 0)
       return -1;
     if (run_chroma) std::memcpy(src, dst, bytes);
   }

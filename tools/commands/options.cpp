@@ -174,7 +174,7 @@ void add_tuning_options(CLI::App& command, tuning_options& options, bool automat
   command
       .add_flag(
           "--fine", options.fine,
-          "Fine mode: luma better by 0.1 to 0.3 dB, chroma by 0.7 to 1.1, in four times the time")
+          "Fine mode: luma better by 0.1 to 0.4 dB, chroma by 0.7 to 1.1, in four times the time")
       ->group("Tuning");
   for (const field_option& entry : kFieldOptions) add_field_option(command, entry, options);
 }
