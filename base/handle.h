@@ -36,7 +36,7 @@ struct _tag_cnr_param_output {
 struct denoise_handle_t {
   ynr_handle_t* ynr;  // luma scratch, created last
   cnr_handle_t* cnr;  // chroma scratch
-  char* dump_path;    // 256 bytes, owned; informative only
+  char* dump_path;    // 256 bytes, owned; informative only, dumps go elsewhere
   struct pool* pool;  // workers, owned; both algorithms borrow it, so it is created first
   _tag_ynr_param_output ynr_param;  // rewritten by every process call
   _tag_cnr_param_output cnr_param;  // rewritten by every process call

@@ -3,7 +3,7 @@
 //
 // A 4x4 block is replaced by the weighted mean of itself (weight 256) and of blocks displaced from
 // it. A displaced block's weight is map[index(D, m)]: D is its clipped distance to the block, m the
-// block's mask value.
+// block's mask value (pre_mask.h), map the curve of an intensity (MakeWeightMap in block_sums.h).
 #pragma once
 
 #include <cstdint>
