@@ -227,7 +227,7 @@ TEST_F(Files, DescriptionsCrossBetweenPngAndJpeg) {
   stream_info info;
   picture_metadata& m = info.metadata;
   m.from = file_kind::jpeg;
-  for (int i = 0; i < 150000; ++i) m.profile.push_back(uint8_t(i * i >> 7));  // three segments
+  for (unsigned i = 0; i < 150000; ++i) m.profile.push_back(uint8_t(i * i >> 7));  // three segments
   m.exif = exif(6, true);
   m.exif.erase(m.exif.begin(), m.exif.begin() + 10);  // the segment's head
   m.density = {pixel_density::inch, 300, 150};
