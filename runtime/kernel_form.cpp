@@ -33,7 +33,8 @@ kernel_form initial_form() {
 #if defined(__ANDROID__)
   return best_form();
 #else
-  return kernel_form_for(std::getenv("VORN_KERNELS"));
+  return kernel_form_for(
+      secure_getenv("VORN_KERNELS"));  // not from whoever runs a set-user-id program
 #endif
 }
 

@@ -64,7 +64,7 @@ std::string size_text(int width, int height) {
 }  // namespace
 
 void quiet_library_log() {
-  if (!std::getenv("VORN_PROPERTIES")) vorn_ycnr_set_log_level(1);
+  if (!secure_getenv("VORN_PROPERTIES")) vorn_ycnr_set_log_level(1);
 }
 
 denoiser::denoiser(int padded_width, int padded_height, int workers)
@@ -75,8 +75,11 @@ denoiser::denoiser(int padded_width, int padded_height, int workers)
     handle_ = vorn_ycnr_open(&options);
   }
   if (!handle_) {
-    if (!thread_group().start([] {})) throw no_threads("denoiser", "no thread is to be had");
-    throw error("frames of " + size_text(width_, height_), "refused: " + complaints.cause());
+    if (threads_to_be_had(1) == 0) throw no_threads("denoiser", "no thread is to be had");
+    const std::string cause = complaints.cause();
+    const bool memory = cause.find("malloc fail") != std::string::npos;
+    throw error("frames of " + size_text(width_, height_),
+                memory ? "out of memory" : "refused: " + cause);
   }
 }
 

@@ -105,7 +105,8 @@ void print_man(const CLI::App& program) {
       "is set the\nlibrary logs to standard error as the file says.\n"
       ".TP\nVORN_KERNELS\nForm of the kernels to use: scalar, neon, neon_dot, sse2, avx2, avx512. "
       "All "
-      "give the same\nbytes.\n");
+      "give the same\nbytes.\n"
+      ".PP\nPrograms that run with another user's rights (set-user-id) take neither.\n");
 }
 
 // The words that may follow one command.

@@ -22,4 +22,7 @@ class thread_group {
   std::vector<std::thread> threads_;
 };
 
+// How many of that many threads at once the system gives now.
+int threads_to_be_had(int wanted);
+
 }  // namespace vorn::tool

@@ -129,28 +129,23 @@ class batch_run {
     const int jobs = int(std::min<int64_t>(processors, int64_t(files_.files.size())));
     processors_each_ = jobs > 0 ? processors / jobs : 1;
     thread_group threads;
-    ++working_;
-    for (int i = 1; i < jobs; i++) {
-      const std::unique_lock<std::mutex> guard(lock_);
-      if (threads.start([this] { work(); })) ++working_;
+    for (int i = 1; i < jobs && threads.start([this] { work(false); }); i++) {
     }
-    work();
+    work(false);
     threads.join();
+    work(true);  // what is left
     bar_.clear();
     return tell();
   }
 
  private:
-  void work() {
+  void work(bool alone) {
     denoiser_cache libraries;
     for (;;) {
       const batch_file* file;
       {
         const std::lock_guard<std::mutex> guard(lock_);
-        if (waiting_.empty()) {
-          --working_;
-          return;
-        }
+        if (waiting_.empty()) return;
         file = waiting_.front();
         waiting_.pop_front();
       }
@@ -162,8 +157,7 @@ class batch_run {
         for (const std::string& what : lost) ++lost_[what];
       } catch (const no_threads& e) {
         const std::lock_guard<std::mutex> guard(lock_);
-        if (working_ > 1) {  // the others have some, and do this file as well
-          --working_;
+        if (!alone) {  // others have some, or this thread's own end gives one back
           waiting_.push_back(file);
           return;
         }
@@ -202,7 +196,6 @@ class batch_run {
   int processors_each_ = 1;
   std::mutex lock_;
   std::deque<const batch_file*> waiting_;
-  int working_ = 0;  // threads
   int64_t done_ = 0;
   std::vector<std::string> faults_;
   std::map<std::string, int> lost_;  // and from how many files

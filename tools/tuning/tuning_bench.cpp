@@ -49,17 +49,23 @@ struct tuning_bench::state {
     return luma ? luma_figures(f, clean, goal, all) : chroma_figures(f, clean, goal, all);
   }
 
-  // Runs job(thread, i) for i = 0 .. count-1 on all threads, on fewer where the system has none.
-  void for_all(size_t count, const std::function<void(int, size_t)>& job) const {
+  // Runs job(thread, i) for i = 0 .. count-1 on all threads. Where the system has no thread left
+  // for one of them or for its denoiser, the others go on, and this is so from then on.
+  void for_all(size_t count, const std::function<void(int, size_t)>& job) {
     std::atomic<size_t> next{0};
     std::exception_ptr failure;
-    std::mutex failure_lock;
+    std::vector<size_t> left;
+    std::mutex lock;
     const auto work = [&](int thread) {
+      size_t i = 0;
       try {
-        for (size_t i = next++; i < count; i = next++) job(thread, i);
+        for (i = next++; i < count; i = next++) job(thread, i);
+      } catch (const no_threads&) {
+        const std::lock_guard<std::mutex> guard(lock);
+        left.push_back(i);
       } catch (...) {
         next = count;
-        const std::lock_guard<std::mutex> guard(failure_lock);
+        const std::lock_guard<std::mutex> guard(lock);
         failure = std::current_exception();
       }
     };
@@ -69,6 +75,11 @@ struct tuning_bench::state {
     work(0);
     others.join();
     if (failure) std::rethrow_exception(failure);
+    if (left.empty()) return;
+    threads = std::max(1, threads - int(left.size()));
+    for (size_t t = 1; t < denoisers.size(); ++t) denoisers[t].clear();
+    for (const size_t i : left) job(0, i);
+    for (size_t i = next++; i < count; i = next++) job(0, i);
   }
 
   std::vector<tuning_score> score(const std::vector<tuning>& candidates, bool luma, bool all) {

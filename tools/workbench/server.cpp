@@ -8,6 +8,7 @@
 #include <random>
 
 #include "tools/error.h"
+#include "tools/threads.h"
 #include "tools/workbench/api.h"
 
 namespace vorn::tool {
@@ -135,6 +136,13 @@ void workbench_server::state::add_routes() {
 
 workbench_server::workbench_server(project& pictures, set_file& set, int port)
     : state_(std::make_unique<state>(pictures, set)) {
+  // The server's pool takes all or hangs. A caller's thread for stop() and a filter's workers come
+  // on top.
+  constexpr int kNeeded = kThreads + 1 + 4;
+  const int given = threads_to_be_had(kNeeded);
+  if (given < kNeeded)
+    throw error("workbench", "needs " + std::to_string(kNeeded) + " threads beside its own, but " +
+                                 std::to_string(given) + " are to be had");
   state& s = *state_;
   s.http.new_task_queue = [] { return new httplib::ThreadPool(kThreads); };
   s.http.set_tcp_nodelay(true);
