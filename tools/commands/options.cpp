@@ -25,25 +25,26 @@ struct field_option {
   const char* option;
   const char* help;
 };
+// No description: the library ignores it, and help leaves it out.
 constexpr field_option kFieldOptions[] = {
     {true, "layer", "--luma-layers", "pyramid levels in use, 2 to 5"},
     {true, "pIntensity", "--luma-intensity",
      "strength per level, finest first; below 1 a level passes unfiltered"},
     {true, "pRadius", "--luma-radius", "window per level, finest first: 3, 5 or 7"},
     {true, "param0", "--luma-corners", "strength of the mask towards the corners; 64 is flat"},
-    {true, "param1", "--luma-param1", "passed on to the library, which ignores it"},
-    {true, "param2", "--luma-param2", "passed on to the library, which ignores it"},
+    {true, "param1", "--luma-param1", ""},
+    {true, "param2", "--luma-param2", ""},
     {false, "range_factor", "--chroma-range",
-     "colour distance at which a neighbour stops counting, halved"},
+     "half the colour distance at which a neighbour stops counting"},
     {false, "smooth_radius", "--chroma-radius", "half-length of the window, pixels"},
     {false, "scale", "--chroma-scale", "0 full chroma size, 1 half size, 2 half then full size"},
     {false, "step", "--chroma-step", "window taps are twice this apart, pixels"},
     {false, "color_edge_u", "--chroma-edge-u", "weight of U in the colour distance; 8 is 1.0"},
     {false, "color_edge_v", "--chroma-edge-v", "weight of V in the colour distance; 8 is 1.0"},
     {false, "saturation", "--saturation", "chroma gain in sixteenths; 0 leaves colours alone"},
-    {false, "param0", "--chroma-param0", "passed on to the library, which ignores it"},
-    {false, "param1", "--chroma-param1", "passed on to the library, which ignores it"},
-    {false, "param2", "--chroma-param2", "passed on to the library, which ignores it"},
+    {false, "param0", "--chroma-param0", ""},
+    {false, "param1", "--chroma-param1", ""},
+    {false, "param2", "--chroma-param2", ""},
 };
 
 }  // namespace
@@ -134,11 +135,19 @@ void add_field_option(CLI::App& command, const field_option& entry, tuning_optio
           [&options, fields, name](const std::string& text) {
             parse_fields(name, text, fields, options);
           },
-          entry.help + std::string(several ? " (up to five, by commas; none between two "
-                                             "commas keeps the set's)"
-                                           : ""))
+          entry.help)
       ->type_name(several ? "N,N,..." : "N")
-      ->group("Tuning fields (each overrides the set's)");
+      ->group(*entry.help
+                  ? "Tuning fields, each instead of the set's; an empty place in a list keeps it"
+                  : "");
+}
+
+double gain_of(const std::string& text, bool or_auto) {
+  try {
+    return real_number("--gain", text, kLowestGain, kHighestGain);
+  } catch (const error& fault) {
+    throw error("", fault.what() + std::string(or_auto ? ", or auto" : ""));
+  }
 }
 
 }  // namespace
@@ -148,24 +157,18 @@ void add_tuning_options(CLI::App& command, tuning_options& options, bool automat
       ->group("Tuning");
   const std::string otherwise =
       automatic ? "; auto measures the frames [auto]" : " [" + short_number(kDefaultGain) + "]";
-  CLI::Option* const gain =
-      add_real(command, "-g,--gain", options.gain, automatic ? 0 : kLowestGain, kHighestGain,
-               "Sensor gain, 1 = base: picks the set's nearest entry in stops; a higher gain "
-               "filters more" +
-                   otherwise)
-          ->type_name(automatic ? "GAIN|auto" : "GAIN")
-          ->group("Tuning");
-  // Inside, 0 stands for auto; a gain of 0 is none.
-  if (automatic) {
-    gain->transform([](const std::string& text) -> std::string {
-      double value = 1;
-      if (text == "auto") return "0";
-      if (CLI::detail::lexical_cast(text, value) && value < kLowestGain)
-        throw CLI::ValidationError(
-            "--gain", printable(text) + " is below " + short_number(kLowestGain) + "; or say auto");
-      return text;
-    });
-  }
+  command
+      .add_option_function<std::string>(
+          "-g,--gain",
+          [&options, automatic](const std::string& text) {
+            // Inside, 0 stands for auto; a gain of 0 is none.
+            options.gain = automatic && text == "auto" ? 0 : gain_of(text, automatic);
+          },
+          "Sensor gain, 1 = base: picks the set's nearest entry in stops; a higher gain filters "
+          "more" +
+              otherwise)
+      ->type_name(automatic ? "GAIN|auto" : "GAIN")
+      ->group("Tuning");
   CLI::Option* const luma =
       command.add_flag("--luma-only", options.luma_only, "Leave chroma as it is")->group("Tuning");
   command.add_flag("--chroma-only", options.chroma_only, "Leave luma as it is")

@@ -118,15 +118,13 @@ void add_tuning(CLI::App& program, job& chosen) {
 
   CLI::App* const to_c = command->add_subcommand(
       "to-c", "Write a set as a C header, for camera code that reads no files");
-  to_c->add_option("set", args->files, "Tuning set; else the one built in")
+  add_files(*to_c, "set", args->files, "Tuning set; else the one built in")
       ->type_name("SET")
       ->expected(0, 1);
   to_c->add_option("--name", args->name, "C name before _tuning, _nearest and _entry")
       ->type_name("NAME")
       ->capture_default_str();
-  to_c->add_option("-o,--output", args->output, "Header to write; - is standard output")
-      ->type_name("FILE")
-      ->required();
+  add_file(*to_c, "-o,--output", args->output, "Header to write; - is standard output")->required();
   to_c->footer("Example:\n  vorn-ycnr tuning to-c my_sensor.json --name my_sensor -o my_sensor.h");
   to_c->callback([args, &chosen] { chosen = [args] { return run_to_c(*args); }; });
 

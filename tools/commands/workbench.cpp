@@ -79,18 +79,17 @@ void add_workbench(CLI::App& program, job& chosen) {
   const auto o = std::make_shared<workbench_options>();
   CLI::App* const command =
       program.add_subcommand("workbench", "Tune live in the browser: sliders, picture, figures");
-  command->add_option("pictures", o->inputs, "Pictures, directories of them, or a device's dumps")
-      ->required();
-  command
-      ->add_option("-t,--tuning", o->set,
-                   "The set to work on (JSON); made when it is saved where there is none yet")
-      ->type_name("FILE");
-  command->add_option(
-      "--clean", o->clean,
-      "The clean version of all pictures, or a directory of files with their names");
-  command->add_option("--port", o->port, "Port on the loopback address; 0 takes a free one")
-      ->check(CLI::Range(0, 65535).description(""))
-      ->capture_default_str();
+  add_files(*command, "pictures", o->inputs, "Pictures, directories of them, or a device's dumps")
+      ->required()
+      ->type_name("IN");
+  add_file(*command, "-t,--tuning", o->set,
+           "The set to work on (JSON); made when it is saved where there is none yet");
+  add_file(*command, "--clean", o->clean,
+           "The clean version of all pictures, or a directory of files with their names")
+      ->type_name("IN");
+  with_default(add_whole(*command, "--port", o->port, 0, 65535,
+                         "Port on the loopback address; 0 takes a free one"),
+               o->port);
   command->add_flag("--no-open", o->no_open, "Print the address and open no browser");
   add_picture_options(*command, o->picture, false);
   command->footer(
