@@ -248,8 +248,14 @@ class tuning_run {
 
   void write() {
     const std::string set = tuning_set_to_json(found_);
-    set_file_->write(set.data(), set.size());
-    set_file_->commit();
+    try {
+      set_file_->write(set.data(), set.size());
+      set_file_->commit();
+    } catch (const error& fault) {  // a full disk must not cost the search
+      print("%s", set.c_str());
+      finish_standard_output();
+      throw error("", fault.what() + std::string("; the set is on standard output"));
+    }
     if (!report_file_) return;
     const std::string page = render_report("Tuning " + o_.name, found_.description, entries_);
     report_file_->write(page.data(), page.size());

@@ -24,7 +24,7 @@ std::string fault_of_pair(const frame& noisy, const frame& clean) {
   if (detail_noisy <= detail_clean) {
     std::snprintf(text, sizeof text,
                   "the clean picture is the noisier one: its finest detail scatters by %.2f grey "
-                  "levels, the noisy one's by %.2f; are they swapped",
+                  "levels, the noisy one's by %.2f; are they swapped?",
                   detail_clean, detail_noisy);
     return text;
   }

@@ -203,8 +203,8 @@ void refuse_replacing(const std::string& output, const std::vector<std::string>&
   for (const std::string& input : inputs) {
     if (input == "-" || stat(input.c_str(), &in) != 0) continue;
     if (in.st_dev != out.st_dev || in.st_ino != out.st_ino) continue;
-    throw error(output,
-                input == output ? "would replace the input" : "would replace the input " + input);
+    throw error(output, "would replace the input" + (input == output ? "" : " " + input) +
+                            "; name another file");
   }
 }
 

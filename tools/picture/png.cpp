@@ -1,6 +1,8 @@
 // PNG, by libpng's simplified interface.
 #include <png.h>
 
+#include <algorithm>
+
 #include "tools/error.h"
 #include "tools/picture/formats.h"
 
@@ -17,6 +19,10 @@ struct png_guard {
 // stride: bytes from one row to the next.
 std::vector<uint8_t> encode_png_samples(const uint8_t* samples, int width, int height, int stride,
                                         uint32_t format) {
+  constexpr int kLongestSide = 1000000;  // libpng's own limit
+  if (std::max(width, height) > kLongestSide)
+    throw error("PNG", size_text(width, height) + " is too large: " + std::to_string(kLongestSide) +
+                           " pixels a side at most");
   png_guard png;
   png.image.width = width;
   png.image.height = height;
