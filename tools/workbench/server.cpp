@@ -141,8 +141,8 @@ workbench_server::workbench_server(project& pictures, set_file& set, int port)
   constexpr int kNeeded = kThreads + 1 + 4;
   const int given = threads_to_be_had(kNeeded);
   if (given < kNeeded)
-    throw error("workbench", "needs " + std::to_string(kNeeded) + " threads beside its own, but " +
-                                 std::to_string(given) + " are to be had");
+    throw error("workbench", "needs " + std::to_string(kNeeded) +
+                                 " threads beside its own; to be had: " + std::to_string(given));
   state& s = *state_;
   s.http.new_task_queue = [] { return new httplib::ThreadPool(kThreads); };
   s.http.set_tcp_nodelay(true);
