@@ -47,7 +47,21 @@ std::string plain(const std::string& text, const CLI::App& program) {
   for (const CLI::App* at = &command; at != &program; at = at->get_parent())
     path = at->get_name() + " " + path;
   const std::string see = "; see vorn-ycnr " + path + "--help";
+  if (text == "A subcommand is required") return "a command is missing" + see;
+  static const std::regex kTooFew("(.*): At least ([0-9]+) required but received [0-9]+");
+  std::smatch few;
+  if (std::regex_match(text, few, kTooFew)) {
+    for (const CLI::Option* option : command.get_options()) {
+      if (option->get_name() != few[1]) continue;
+      const std::string& type = option->get_type_name();
+      return (option->get_positional() ? type + ": " + few.str(2) + " are needed"
+                                       : few.str(1) + ": needs " + type) +
+             see;
+    }
+  }
   static const std::pair<std::regex, const char*> kPlain[] = {
+      {std::regex("(.*): At Most ([0-9]+) required but received ([0-9]+)"),
+       "$1: takes $2, but $3 were given"},
       {std::regex("(.*): [0-9]+ required (.*) missing"), "$1: needs $2"},
       {std::regex("(.*): (.*) only partially specified: .*"), "$1: needs all of $2"},
       {std::regex("(.*) requires (.*)"), "$1 goes with $2 alone"},
@@ -85,10 +99,13 @@ int run(int argc, char** argv) {
   } catch (const CLI::Success& asked) {
     return show(program, asked);
   } catch (const CLI::RequiredError& fault) {
-    if (&command_of(program) != &program || argc < 2 || argv[1][0] == '-') {
+    const CLI::App& command = command_of(program);
+    const bool outermost = &command == &program;
+    const int known = outermost ? 1 : 2;  // words that name a command
+    if (command.get_require_subcommand_min() == 0 || argc <= known || argv[known][0] == '-')
       return complain(plain(fault.what(), program));
-    }
-    return complain("no command \"" + std::string(argv[1]) + "\"; see vorn-ycnr --help");
+    const std::string path = outermost ? "" : command.get_name() + " ";
+    return complain("no command \"" + path + argv[known] + "\"; see vorn-ycnr " + path + "--help");
   } catch (const CLI::ParseError& fault) {
     return complain(plain(fault.what(), program));
   }

@@ -33,6 +33,9 @@ class BuildWithLibraries(build_py):
         if not (SOURCE / "tuning" / "CMakeLists.txt").exists():
             raise SystemExit(f"{SOURCE} is not the source tree: build from a checkout of all of it")
         build = Path(self.get_finalized_command("build").build_temp).resolve() / "libraries"
+        cache = build / "CMakeCache.txt"
+        if cache.exists() and f"HOME_DIRECTORY:INTERNAL={SOURCE}\n" not in cache.read_text():
+            shutil.rmtree(build)  # came with a tree that was moved or copied
         run("cmake", "-S", str(SOURCE), "-B", str(build), "-DCMAKE_BUILD_TYPE=Release",
             "-DVORN_BUILD_TUNING=ON", *shlex.split(os.environ.get("CMAKE_ARGS", "")))  # fmt: skip
         run("cmake", "--build", str(build), "--parallel", str(os.cpu_count() or 1), "--target",

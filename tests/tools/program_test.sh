@@ -222,6 +222,10 @@ refuses "none.png: cannot be read: No such file" denoise none.png -o x1.png
 refuses "cannot be written" denoise "$noisy" -o none/x1.png
 refuses "unknown kind of file" denoise "$noisy" -o x1.xyz
 refuses "no command \"frobnicate\"" frobnicate
+refuses "no command \"tuning chek\"; see vorn-ycnr tuning --help" tuning chek
+refuses "a command is missing" tuning
+refuses "--compare: needs BEFORE AFTER" bench --compare bench.json
+refuses "--gain: takes 1, but 2 were given" denoise "$noisy" -o x1.png --gain 8 --gain 9
 refuses "--gain" denoise "$noisy" -o x1.png --gain -1
 refuses "not of the form 1920x1080" denoise "$noisy" -o x1.png --size 7
 refuses '"luma.layer" must be a whole number from 2 to 5, not 9' denoise "$noisy" -o x1.png --luma-layers 9

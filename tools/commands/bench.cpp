@@ -37,6 +37,9 @@ void size_named(const std::string& name, picture_options& size) {
   if (named != kNamed.end()) {
     size.width = named->second.first;
     size.height = named->second.second;
+  } else if (name.find('x') == std::string::npos) {
+    throw error("--sizes",
+                "\"" + name + "\" is none of 720p, 1080p, 4k, 12mp and no size like 1920x1080");
   } else {
     parse_size(name, size);
   }
