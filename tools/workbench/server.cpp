@@ -65,7 +65,7 @@ struct workbench_server::state {
   template <typename Answer>
   void post(const std::string& name, const Answer& answer) {
     http.Post("/" + token + "/" + name,
-              [this, answer](const httplib::Request& request, httplib::Response& response) {
+              [answer](const httplib::Request& request, httplib::Response& response) {
                 try {
                   answer(parse_request(request.body), response);
                 } catch (const error& fault) {
