@@ -168,6 +168,8 @@ void vorn::close_enlarged(denoise_handle_t* handle) {
   if (inner->cnr) cnr_deinit(inner->cnr);
   if (inner->ynr) ynr_deinit(inner->ynr);
   std::free(inner->packed);
+  std::free(inner->grids);
+  if (inner->plane) ynr_deinit(inner->plane);
   std::free(inner);
 }
 

@@ -40,4 +40,8 @@ int32_t process_call(denoise_handle_t* handle, _tag_uni_image* src, _tag_uni_ima
 int32_t process_frame(denoise_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst,
                       Denoise_Parameters_t* params);
 
+// The process of vorn_ycnr_process_fine.
+int32_t process_frame_finely(denoise_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst,
+                             Denoise_Parameters_t* params);
+
 }  // namespace vorn

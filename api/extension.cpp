@@ -75,7 +75,8 @@ bool overlap(const vorn_ycnr_planes& a, const vorn_ycnr_planes& packed) {
 
 // One call's frame in planes, of either kind.
 struct planes_call {
-  const char* name;  // in its log lines
+  const char* name;                   // in its log lines
+  vorn::frame_process process_frame;  // plain or fine
   denoise_handle_t* handle;
   vorn_ycnr_planes from, to;
   ycnr_ynr_tuning_param luma;
@@ -108,7 +109,7 @@ int32_t planes_call::run(denoise_handle_t* on, int width, int height, int chroma
   src.height = dst.height = height;
   src.plane[0] = input;
   dst.plane[0] = result;
-  const int32_t code = vorn::process_frame(on, &src, &dst, &params);
+  const int32_t code = process_frame(on, &src, &dst, &params);
   if (!direct) {
     vorn::unpack_luma(on->pool, result, to, width);
     vorn::unpack_chroma(on->pool, result + luma_bytes, to, width, chroma_rows);
@@ -119,9 +120,10 @@ int32_t planes_call::run(denoise_handle_t* on, int width, int height, int chroma
 // What both calls for planes begin with, then run(call) on a handle in use. A refused frame is
 // copied.
 template <typename Run>
-int32_t with_planes(const char* name, denoise_handle_t* handle, const vorn_ycnr_planes* src,
-                    const vorn_ycnr_planes* dst, const ycnr_ynr_tuning_param* ynr,
-                    const ycnr_cnr_tuning_param* cnr, const Run& run) {
+int32_t with_planes(const char* name, vorn::frame_process process_frame, denoise_handle_t* handle,
+                    const vorn_ycnr_planes* src, const vorn_ycnr_planes* dst,
+                    const ycnr_ynr_tuning_param* ynr, const ycnr_cnr_tuning_param* cnr,
+                    const Run& run) {
   const bool match = src && dst && vorn::matching_planes(*src, *dst);
   if (!handle || !src || !dst) {
     if (match) vorn::copy_planes(*src, *dst, 0);
@@ -130,7 +132,7 @@ int32_t with_planes(const char* name, denoise_handle_t* handle, const vorn_ycnr_
                 static_cast<const void*>(dst));
     return VORN_FAIL;
   }
-  planes_call call = {name, handle, *src, *dst, {}, {}};
+  planes_call call = {name, process_frame, handle, *src, *dst, {}, {}};
   if (!match) {
     VORN_LOG_AS(vorn::kLogError, name, "planes of layout %d, %d x %d into layout %d, %d x %d\n",
                 call.from.layout, call.from.width, call.from.height, call.to.layout, call.to.width,
@@ -155,6 +157,17 @@ int32_t refuse_size(const planes_call& call) {
   return VORN_FAIL;
 }
 
+int32_t process_any_size(planes_call* call) {
+  const ynr_handle_t& made_for = *call->handle->ynr;
+  if (call->from.width > made_for.width || call->from.height > made_for.height)
+    return refuse_size(*call);
+  const int least = least_side(call->luma, call->chroma);
+  const int width = std::max(even(made_for.width), least);
+  const int height = std::max(even(made_for.height), least);
+  return call->run(handle_of_size(call->handle, width, height), width, height,
+                   even(call->from.height) / 2);
+}
+
 }  // namespace
 
 denoise_handle_t* vorn_ycnr_open(const vorn_ycnr_options* options) {
@@ -175,27 +188,26 @@ denoise_handle_t* vorn_ycnr_open(const vorn_ycnr_options* options) {
 int32_t vorn_ycnr_process_planes(denoise_handle_t* handle, const vorn_ycnr_planes* src,
                                  const vorn_ycnr_planes* dst, const ycnr_ynr_tuning_param* ynr,
                                  const ycnr_cnr_tuning_param* cnr) {
-  return with_planes(__func__, handle, src, dst, ynr, cnr, [](planes_call* call) {
+  const auto run = [](planes_call* call) {
     const int width = call->handle->ynr->width, height = call->handle->ynr->height;
     if (call->from.width != width || call->from.height != height) return refuse_size(*call);
     // Rows of an odd width do not begin on a pair; the filter does not run on them either.
     return call->run(call->handle, width, height, width % 2 == 0 ? height / 2 : 0);
-  });
+  };
+  return with_planes(__func__, vorn::process_frame, handle, src, dst, ynr, cnr, run);
 }
 
 int32_t vorn_ycnr_process_any(denoise_handle_t* handle, const vorn_ycnr_planes* src,
                               const vorn_ycnr_planes* dst, const ycnr_ynr_tuning_param* ynr,
                               const ycnr_cnr_tuning_param* cnr) {
-  return with_planes(__func__, handle, src, dst, ynr, cnr, [](planes_call* call) {
-    const ynr_handle_t& made_for = *call->handle->ynr;
-    if (call->from.width > made_for.width || call->from.height > made_for.height)
-      return refuse_size(*call);
-    const int least = least_side(call->luma, call->chroma);
-    const int width = std::max(even(made_for.width), least);
-    const int height = std::max(even(made_for.height), least);
-    return call->run(handle_of_size(call->handle, width, height), width, height,
-                     even(call->from.height) / 2);
-  });
+  return with_planes(__func__, vorn::process_frame, handle, src, dst, ynr, cnr, process_any_size);
+}
+
+int32_t vorn_ycnr_process_any_fine(denoise_handle_t* handle, const vorn_ycnr_planes* src,
+                                   const vorn_ycnr_planes* dst, const ycnr_ynr_tuning_param* ynr,
+                                   const ycnr_cnr_tuning_param* cnr) {
+  return with_planes(__func__, vorn::process_frame_finely, handle, src, dst, ynr, cnr,
+                     process_any_size);
 }
 
 int32_t vorn_ycnr_set_stage_sink(denoise_handle_t* handle, vorn_ycnr_stage_sink sink,

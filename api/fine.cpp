@@ -23,8 +23,10 @@ bool has_scratch(denoise_handle_t* handle) {
   return false;
 }
 
-int32_t process_frame_finely(denoise_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst,
-                             Denoise_Parameters_t* params) {
+}  // namespace
+
+int32_t vorn::process_frame_finely(denoise_handle_t* handle, _tag_uni_image* src,
+                                   _tag_uni_image* dst, Denoise_Parameters_t* params) {
   if (!has_scratch(handle)) {
     // With both filters off the input is copied.
     ycnr_ynr_tuning_param luma = {};
@@ -39,8 +41,6 @@ int32_t process_frame_finely(denoise_handle_t* handle, _tag_uni_image* src, _tag
   return result;
 }
 
-}  // namespace
-
 int32_t vorn_ycnr_prepare_fine(denoise_handle_t* handle) {
   if (!handle) {
     VORN_LOGE("handle is NULL\n");
@@ -54,5 +54,5 @@ int32_t vorn_ycnr_prepare_fine(denoise_handle_t* handle) {
 
 int32_t vorn_ycnr_process_fine(denoise_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst,
                                Denoise_Parameters_t* params) {
-  return vorn::process_call(handle, src, dst, params, process_frame_finely);
+  return vorn::process_call(handle, src, dst, params, vorn::process_frame_finely);
 }

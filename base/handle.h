@@ -45,5 +45,5 @@ struct denoise_handle_t {
   denoise_handle_t* enlarged;       // for frames too small for their tuning, or null; same pool
   ynr_handle_t* plane;              // of the size of a chroma plane, for fine mode, or null
   unsigned char* grids;             // scratch of the fine mode's luma grids, or null
-  bool fine;                        // the frame under way came through vorn_ycnr_process_fine
+  bool fine;                        // the frame under way is to be denoised in fine mode
 };

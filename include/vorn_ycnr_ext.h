@@ -4,7 +4,8 @@
  * An extension: nothing here changes the four calls, their records or their results, and a program
  * that does without it needs only vorn_ycnr.h. A handle from vorn_ycnr_open is the same kind of
  * handle as one from vorn_ycnr_init and works with every call of both headers; vorn_ycnr_deinit
- * closes either. Every frame comes out with the bytes that vorn_ycnr_process would make.
+ * closes either. But for the fine mode, every frame comes out with the bytes that vorn_ycnr_process
+ * would make.
  *
  * The header is plain C99.
  */
@@ -98,6 +99,7 @@ VORN_API int32_t vorn_ycnr_log_level(void);
 /* Sets it, also for handles opened later: the system's properties do not change it any more. A
  * negative level hands it back to the properties. Returns the former level. */
 VORN_API int32_t vorn_ycnr_set_log_level(int32_t level);
+
 /* Denoises one frame in fine mode: luma is better by 0.1 to 0.4 dB and chroma by 0.7 to 1.1 dB than
  * with vorn_ycnr_process, in four times its processor time. The finest level is filtered on four
  * shifted grids of blocks and averaged, which leaves no pattern of the window, luma's and behind
@@ -113,6 +115,15 @@ VORN_API int32_t vorn_ycnr_process_fine(denoise_handle_t* handle, _tag_uni_image
  * pixel and 580 per column of the frame. Returns 0, also when it is there already, or -1 with an
  * ERROR log line. */
 VORN_API int32_t vorn_ycnr_prepare_fine(denoise_handle_t* handle);
+
+/* vorn_ycnr_process_any in fine mode: for any layout, stride and size. A frame of the handle's own
+ * size comes out with the bytes of vorn_ycnr_process_fine if that size is even and large enough.
+ * Where a frame runs on scratch of a second size, the first such frame allocates that and what the
+ * fine mode needs for it. */
+VORN_API int32_t vorn_ycnr_process_any_fine(denoise_handle_t* handle, const vorn_ycnr_planes* src,
+                                            const vorn_ycnr_planes* dst,
+                                            const ycnr_ynr_tuning_param* ynr,
+                                            const ycnr_cnr_tuning_param* cnr);
 
 /* Receives one log line without its line feed. priority: 3 debug, 4 info, 5 warning, 6 error.
  * Called on the thread that logs, one line at a time; must not call the library. An exception that

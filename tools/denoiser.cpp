@@ -90,12 +90,12 @@ denoiser::~denoiser() {
 
 int32_t denoiser::process(frame& f, tuning& t) {
   // Five luma layers need 16 pixels a side; from there on no tuning needs a frame to be enlarged.
-  // The fine mode has no such call, and nothing to gain on so few pixels.
   constexpr int kAlwaysEnough = 16;
   if (std::min(width_, height_) < kAlwaysEnough) {
     const vorn_ycnr_planes planes = {
         VORN_LAYOUT_NV12, width_, height_, {f.luma(), f.chroma(), nullptr}, {width_, width_, 0}};
-    return vorn_ycnr_process_any(handle_, &planes, &planes, &t.luma, &t.chroma);
+    const auto process_any = t.fine ? vorn_ycnr_process_any_fine : vorn_ycnr_process_any;
+    return process_any(handle_, &planes, &planes, &t.luma, &t.chroma);
   }
   result_.resize(f.data.size());
   _tag_uni_image src = {}, dst = {};

@@ -167,11 +167,11 @@ static gboolean gst_vorn_ycnr_query(GstBaseTransform* base, GstPadDirection dire
   return TRUE;
 }
 
-/* The tuning for a frame, with the switches applied. The set may be exchanged from another thread,
- * so the lock is held for as long as it is looked at, a measurement of the frame's noise included.
- */
-static void current_tuning(GstVornYcnr* self, const vorn_ycnr_planes* frame,
-                           ycnr_ynr_tuning_param* luma, ycnr_cnr_tuning_param* chroma) {
+/* The tuning for a frame, with the switches applied; returns whether in fine mode. The set may be
+ * exchanged from another thread, so the lock is held for as long as it is looked at, a measurement
+ * of the frame's noise included. */
+static gboolean current_tuning(GstVornYcnr* self, const vorn_ycnr_planes* frame,
+                               ycnr_ynr_tuning_param* luma, ycnr_cnr_tuning_param* chroma) {
   GST_OBJECT_LOCK(self);
   if (self->automatic) {
     const vorn_noise_frame noise = planes_to_measure(frame);
@@ -186,7 +186,9 @@ static void current_tuning(GstVornYcnr* self, const vorn_ycnr_planes* frame,
   }
   luma->enable = self->luma && luma->enable == 1;
   chroma->enable = self->chroma && chroma->enable == 1;
+  const gboolean fine = self->fine;
   GST_OBJECT_UNLOCK(self);
+  return fine;
 }
 
 /* Whether the frame comes too late anyway; it is then counted and told. */
@@ -224,9 +226,10 @@ static GstFlowReturn gst_vorn_ycnr_transform_frame(GstVideoFilter* filter, GstVi
   const vorn_ycnr_planes from = planes_of(in), to = planes_of(out);
   ycnr_ynr_tuning_param luma;
   ycnr_cnr_tuning_param chroma;
-  current_tuning(self, &from, &luma, &chroma);
+  const gboolean fine = current_tuning(self, &from, &luma, &chroma);
 
-  if (vorn_ycnr_process_any(self->handle, &from, &to, &luma, &chroma) != VORN_OK) {
+  if ((fine ? vorn_ycnr_process_any_fine : vorn_ycnr_process_any)(self->handle, &from, &to, &luma,
+                                                                  &chroma) != VORN_OK) {
     GST_ELEMENT_ERROR(self, LIBRARY, FAILED, ("A frame of %dx%d was refused", to.width, to.height),
                       ("luma levels %d, chroma scale %d", luma.layer, chroma.scale));
     return GST_FLOW_ERROR;

@@ -24,6 +24,7 @@ struct _GstVornYcnr {
   gboolean automatic;
   gboolean luma;
   gboolean chroma;
+  gboolean fine;
   vorn_tuning_set* tuning; /* never NULL between start and stop */
   Pace pace;
 

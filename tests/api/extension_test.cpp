@@ -174,7 +174,7 @@ TEST(Extension, OddSizes) {
 }
 
 // Frames of any size come out as the contiguous frame does whose last column and row were repeated
-// by hand to what the handle and the tuning ask for.
+// by hand to what the handle and the tuning ask for, plain and in fine mode.
 TEST(Extension, AnySizeIsTheRepeatedFrameCut) {
   struct row {
     int width, height, layer, run_width, run_height;
@@ -196,7 +196,8 @@ TEST(Extension, AnySizeIsTheRepeatedFrameCut) {
 
       tuning with;
       with.ynr.layer = r.layer;
-      frame src(r.run_width, r.run_height), dst(r.run_width, r.run_height);
+      frame src(r.run_width, r.run_height), dst(r.run_width, r.run_height),
+          finely(r.run_width, r.run_height);
       uint8_t* bytes = src.image.plane[0];
       for (int y = 0; y < r.run_height; ++y)
         for (int x = 0; x < r.run_width; ++x)
@@ -205,15 +206,18 @@ TEST(Extension, AnySizeIsTheRepeatedFrameCut) {
         for (int x = 0; x < r.run_width; ++x)
           *bytes++ = from.chroma(x & 1, std::min(x / 2, columns - 1), std::min(y, rows - 1));
       denoiser plain(r.run_width, r.run_height);
+      const std::vector<uint8_t> repeated = src.bytes();
       ASSERT_EQ(plain.run(src, dst, with), 0);
-      const std::vector<uint8_t> expected = dst.bytes();
+      std::copy(repeated.begin(), repeated.end(), src.image.plane[0]);
+      ASSERT_EQ(vorn_ycnr_process_fine(plain.get(), &src.image, &finely.image, &with.params), 0);
 
       // A handle of the frame's own size, and of the larger one.
-      for (int round = 0; round < 2; ++round) {
-        denoiser one(round ? r.run_width : r.width, round ? r.run_height : r.height);
+      for (int round = 0; round < 4; ++round) {
+        denoiser one(round % 2 ? r.run_width : r.width, round % 2 ? r.run_height : r.height);
+        const auto call = round < 2 ? vorn_ycnr_process_any : vorn_ycnr_process_any_fine;
+        const std::vector<uint8_t> expected = round < 2 ? dst.bytes() : finely.bytes();
         for (int frames = 0; frames < 2; ++frames)
-          ASSERT_EQ(
-              vorn_ycnr_process_any(one.get(), &from.record, &to.record, &with.ynr, &with.cnr), 0);
+          ASSERT_EQ(call(one.get(), &from.record, &to.record, &with.ynr, &with.cnr), 0);
         int wrong = 0;
         for (int y = 0; y < r.height; ++y)
           for (int x = 0; x < r.width; ++x)

@@ -140,16 +140,9 @@ def _declare(library: ctypes.CDLL, name: str, result: Any, *arguments: Any) -> N
 
 
 _declare(lib, "vorn_ycnr_open", c_void_p, POINTER(Options))
-_declare(
-    lib,
-    "vorn_ycnr_process_any",
-    c_int32,
-    c_void_p,
-    POINTER(Planes),
-    POINTER(Planes),
-    POINTER(LumaParam),
-    POINTER(ChromaParam),
-)
+_frame = (c_void_p, POINTER(Planes), POINTER(Planes), POINTER(LumaParam), POINTER(ChromaParam))
+_declare(lib, "vorn_ycnr_process_any", c_int32, *_frame)
+_declare(lib, "vorn_ycnr_process_any_fine", c_int32, *_frame)
 _declare(lib, "vorn_ycnr_set_log_level", c_int32, c_int32)
 _declare(lib, "vorn_ycnr_deinit", c_int32, c_void_p)
 _declare(lib, "vorn_ycnr_capability", c_int32, c_void_p, POINTER(Capability))

@@ -106,10 +106,13 @@ class Denoiser:
         *,
         luma: bool = True,
         chroma: bool = True,
+        fine: bool = False,
     ) -> Bytes:
         """Denoises one NV12 frame of an even size: (height * 3 / 2, width) uint8, in and out.
 
-        Without a tuning the default set's for gain 8 is taken. luma and chroma switch a filter off.
+        Without a tuning the default set's for gain 8 is taken. luma and chroma switch a filter off;
+        fine=True takes the fine mode: luma better by 0.1 to 0.4 dB and chroma by 0.7 to 1.1, in about
+        four times the time.
         """
         frame = _array(frame, (self.height * 3 // 2, self.width), "frame")
         if self.width % 2 or self.height % 2:
@@ -121,7 +124,7 @@ class Denoiser:
             frame[self.height :], half, (frame.strides[0], 2, 1), writeable=False
         )
         self._run(frame[: self.height], pairs, result[: self.height],
-                  result[self.height :].reshape(half), tuning, luma, chroma)  # fmt: skip
+                  result[self.height :].reshape(half), tuning, luma, chroma, fine)  # fmt: skip
         return result
 
     def planes(
@@ -132,15 +135,16 @@ class Denoiser:
         *,
         luma: bool = True,
         chroma: bool = True,
+        fine: bool = False,
     ) -> Tuple[Bytes, Bytes]:
         """Denoises a luma plane (height, width) with its chroma (rounded up halves, 2), U first.
 
-        Strided views are fine. Returns the two as new arrays."""
+        Strided views will do. Returns the two as new arrays. fine as for nv12."""
         y = _array(y, (self.height, self.width), "y")
         half = ((self.height + 1) // 2, (self.width + 1) // 2)
         uv = _array(uv, (*half, 2), "uv")
         new_y, new_uv = np.empty(y.shape, np.uint8), np.empty(uv.shape, np.uint8)
-        self._run(_in_rows(y), _in_rows(uv), new_y, new_uv, tuning, luma, chroma)
+        self._run(_in_rows(y), _in_rows(uv), new_y, new_uv, tuning, luma, chroma, fine)
         return new_y, new_uv
 
     def _open_handle(self) -> int:
@@ -162,7 +166,7 @@ class Denoiser:
         return record
 
     def _run(self, y: Bytes, uv: Bytes, new_y: Bytes, new_uv: Bytes, tuning: Optional[Tuning],
-             luma: bool, chroma: bool) -> None:  # fmt: skip
+             luma: bool, chroma: bool, fine: bool) -> None:  # fmt: skip
         if tuning is None:
             tuning = _default_tuning(DEFAULT_GAIN)
         if not isinstance(tuning, Tuning):
@@ -173,9 +177,9 @@ class Denoiser:
             *tuning._records(luma, chroma),
         )
         with self._lock_of_this_process():
-            code = _native.lib.vorn_ycnr_process_any(
-                self._open_handle(), *map(ctypes.byref, records)
-            )
+            lib = _native.lib
+            process = lib.vorn_ycnr_process_any_fine if fine else lib.vorn_ycnr_process_any
+            code = process(self._open_handle(), *map(ctypes.byref, records))
         if code != 0:
             raise DenoiseError(f"the frame of {self.width}x{self.height} was refused ({code})")
 
@@ -254,9 +258,10 @@ def denoise_nv12(
     gain: Gain = None,
     luma: bool = True,
     chroma: bool = True,
+    fine: bool = False,
 ) -> Bytes:
     """Denoises one NV12 frame, (height * 3 / 2, width) uint8, with a tuning or the default for a gain;
-    gain="auto" measures the noise.
+    gain="auto" measures the noise, fine=True takes the fine mode.
 
     For more than one frame of a size a Denoiser saves the set-up."""
     frame = np.asarray(frame)
@@ -270,7 +275,7 @@ def denoise_nv12(
     pairs = frame[height:].reshape(height // 2, width // 2, 2) if gain == "auto" else None
     tuning = _pick(tuning, gain, frame[:height], pairs)
     with Denoiser(width, height) as denoiser:
-        return denoiser.nv12(frame, tuning, luma=luma, chroma=chroma)
+        return denoiser.nv12(frame, tuning, luma=luma, chroma=chroma, fine=fine)
 
 
 def denoise_planes(
@@ -281,16 +286,17 @@ def denoise_planes(
     gain: Gain = None,
     luma: bool = True,
     chroma: bool = True,
+    fine: bool = False,
 ) -> Tuple[Bytes, Bytes]:
     """Denoises a luma plane (height, width) and its chroma plane of U/V pairs, of any size.
 
-    gain="auto" measures the noise."""
+    gain="auto" measures the noise, fine=True takes the fine mode."""
     y = np.asarray(y)
     if y.ndim != 2:
         raise ValueError(f"y must be a plane of (height, width), not of shape {y.shape}")
     tuning = _pick(tuning, gain, y, uv)
     with Denoiser(y.shape[1], y.shape[0]) as denoiser:
-        return denoiser.planes(y, uv, tuning, luma=luma, chroma=chroma)
+        return denoiser.planes(y, uv, tuning, luma=luma, chroma=chroma, fine=fine)
 
 
 class _PictureDenoiser(Denoiser):
@@ -308,10 +314,12 @@ def denoise_rgb(
     gain: Gain = None,
     luma: bool = True,
     chroma: bool = True,
+    fine: bool = False,
     bgr: bool = False,
 ) -> Bytes:
     """Denoises an RGB picture, (height, width, 3) uint8, of any size: an array, or a Pillow image of
-    mode RGB. bgr=True takes and gives the order of OpenCV, gain="auto" measures the noise.
+    mode RGB. bgr=True takes and gives the order of OpenCV, gain="auto" measures the noise, fine=True takes
+    the fine mode.
 
     Works in full-range BT.601 YCbCr 4:2:0, as JPEG does: with chroma on, colour comes back at half
     its resolution; with chroma off the colour differences stay as they were.
@@ -326,6 +334,6 @@ def denoise_rgb(
     y, uv = colour.split(rgb)
     tuning = _pick(tuning, gain, y, uv)
     with _PictureDenoiser(y.shape[1], y.shape[0]) as denoiser:
-        new_y, new_uv = denoiser.planes(y, uv, tuning, luma=luma, chroma=chroma)
+        new_y, new_uv = denoiser.planes(y, uv, tuning, luma=luma, chroma=chroma, fine=fine)
     result = colour.join(new_y, new_uv) if chroma else colour.add_to_luma(rgb, y, new_y)
     return np.ascontiguousarray(result[..., ::-1]) if bgr else result

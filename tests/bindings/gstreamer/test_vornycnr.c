@@ -7,7 +7,7 @@
 #include <string.h>
 #include <unistd.h>
 
-#include "vorn_ycnr.h"
+#include "vorn_ycnr_ext.h"
 
 /* Two strengths in one set, so that a changed gain shows in the bytes. */
 static const ycnr_ynr_tuning_param kLuma[2] = {{1, 2, {3, 3, 3}, {5, 5, 5}, 64, 0, 0},
@@ -97,7 +97,11 @@ static void picture_free(Picture* p) {
   g_free(p);
 }
 
-/* What the library makes of it, straight through its four calls. */
+/* The library's call for a contiguous frame, plain or fine. */
+static int32_t (*process)(denoise_handle_t*, _tag_uni_image*, _tag_uni_image*,
+                          Denoise_Parameters_t*) = vorn_ycnr_process;
+
+/* What the library makes of it, straight through that call. */
 static Picture* denoised(const Picture* in, gint entry, gboolean luma_on, gboolean chroma_on) {
   /* The element's padding: to sizes that no level halves to an odd one. */
   const gint w = MAX(128, (in->width + 15) / 16 * 16), h = (in->height + 3) & ~3;
@@ -120,7 +124,7 @@ static Picture* denoised(const Picture* in, gint entry, gboolean luma_on, gboole
   _tag_uni_image source = {.width = w, .height = h, .plane = {src}};
   _tag_uni_image result = {.width = w, .height = h, .plane = {dst}};
   Denoise_Parameters_t parameters = {0, &luma, &chroma};
-  fail_unless_equals_int(vorn_ycnr_process(handle, &source, &result, &parameters), VORN_OK);
+  fail_unless_equals_int(process(handle, &source, &result, &parameters), VORN_OK);
   vorn_ycnr_deinit(handle);
 
   Picture* out = picture_new(in->width, in->height, 0);
@@ -261,6 +265,18 @@ GST_START_TEST(test_switches) {
   picture_free(in);
   g_object_set(h->element, "luma", TRUE, "chroma", TRUE, NULL);
   check_frame(h, GST_VIDEO_FORMAT_NV12, 128, 96, -1, 0, TRUE, TRUE);
+  gst_harness_teardown(h);
+}
+GST_END_TEST;
+
+GST_START_TEST(test_fine_mode_while_playing) {
+  GstHarness* h = harness();
+  gst_harness_set_src_caps(h, caps_for(GST_VIDEO_FORMAT_I420, 131, 66));
+  for (gint fine = 0; fine < 3; ++fine) {
+    g_object_set(h->element, "fine", fine % 2, NULL);
+    process = fine % 2 ? vorn_ycnr_process_fine : vorn_ycnr_process;
+    check_frame(h, GST_VIDEO_FORMAT_I420, 131, 66, 7, 0, TRUE, TRUE);
+  }
   gst_harness_teardown(h);
 }
 GST_END_TEST;
@@ -584,6 +600,7 @@ static Suite* vornycnr_suite(void) {
   tcase_add_checked_fixture(tests, setup, teardown);
   tcase_add_test(tests, test_layouts_strides_sizes);
   tcase_add_test(tests, test_switches);
+  tcase_add_test(tests, test_fine_mode_while_playing);
   tcase_add_test(tests, test_gain_while_playing);
   tcase_add_test(tests, test_renegotiation);
   tcase_add_test(tests, test_stats);

@@ -31,7 +31,7 @@ def noisy_nv12(width, height, seed=7):
     return frame
 
 
-def through_the_calls(frame, tuning):
+def through_the_calls(frame, tuning, call="vorn_ycnr_process"):
     """The four C calls by hand, on raw byte buffers."""
     height, width = frame.shape[0] // 3 * 2, frame.shape[1]
     numbers = [
@@ -69,7 +69,7 @@ def through_the_calls(frame, tuning):
         image.plane[0] = ctypes.addressof(buffer)
         images.append(ctypes.byref(image))
     parameters = (ctypes.c_uint64 * 3)(0, ctypes.addressof(luma), ctypes.addressof(chroma))
-    init, process = _native.lib.vorn_ycnr_init, _native.lib.vorn_ycnr_process
+    init, process = _native.lib.vorn_ycnr_init, _native.lib[call]
     init.restype = ctypes.c_void_p
     handle = init((ctypes.c_int32 * 2)(width, height))
     assert process(ctypes.c_void_p(handle), *images, parameters) == 0
@@ -84,6 +84,19 @@ def test_nv12_gives_the_bytes_of_the_calls_and_leaves_its_input_alone():
     assert np.array_equal(clean, through_the_calls(frame, TUNING))
     assert np.array_equal(frame, kept)
     assert clean[50:90, 70:120].std() < 0.7 * frame[50:90, 70:120].std()
+
+
+def test_fine_mode_gives_the_bytes_of_its_call_and_takes_odd_sizes():
+    frame = noisy_nv12(128, 96)
+    clean = vornycnr.denoise_nv12(frame, TUNING, fine=True)
+    assert np.array_equal(clean, through_the_calls(frame, TUNING, "vorn_ycnr_process_fine"))
+    assert not np.array_equal(clean, vornycnr.denoise_nv12(frame, TUNING))
+    # The last column is a copy of the one before: taken away, it comes back as padding.
+    frame[:, -2:] = np.repeat(frame[:, -2:-1], 2, axis=1)
+    y, uv = frame[:96], frame[96:].reshape(48, 64, 2)
+    even = vornycnr.denoise_planes(y, uv, TUNING, fine=True)
+    odd = vornycnr.denoise_planes(y[:, :-1], uv, TUNING, fine=True)
+    assert np.array_equal(odd[0], even[0][:, :-1]) and np.array_equal(odd[1], even[1])
 
 
 def test_strided_and_reversed_views_are_taken_as_they_look():
