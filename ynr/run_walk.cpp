@@ -93,28 +93,28 @@ class run_walk {
  private:
   void walk_band(int band_x, int row_begin, int row_end) {
     const int runs = std::min(kBandRuns, (src_->width - band_x + kRunPixels - 1) / kRunPixels);
-    run_plan plans[kBandRuns];
     int top = 0;  // buffer row of the first row that the window reaches
     for (int y = row_begin; y < row_end; y += 4) {
       const mask_row row = mask_row_for(Rings, mask_, src_->width, y);
       // All plans first: the kernels read them in wide pieces, which wait for stores just made.
       for (int i = 0; i < runs; ++i) {
-        if (y == row_begin)
-          start_plan(&plans[i], row, src_->width, band_x + i * kRunPixels, kernels_.short_rules);
+        if (planned_x_ != band_x)
+          start_plan(&plans_[i], row, src_->width, band_x + i * kRunPixels, kernels_.short_rules);
         else if (Rings == 2 && mask_)
-          update_plan(&plans[i], row, kernels_.short_rules);
+          update_plan(&plans_[i], row, kernels_.short_rules);
       }
+      planned_x_ = band_x;
       top = y == row_begin ? fetch_first(band_x, y) : fetch_next(top, band_x, y);
       const unsigned char* tile = rows_ + (top + Rings) * kTilePitch + kTileMargin;
       for (int i = 0; i < runs;) {
         const int x = band_x + i * kRunPixels;
-        const int whole = filter_whole(plans + i, runs - i, tile + i * kRunPixels, x, y);
+        const int whole = filter_whole(plans_ + i, runs - i, tile + i * kRunPixels, x, y);
         i += whole;
         if (whole) continue;
-        if (plans[i].by_blocks)
+        if (plans_[i].by_blocks)
           walk_blocks<Rings>(src_, dst_, mask_, map_, y, x, x + kRunPixels);
-        else if (plans[i].written)
-          filter_partly(plans[i], tile + i * kRunPixels, x, y);
+        else if (plans_[i].written)
+          filter_partly(plans_[i], tile + i * kRunPixels, x, y);
         ++i;
       }
     }
@@ -189,6 +189,8 @@ class run_walk {
   int* map_;
   const luma_kernels& kernels_;
   const weight_table* table_;  // null: the weight map fits none
+  int planned_x_ = -1;         // band that the plans are for: they outlive a queue's chunks
+  run_plan plans_[kBandRuns];
   alignas(64) unsigned char rows_[kBufferRows * kTilePitch];
   // What the last call for whole runs left for the block row at y: see run_filter.
   struct {
