@@ -94,17 +94,18 @@ void up2_merge_rows(const _tag_uni_image& small, const _tag_uni_image& fine,
     const uint8_t *a = row_of(small, y / 2), *b = a + small.stride[0];
     kernels.up_merge(a, b, row(detail, y), row(detail, y + 1), row(result, y), row(result, y + 1),
                      stepped);
-    for (int k = 0; k < 2; ++k) {
-      uint8_t *enlarged = row(fine, y + k), *merged = row(result, y + k);
-      const uint8_t* bias = row(detail, y + k);
-      for (int x = stepped; x < width - 1; ++x) {
-        const uint8_t up = k ? vorn::up_odd_row(a, b, x) : vorn::up_even_row(a, x);
-        enlarged[x] = up;
-        merged[x] = vorn::merge_detail(up, bias[x]);
-        // Without a run of single samples, column W-1 stays as it was: kept on purpose
-        // (Up2.MergeLeavesLastColumnOfMultiplesOf16).
-        if (x == width - 2) merged[width - 1] = vorn::merge_detail(up, bias[width - 1]);
-      }
+    const int tail = width - 1 - stepped;
+    if (tail > 0)
+      kernels.up(a + stepped / 2, b + stepped / 2, row(fine, y) + stepped,
+                 row(fine, y + 1) + stepped, tail);
+    for (int k = 0; tail > 0 && k < 2; ++k) {
+      const uint8_t *enlarged = row(fine, y + k), *bias = row(detail, y + k);
+      uint8_t* merged = row(result, y + k);
+      // Without a tail, column W-1 stays as it was: kept on purpose
+      // (Up2.MergeLeavesLastColumnOfMultiplesOf16).
+      const uint8_t end = vorn::merge_detail(enlarged[width - 2], bias[width - 1]);
+      kernels.add(enlarged + stepped, bias + stepped, merged + stepped, tail);
+      merged[width - 1] = end;
     }
   }
   if (!closes || width < 2) return;

@@ -49,9 +49,12 @@ class row_queue {
   row_queue(int end, int multiple) : multiple_(multiple) {
     const int step = end / kSlices / multiple * multiple;
     for (int i = 0; i < kSlices; ++i) {
-      quarters_[i].taken.store(0, std::memory_order_relaxed);
       quarters_[i].begin = i * step;
       quarters_[i].end = i + 1 < kSlices ? (i + 1) * step : end;
+      // Of a quarter of one multiple all chunks but the last are empty.
+      const int rows = quarters_[i].end - quarters_[i].begin;
+      const int empty = rows <= 0 ? kChunks : rows <= multiple ? kChunks - 1 : 0;
+      quarters_[i].taken.store(empty, std::memory_order_relaxed);
     }
   }
 

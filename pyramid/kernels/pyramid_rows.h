@@ -69,8 +69,35 @@ struct pyramid_rows {
     }
   }
 
+  // A pair of rows shorter than a step, in a step of its own; without details the enlarged ones.
+  static void up_short(const uint8_t* a, const uint8_t* b, const uint8_t* detail_even,
+                       const uint8_t* detail_odd, uint8_t* out_even, uint8_t* out_odd, int width) {
+    const size_t samples = static_cast<size_t>(width), coarse = samples / 2 + 1;
+    uint8_t upper[2 * kStep] = {}, lower[2 * kStep] = {}, even[2 * kStep] = {}, odd[2 * kStep] = {};
+    __builtin_memcpy(upper, a, coarse);
+    __builtin_memcpy(lower, b, coarse);
+    block k = enlarge(upper, lower);
+    if (detail_even) {
+      __builtin_memcpy(even, detail_even, samples);
+      __builtin_memcpy(odd, detail_odd, samples);
+      for (int i = 0; i < 2; ++i) {
+        k.even[i] = V::merge(k.even[i], V::load(even + i * kStep));
+        k.odd[i] = V::merge(k.odd[i], V::load(odd + i * kStep));
+      }
+    }
+    write(k, even, odd);
+    __builtin_memcpy(out_even, even, samples);
+    __builtin_memcpy(out_odd, odd, samples);
+  }
+  // Whether such rows are worth that: the forms with the smallest steps, for what takes longer
+  // sample by sample.
+  static bool takes_short(int width) { return V::kNarrower == kernel_form::scalar && width >= 4; }
+
   static void up(const uint8_t* a, const uint8_t* b, uint8_t* even, uint8_t* odd, int width) {
-    if (width < 2 * kStep) return narrower().up(a, b, even, odd, width);
+    if (width < 2 * kStep) {
+      if (takes_short(width)) return up_short(a, b, nullptr, nullptr, even, odd, width);
+      return narrower().up(a, b, even, odd, width);
+    }
     if (width % 2) {  // an even column that no step reaches
       --width;
       even[width] = up_even_row(a, width);
@@ -87,8 +114,11 @@ struct pyramid_rows {
   // is computed before any is stored.
   static void up_merge(const uint8_t* a, const uint8_t* b, const uint8_t* detail_even,
                        const uint8_t* detail_odd, uint8_t* out_even, uint8_t* out_odd, int width) {
-    if (width < 2 * kStep)
+    if (width < 2 * kStep) {
+      if (takes_short(width))
+        return up_short(a, b, detail_even, detail_odd, out_even, out_odd, width);
       return narrower().up_merge(a, b, detail_even, detail_odd, out_even, out_odd, width);
+    }
     if (width % 2) {
       --width;
       out_even[width] = merge_detail(up_even_row(a, width), detail_even[width]);
