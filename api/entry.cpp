@@ -6,6 +6,7 @@
 
 #include "api/entry.h"
 #include "api/tuning.h"
+#include "base/dump.h"
 #include "base/handle.h"
 #include "base/log.h"
 #include "cnr/cnr_driver.h"
@@ -51,12 +52,15 @@ struct frame {
   int bytes = 0;
 
   int luma_bytes() const { return src.width * src.height; }
+  // Of whole rows: an odd height leaves half a row behind them.
+  int chroma_bytes() const { return src.width * (src.height / 2); }
 
-  // Makes dst hold what src holds, from a byte on. Nothing to do where they are one buffer.
-  void copy_input(pool* workers, int from = 0) {
+  // Makes dst hold what src holds. Nothing to do where they are one buffer.
+  void copy_input(pool* workers) { copy_input(workers, 0, bytes); }
+  void copy_input(pool* workers, int from, int until) {
     if (src.plane[0] != dst.plane[0])
       vorn::copy_bytes(workers, dst.plane[0] + from, src.plane[0] + from,
-                       static_cast<size_t>(bytes - from));
+                       static_cast<size_t>(until - from));
   }
 };
 
@@ -123,23 +127,31 @@ int filter_chroma_plane(denoise_handle_t* handle, _tag_uni_image* from, _tag_uni
 }
 
 outcome run_filters(denoise_handle_t* handle, frame* io, filters wanted) {
-  // The luma filter writes every luma sample, so only what it leaves alone is copied beforehand.
-  io->copy_input(handle->pool, wanted.luma ? io->luma_bytes() : 0);
-  const bool fine = handle->fine;
+  pool* const workers = handle->pool;
+  const bool fine = handle->fine, both = wanted.luma && wanted.chroma;
+  // Dumps between the filters show whole frames. Otherwise only what no filter writes is copied.
+  const bool whole = fine || vorn::dumps("persist.vendor.cam.ynr2.output") ||
+                     vorn::dumps("persist.vendor.cam.cnr4.input");
+  const int luma = io->luma_bytes(), chroma = both && !whole ? io->chroma_bytes() : 0;
+  io->copy_input(workers, wanted.luma ? luma + chroma : 0, io->bytes);
   if (wanted.luma && (fine ? vorn::ynr_process_fine(handle, &io->src, &io->dst, handle->grids)
                            : uni_luma_noise_reduce_mask_process(handle, &io->src, &io->dst, nullptr,
                                                                 &handle->ynr_param)) != 0)
     return outcome::luma_failed;
+  if (!wanted.chroma) return outcome::done;
   // The chroma filter takes its guide from src; chroma itself is still the same in both.
-  if (wanted.luma && wanted.chroma)
-    vorn::copy_bytes(handle->pool, io->src.plane[0], io->dst.plane[0],
-                     static_cast<size_t>(io->luma_bytes()));
-  if (wanted.chroma &&
-      (fine ? vorn::cnr_process_fine(handle, &io->src, &io->dst,
-                                     handle->plane ? filter_chroma_plane : nullptr)
-            : uni_color_noise_reduce_process(handle, &io->src, &io->dst, &handle->cnr_param)) != 0)
-    return outcome::chroma_failed;
-  return outcome::done;
+  const auto take_luma = [=] {
+    vorn::copy_bytes(workers, io->src.plane[0], io->dst.plane[0], static_cast<size_t>(luma));
+  };
+  if (both && whole) take_luma();
+  const int result = fine             ? vorn::cnr_process_fine(handle, &io->src, &io->dst,
+                                                   handle->plane ? filter_chroma_plane : nullptr)
+                     : both && !whole ? vorn::cnr_process_filtered(handle, &io->src, &io->dst)
+                                      : uni_color_noise_reduce_process(handle, &io->src, &io->dst,
+                                                                       &handle->cnr_param);
+  if (result == 0) return outcome::done;
+  if (both) take_luma();
+  return outcome::chroma_failed;
 }
 
 void fill_text(char* field, size_t size, const char* text) {

@@ -136,6 +136,12 @@ int DUMP_cnr_config_file(const char* enable_property, const char* expected,
                       {"param2", t.param2}});
 }
 
+bool vorn::dumps(const char* enable_property) {
+  char enable[kTextMax] = {};
+  getProperty_NR(enable_property, "no", enable);
+  return std::strcmp(enable, "yes") == 0;
+}
+
 int DUMP_IMAGE_CONDITION(const char* enable_property, const char* expected,
                          const char* path_property, const char* label, const char* timestamp,
                          void* data, int width, int height, int size) {

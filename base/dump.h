@@ -19,3 +19,10 @@ VORN_API int DUMP_IMAGE_CONDITION(const char* enable_property, const char* expec
                                   const char* path_property, const char* label,
                                   const char* timestamp, void* data, int width, int height,
                                   int size);
+
+namespace vorn {
+
+// Whether a dump's property switches it on.
+bool dumps(const char* enable_property);
+
+}  // namespace vorn

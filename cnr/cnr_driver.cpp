@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <utility>
 
 #include "base/dump.h"
@@ -33,7 +34,10 @@ struct chroma_frame {
   chroma_level fine, coarse;
   vorn::stage_times stages;
 
+  bool luma_in_dst;  // filtered, and to be copied into src
+
   void split();
+  int take_luma() const;
   void halve(const char* name);
   void filter(const chroma_level& level, _tag_uni_image* out_u, _tag_uni_image* out_v,
               const char* across, const char* along, int number);
@@ -61,7 +65,27 @@ void chroma_frame::split() {
     return gain ? split_UV_saturation_thread(cnr, pairs, u, v, gain, width, rows)
                 : split_UV_thread(cnr, pairs, u, v, width, rows);
   });
-  stages.run("pyramid_down2", 0, [=] { return vorn::make_guide(cnr, src); });
+  stages.run("pyramid_down2", 0,
+             [=] { return luma_in_dst ? take_luma() : vorn::make_guide(cnr, src); });
+}
+
+// dst's luma into src and, halved, into the guide, a few rows at a time.
+int chroma_frame::take_luma() const {
+  const unsigned char* const from = dst.plane[0];
+  unsigned char* const to = src.plane[0];
+  const _tag_uni_image& guide = *fine.guide;
+  const ptrdiff_t stride = src.width;
+  return vorn::run_rows(cnr->pool, guide.height, 1, 9 * guide.width, [=](int begin, int end) {
+    constexpr int kRows = 8;
+    for (int y = begin; y < end; y += kRows) {
+      const int until = std::min(y + kRows, end);
+      const int last = until < guide.height ? 2 * until : src.height;
+      std::memcpy(to + 2 * y * stride, from + 2 * y * stride,
+                  static_cast<size_t>((last - 2 * y) * stride));
+      vorn::down2_rows(from, src.height, src.width, guide.plane[0], guide.width, guide.width, y,
+                       until);
+    }
+  });
 }
 
 void chroma_frame::halve(const char* name) {
@@ -304,7 +328,7 @@ constexpr char kDriver[] = "color_noise_reduce_process";  // in the log lines of
 // One frame; filter(&frame) is what stands between its split and its merge.
 template <typename Filter>
 int run_frame(denoise_handle_t* owner, const _tag_uni_image& src, const _tag_uni_image& dst,
-              _tag_cnr_param* param, const Filter& filter) {
+              _tag_cnr_param* param, const Filter& filter, bool luma_in_dst = false) {
   if (vorn::cnr_check_frame(owner->cnr, src.width, src.height, param->scale) != 0) return -1;
   char timestamp[256] = {};
   getTimestamp_NR(timestamp, sizeof(timestamp));
@@ -316,7 +340,8 @@ int run_frame(denoise_handle_t* owner, const _tag_uni_image& src, const _tag_uni
                         param,
                         vorn::level_of(owner->cnr, 0),
                         vorn::level_of(owner->cnr, 1),
-                        {owner->cnr->pool->sink, kDriver, ""}};
+                        {owner->cnr->pool->sink, kDriver, ""},
+                        luma_in_dst};
   frame.split();
   filter(&frame);
   frame.merge();
@@ -368,24 +393,40 @@ int cnr_check_frame(const cnr_handle_t* handle, int width, int height, int scale
 
 }  // namespace vorn
 
+namespace {
+
+_tag_cnr_param told_record(const _tag_cnr_param_output& tuning) {
+  const _tag_cnr_param param = record_of(tuning);
+  VORN_LOG_AS(vorn::kLogDebug, "uni_color_noise_reduce_process",
+              "scale = %d, smooth_radius = %d, smooth_step = %d , range_factor = %d \n",
+              param.scale, param.smooth_radius, param.smooth_step, tuning.range_factor);
+  return param;
+}
+
+void filter_by_scale(chroma_frame* frame) {
+  if (frame->param->scale == 2) frame->filter_both_levels();
+  if (frame->param->scale == 1) frame->filter_coarse_level();
+  if (frame->param->scale == 0) frame->filter_fine_level();
+}
+
+}  // namespace
+
 int uni_color_noise_reduce_process(void* handle, _tag_uni_image* src, _tag_uni_image* dst,
                                    _tag_cnr_param_output* tuning) {
   if (!tuning) return -1;
-  _tag_cnr_param param = record_of(*tuning);
-  VORN_LOGD("scale = %d, smooth_radius = %d, smooth_step = %d , range_factor = %d \n", param.scale,
-            param.smooth_radius, param.smooth_step, tuning->range_factor);
+  _tag_cnr_param param = told_record(*tuning);
   return color_noise_reduce_process(handle, src, dst, &param);
 }
 
 int color_noise_reduce_process(void* handle, _tag_uni_image* src, _tag_uni_image* dst,
                                _tag_cnr_param* param) {
   if (!handle || !src || !dst || !param) return -1;
-  return run_frame(static_cast<denoise_handle_t*>(handle), *src, *dst, param,
-                   [](chroma_frame* frame) {
-                     if (frame->param->scale == 2) frame->filter_both_levels();
-                     if (frame->param->scale == 1) frame->filter_coarse_level();
-                     if (frame->param->scale == 0) frame->filter_fine_level();
-                   });
+  return run_frame(static_cast<denoise_handle_t*>(handle), *src, *dst, param, filter_by_scale);
+}
+
+int vorn::cnr_process_filtered(denoise_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst) {
+  _tag_cnr_param param = told_record(handle->cnr_param);
+  return run_frame(handle, *src, *dst, &param, filter_by_scale, true);
 }
 
 int vorn::cnr_process_fine(denoise_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst,

@@ -31,6 +31,10 @@ namespace vorn {
 // Returns 0, or -1 with one ERROR line.
 int cnr_check_frame(const cnr_handle_t* handle, int width, int height, int scale);
 
+// One frame with the handle's tuning whose luma is filtered already, in dst: it goes into src on
+// its way to the guide. Errors as above; src's luma may then be of either kind.
+int cnr_process_filtered(denoise_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst);
+
 // One frame with the handle's tuning in fine mode: coarse blotches are taken out before the
 // tuning's own passes, as far as the noise has any (chroma_noise.h), and level 0 is the mean of
 // both orders of its two passes. Scales other than 0, 1, 2 and errors as above.
