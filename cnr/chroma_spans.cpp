@@ -28,6 +28,8 @@ int list_taps(const chroma_pass& pass, int position, int length, ptrdiff_t pitch
   return count;
 }
 
+constexpr int kFill = 16;  // radial factors are written by so many, and up to kFill - 1 too many
+
 // Radial factors of `count` pixels along an axis from `begin` on. The factor changes with the
 // distance from the centre at most four times on either side: filled by runs.
 void fill_radial(int16_t* out, int begin, int count, int centre, int64_t across, int64_t reach) {
@@ -43,28 +45,85 @@ void fill_radial(int16_t* out, int begin, int count, int centre, int64_t across,
       last = k == 4 || reach == 0 ? INT32_MAX : centre + ((k + 1) * reach + 3) / 4 - 1 - across;
     }
     const int run = static_cast<int>(std::min<int64_t>(last - at + 1, count - i));
-    std::fill_n(out + i, run, static_cast<int16_t>(std::min(kRadial[k] << 8, 32767)));
+    const auto factor = static_cast<int16_t>(std::min(kRadial[k] << 8, 32767));
+    for (int j = 0; j < run; j += kFill) std::fill_n(out + i + j, kFill, factor);
     i += run;
   }
 }
 
-// Columns begin..end-1 of row y, which share the span's taps; at least kMinSpan of them.
-void filter_line(const chroma_pass& pass, direction dir, int y, int begin, int end,
-                 const ptrdiff_t* taps, int tap_count) {
-  alignas(64) int16_t radial[kSegment + kStripRows];
+// The radial factors of a level by distance from its centre, mirrored: every row is a piece left
+// and a piece right of the middle, each as far from it as the row from the centre.
+struct radial_line {
+  static constexpr int kLongest = 8192;
+  alignas(64) int16_t of[kLongest + kFill];
+  int middle;  // entry of distance 0; 0 where the line is too long
+
+  explicit radial_line(const chroma_pass& pass) : middle((pass.width >> 1) + (pass.height >> 1)) {
+    if (2 * int64_t{middle} >= kLongest) middle = 0;
+    fill_radial(of, -middle, 2 * middle + 1, 0, 0, middle);
+  }
+  // Of `count` pixels of row y from column x on.
+  void row(const chroma_pass& pass, int x, int y, int count, int16_t* out) const {
+    const int centre_x = pass.width >> 1, centre_y = pass.height >> 1;
+    const int across = std::abs(y - centre_y);
+    if (middle == 0)
+      return fill_radial(out, x, count, centre_x, across,
+                         static_cast<int64_t>(centre_x) + centre_y);
+    const int left = std::max(0, std::min(centre_x - x, count));
+    const auto first = static_cast<size_t>(middle + x - centre_x);  // at least `across`
+    std::copy_n(of + (first - static_cast<size_t>(across)), left, out);
+    std::copy_n(of + (first + static_cast<size_t>(left + across)), count - left, out + left);
+  }
+};
+
+// The distances that rows of a vertical pass leave for the rows 1 and 3 below; see chroma_span. A
+// row's own stand in entries that its successors do not read from.
+class row_distances {
+ public:
+  // For row y, whose taps are as shared ones have to be or not.
+  void prepare(int y, bool shared, chroma_span* span) {
+    if (!shared) {
+      first_ = y + 1;
+      return;
+    }
+    span->below[0] = one_[y & 1];
+    span->below[1] = three_[y & 3];
+    if (y - 1 >= first_) span->above[0] = one_[(y - 1) & 1];
+    if (y - 3 >= first_) span->above[1] = three_[(y - 3) & 3];
+  }
+  void restart(int y) { first_ = y; }
+
+ private:
+  static constexpr int kLongest = kSegment + kStripRows;
+  alignas(64) int16_t one_[2][kLongest], three_[4][kLongest];
+  int first_ = 0;  // the first row in sequence that left something
+};
+
+// Columns begin..end-1 of row y, which share the span's taps; at least kMinSpan of them. With
+// `left`, which is for rows in sequence, no more than a segment.
+void filter_line(const chroma_pass& pass, direction dir, const radial_line& factors, int y,
+                 int begin, int end, const ptrdiff_t* taps, int tap_count,
+                 row_distances* left = nullptr) {
+  alignas(64) int16_t radial[kSegment + kStripRows + kFill];
   const int64_t start = dither_start(pass, dir, y);
-  const int centre_x = pass.width >> 1;
-  const int centre_y = pass.height >> 1;
   const auto kernel = active_chroma_kernels().filter;
   for (int x = begin; x < end;) {
     const int count = end - x > kSegment + kStripRows ? kSegment : end - x;
-    fill_radial(radial, x, count, centre_x, std::abs(y - centre_y),
-                static_cast<int64_t>(centre_x) + centre_y);
+    factors.row(pass, x, y, count, radial);
     const ptrdiff_t at = static_cast<ptrdiff_t>(y) * pass.width + x;
-    kernel({pass.guide + at, pass.src_a + at, pass.src_b + at, pass.dst_a + at, pass.dst_b + at,
-            taps, tap_count, radial, chroma_dither().dither + ((start + x) & (kDitherEntries - 1)),
-            pass.level_mode + 2, count},
-           pass.weights);
+    chroma_span span = {pass.guide + at,
+                        pass.src_a + at,
+                        pass.src_b + at,
+                        pass.dst_a + at,
+                        pass.dst_b + at,
+                        taps,
+                        tap_count,
+                        radial,
+                        chroma_dither().dither + ((start + x) & (kDitherEntries - 1)),
+                        pass.level_mode + 2,
+                        count};
+    if (left) left->prepare(y, tap_count == 4, &span);
+    kernel(span, pass.weights);
     x += count;
   }
 }
@@ -128,7 +187,7 @@ void turn_back(const strip_plane& in, int rows, int columns, uint8_t* out, int s
 void filter_strip(const chroma_pass& pass, int row_begin, int row_end, int begin, int end, int from,
                   int to) {
   alignas(64) strip_plane guide, src_a, src_b, dither, dst_a, dst_b;
-  alignas(64) int16_t radial[kStripRows];
+  alignas(64) int16_t radial[kStripRows + kFill];
   ptrdiff_t taps[kMaxFastTaps];
   const int centre_x = pass.width >> 1;
   const int centre_y = pass.height >> 1;
@@ -172,6 +231,7 @@ void filter_columns_fast(const chroma_pass& pass, int row_begin, int row_end) {
   const int width = pass.width;
   if (width <= kStripColumns) return filter_strip(pass, row_begin, row_end, 0, width, 0, width);
   const int radius = pass.step < 1 ? 0 : std::min(std::max(pass.radius, 0), width);
+  const radial_line factors(pass);
   if (radius > kStripColumns / 2 || width - 2 * radius < kMinSpan) {
     // Wide windows: the borders by the rule.
     const int inner_end = width - radius;
@@ -183,7 +243,7 @@ void filter_columns_fast(const chroma_pass& pass, int row_begin, int row_end) {
       ptrdiff_t taps[kMaxFastTaps];
       const int count = list_taps(pass, radius, width, 1, taps);
       filter_by_rule(pass, direction::horizontal, y, 0, radius);
-      filter_line(pass, direction::horizontal, y, radius, inner_end, taps, count);
+      filter_line(pass, direction::horizontal, factors, y, radius, inner_end, taps, count);
       filter_by_rule(pass, direction::horizontal, y, inner_end, width);
     }
     return;
@@ -191,7 +251,7 @@ void filter_columns_fast(const chroma_pass& pass, int row_begin, int row_end) {
   ptrdiff_t taps[kMaxFastTaps];
   const int tap_count = list_taps(pass, radius, width, 1, taps);
   for (int y = row_begin; y < row_end; ++y)
-    filter_line(pass, direction::horizontal, y, radius, width - radius, taps, tap_count);
+    filter_line(pass, direction::horizontal, factors, y, radius, width - radius, taps, tap_count);
   if (radius == 0) return;
   filter_strip(pass, row_begin, row_end, 0, radius, 0, 2 * radius);
   filter_strip(pass, row_begin, row_end, width - radius, width, width - 2 * radius, width);
@@ -212,10 +272,17 @@ bool spans_fit(const chroma_pass& pass, direction dir) {
 
 void filter_spans(const chroma_pass& pass, direction dir, int row_begin, int row_end) {
   if (dir == direction::horizontal) return filter_columns_fast(pass, row_begin, row_end);
+  const radial_line factors(pass);
   ptrdiff_t taps[kMaxFastTaps];
-  for (int y = row_begin; y < row_end; ++y) {
-    const int count = list_taps(pass, y, pass.height, pass.width, taps);
-    filter_line(pass, dir, y, 0, pass.width, taps, count);
+  row_distances left;
+  const bool shared = pass.radius == 3 && pass.step == 2;  // four taps are then those of `left`
+  for (int x = 0, end; x < pass.width; x = end) {
+    end = pass.width - x > kSegment + kStripRows ? x + kSegment : pass.width;
+    left.restart(row_begin);
+    for (int y = row_begin; y < row_end; ++y) {
+      const int count = list_taps(pass, y, pass.height, pass.width, taps);
+      filter_line(pass, dir, factors, y, x, end, taps, count, shared ? &left : nullptr);
+    }
   }
 }
 

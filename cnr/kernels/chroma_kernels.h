@@ -61,6 +61,13 @@ struct chroma_span {
   const int8_t* dither;   // per pixel: -1, 0, 1
   int quarters;           // added to the dither: 1 or 2
   int count;              // kMinSpan or more
+
+  // For kernels that share distances between rows, and spans whose taps are 3 and 1 rows above and
+  // 1 and 3 below: 16 times the distances to the rows 1 and 3 below go to `below`, and `above`
+  // holds what the rows 1 and 3 above left there. All null elsewhere, an entry of `above` at the
+  // top.
+  const int16_t* above[2] = {nullptr, nullptr};
+  int16_t* below[2] = {nullptr, nullptr};
 };
 
 struct chroma_kernels {

@@ -4,7 +4,6 @@
 
 #include "cnr/kernels/chroma_kernels.h"
 #include "runtime/neon.h"
-#include "runtime/reciprocal.h"
 
 namespace vorn {
 namespace chroma_neon {
@@ -17,6 +16,19 @@ static inline float32x4_t divide(float a, float32x4_t b) {
   vst1q_f32(lanes, b);
   for (float& lane : lanes) lane = a / lane;
   return vld1q_f32(lanes);
+#endif
+}
+
+// scale / total for a scale just above 1, from the 8-bit estimate e in one step of third order:
+// with h = scale - total e it is e (1 + h + h^2), to about the last bit of single precision.
+static inline float32x4_t raised_reciprocal(float scale, float32x4_t total) {
+#if defined(__aarch64__)
+  const float32x4_t e = vrecpeq_f32(total);
+  float32x4_t h = vfmsq_f32(vdupq_n_f32(scale), total, e);
+  h = vfmaq_f32(h, h, h);
+  return vfmaq_f32(e, e, h);
+#else
+  return divide(scale, total);
 #endif
 }
 
@@ -63,13 +75,15 @@ struct weight_table<0> {
   }
 };
 
-// (U - 128)^2 + (V - 128)^2 - 2048 for eight pixels, -2048..30720.
-static inline int16x8_t grey_distance(uint8x8_t u, uint8x8_t v) {
-  const uint8x8_t mid = vdup_n_u8(128);
-  const uint8x8_t du = vabd_u8(u, mid);
-  const uint8x8_t dv = vabd_u8(v, mid);
-  const uint16x8_t sum = vmlal_u8(vmull_u8(du, du), dv, dv);  // 32768 at most
-  return vreinterpretq_s16_u16(vsubq_u16(sum, vdupq_n_u16(2048)));
+// (U - 128)^2 + (V - 128)^2 - 2048 for sixteen pixels, -2048..30720.
+static inline void grey_distance(uint8x16_t u, uint8x16_t v, int16x8_t (&grey)[2]) {
+  const uint8x16_t mid = vdupq_n_u8(128);
+  const uint8x16_t du = vabdq_u8(u, mid), dv = vabdq_u8(v, mid);
+  uint16x8_t low = vmull_u8(vget_low_u8(du), vget_low_u8(du)), high = vmull_high_u8(du, du);
+  low = vmlal_u8(low, vget_low_u8(dv), vget_low_u8(dv));  // 32768 at most
+  high = vmlal_high_u8(high, dv, dv);
+  grey[0] = vreinterpretq_s16_u16(vsubq_u16(low, vdupq_n_u16(2048)));
+  grey[1] = vreinterpretq_s16_u16(vsubq_u16(high, vdupq_n_u16(2048)));
 }
 
 // Upper halves of twice the products, rounded down; no operand pair reaches 2^31.
@@ -82,12 +96,11 @@ static inline int16x8_t doubled_high_product(int16x8_t a, int16x8_t b) {
 #endif
 }
 
-// Index of the range weights for eight pixels, 0..32767.
+// Index of the range weights for eight pixels of distance d = d16 / 16, 0..32767.
 // 16 * d * (grey - 2048) doubled and halved sixteen times is d * grey / 2048 - d, rounded down;
 // with 2 * d on top it is d2. Twice d2 * radial * 256 in the upper half, rounded, is the index; the
 // radial factor 128 stands as 32767 and gives d2 itself up to 16384, far past the last weight.
-static inline int16x8_t range_index(uint16x8_t d, int16x8_t grey, int16x8_t radial) {
-  const int16x8_t d16 = vreinterpretq_s16_u16(vshlq_n_u16(d, 4));
+static inline int16x8_t range_index(int16x8_t d16, int16x8_t grey, int16x8_t radial) {
   const int16x8_t d2 = vsraq_n_s16(doubled_high_product(d16, grey), d16, 3);
   return vqrdmulhq_s16(d2, radial);
 }
@@ -129,19 +142,18 @@ struct sums {
   }
 };
 
-// Up to this many taps, that is for sums up to 15811, the refined reciprocal gives the same
-// quotients as a division (HorVer.RefinedReciprocalIsExactToo).
-constexpr int kMaxRefinedTaps = 61;
+// Up to this many taps, that is for sums up to 20401, the raised reciprocal gives the same
+// quotients as a division (HorVer.RaisedReciprocalIsExactToo).
+constexpr int kMaxRaisedTaps = 79;
 
 // Sixteen pixels and what their taps' weights need of them.
 struct centre_pixels {
   uint8x16_t y, a, b;
   int16x8_t grey[2], radial[2];
 
-  centre_pixels(const chroma_span& s, int x)
+  centre_pixels(const chroma_span& s, ptrdiff_t x)
       : y(vld1q_u8(s.guide + x)), a(vld1q_u8(s.src_a + x)), b(vld1q_u8(s.src_b + x)) {
-    grey[0] = grey_distance(vget_low_u8(a), vget_low_u8(b));
-    grey[1] = grey_distance(vget_high_u8(a), vget_high_u8(b));
+    grey_distance(a, b, grey);
     radial[0] = vld1q_s16(s.radial + x);
     radial[1] = vld1q_s16(s.radial + x + 8);
   }
@@ -152,27 +164,36 @@ struct edges {
   uint8x16_t a, b;
   explicit edges(const chroma_weights& w)
       : a(vdupq_n_u8(static_cast<uint8_t>(w.edge_a))),
-        b(vdupq_n_u8(static_cast<uint8_t>(w.edge_b))) {}
+        b(vdupq_n_u8(static_cast<uint8_t>(w.edge_b))) {
+#if defined(__aarch64__)
+    asm("" : "+w"(a), "+w"(b));  // or clang keeps the lower halves once more
+#endif
+  }
 };
 
-// Weights of the taps at `tap` bytes from sixteen pixels; a and b receive their samples.
+// 16 times the distances of sixteen pixels to their taps at guide, a and b: at most 30816.
+struct distances {
+  int16x8_t low, high;
+
+  distances(int16x8_t l, int16x8_t h) : low(l), high(h) {}
+  distances(const centre_pixels& c, const uint8_t* guide, uint8x16_t a, uint8x16_t b,
+            const edges& edge) {
+    const uint8x16_t dy = vabdq_u8(c.y, vld1q_u8(guide));
+    const uint8x16_t da = vabdq_u8(c.a, a), db = vabdq_u8(c.b, b);
+    uint16x8_t l = vmovl_u8(vget_low_u8(dy)), h = vmovl_high_u8(dy);
+    l = vsraq_n_u16(l, vmull_u8(vget_low_u8(da), vget_low_u8(edge.a)), 3);
+    h = vsraq_n_u16(h, vmull_high_u8(da, edge.a), 3);
+    l = vsraq_n_u16(l, vmull_u8(vget_low_u8(db), vget_low_u8(edge.b)), 3);
+    h = vsraq_n_u16(h, vmull_high_u8(db, edge.b), 3);
+    low = vreinterpretq_s16_u16(vshlq_n_u16(l, 4));
+    high = vreinterpretq_s16_u16(vshlq_n_u16(h, 4));
+  }
+};
+
 template <typename Table>
-static inline uint8x16_t weigh(const chroma_span& s, int x, ptrdiff_t tap, const centre_pixels& c,
-                               const edges& edge, const Table& table, uint8x16_t* a,
-                               uint8x16_t* b) {
-  *a = vld1q_u8(s.src_a + x + tap);
-  *b = vld1q_u8(s.src_b + x + tap);
-  const uint8x16_t dy = vabdq_u8(c.y, vld1q_u8(s.guide + x + tap));
-  const uint8x16_t da = vabdq_u8(c.a, *a);
-  const uint8x16_t db = vabdq_u8(c.b, *b);
-  uint16x8_t d_low = vmovl_u8(vget_low_u8(dy));
-  uint16x8_t d_high = vmovl_high_u8(dy);
-  d_low = vsraq_n_u16(d_low, vmull_u8(vget_low_u8(da), vget_low_u8(edge.a)), 3);
-  d_high = vsraq_n_u16(d_high, vmull_high_u8(da, edge.a), 3);
-  d_low = vsraq_n_u16(d_low, vmull_u8(vget_low_u8(db), vget_low_u8(edge.b)), 3);
-  d_high = vsraq_n_u16(d_high, vmull_high_u8(db, edge.b), 3);
-  return table(range_index(d_low, c.grey[0], c.radial[0]),
-               range_index(d_high, c.grey[1], c.radial[1]));
+static inline uint8x16_t weigh(const distances& d, const centre_pixels& c, const Table& table) {
+  return table(range_index(d.low, c.grey[0], c.radial[0]),
+               range_index(d.high, c.grey[1], c.radial[1]));
 }
 
 // Sixteen pixels per step.
@@ -188,8 +209,9 @@ static void filter_span(const chroma_span& s, const chroma_weights& weights) {
     sums sum_a(centre.a);
     sums sum_b(centre.b);
     for (int k = 0; k < s.tap_count; ++k) {
-      uint8x16_t a, b;
-      const uint8x16_t w = weigh(s, x, s.taps[k], centre, edge, table, &a, &b);
+      const ptrdiff_t at = x + s.taps[k];
+      const uint8x16_t a = vld1q_u8(s.src_a + at), b = vld1q_u8(s.src_b + at);
+      const uint8x16_t w = weigh(distances(centre, s.guide + at, a, b, edge), centre, table);
       sum_low = vaddw_u8(sum_low, vget_low_u8(w));
       sum_high = vaddw_high_u8(sum_high, w);
       sum_a.add(w, a);
@@ -198,8 +220,8 @@ static void filter_span(const chroma_span& s, const chroma_weights& weights) {
     float32x4_t scale[4] = {
         vcvtq_f32_u32(vmovl_u16(vget_low_u16(sum_low))), vcvtq_f32_u32(vmovl_high_u16(sum_low)),
         vcvtq_f32_u32(vmovl_u16(vget_low_u16(sum_high))), vcvtq_f32_u32(vmovl_high_u16(sum_high))};
-    if (s.tap_count <= kMaxRefinedTaps)
-      for (float32x4_t& x4 : scale) x4 = vmulq_n_f32(refined_reciprocal_x4(x4), kQuotientScale);
+    if (s.tap_count <= kMaxRaisedTaps)
+      for (float32x4_t& x4 : scale) x4 = raised_reciprocal(kQuotientScale, x4);
     else
       for (float32x4_t& x4 : scale) x4 = divide(kQuotientScale, x4);
     const uint8x16_t quarters8 =

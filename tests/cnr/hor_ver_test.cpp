@@ -1,6 +1,7 @@
 #include "cnr/hor_ver.h"
 
 #include <climits>
+#include <cmath>
 #include <limits>
 
 #include "cnr/exported/hor_ver.h"
@@ -109,16 +110,36 @@ TEST(HorVer, ReciprocalDivisionIsExact) {
   }
 }
 
-// Up to 61 taps the NEON forms scale by the refined reciprocal instead.
-TEST(HorVer, RefinedReciprocalIsExactToo) {
-  for (int sum = 256; sum <= 256 + 255 * 61; ++sum) {
-    const float scale = vorn::refined_reciprocal(static_cast<float>(sum)) * vorn::kQuotientScale;
+// What the NEON forms scale by: scale / sum from the estimate in one step.
+float raised_reciprocal(float scale, int sum) {
+  const float x = static_cast<float>(sum), e = vorn::reciprocal_estimate(x);
+  float h = std::fma(-x, e, scale);
+  h = std::fma(h, h, h);
+  return std::fma(e, h, e);
+}
+
+// Up to 79 taps in single precision.
+TEST(HorVer, RaisedReciprocalIsExactToo) {
+  for (int sum = 256; sum <= 256 + 255 * 79; ++sum) {
+    const float scale = raised_reciprocal(vorn::kQuotientScale, sum);
     int wrong = 0;
-    for (int q = 1; q < 256; ++q) {
+    for (int q = 1; q <= 256; ++q) {
       wrong += static_cast<int>(static_cast<float>(q * sum - 1) * scale) != q - 1;
-      wrong += static_cast<int>(static_cast<float>(q * sum) * scale) != q;
+      if (q < 256) wrong += static_cast<int>(static_cast<float>(q * sum) * scale) != q;
     }
-    wrong += static_cast<int>(static_cast<float>(256 * sum - 1) * scale) != 255;
+    ASSERT_EQ(wrong, 0) << sum;
+  }
+}
+
+// Up to seven taps as the upper half of a whole product.
+TEST(HorVer, WholeReciprocalIsExactToo) {
+  for (int sum = 256; sum <= 2205; ++sum) {
+    const auto scale = static_cast<int64_t>(raised_reciprocal(1.0f + 0x1p-20f, sum) * 0x1p31f);
+    int wrong = 0;
+    for (int q = 1; q <= 256; ++q) {
+      wrong += (q * sum - 1) * scale >> 31 != q - 1;
+      if (q < 256) wrong += q * sum * scale >> 31 != q;
+    }
     ASSERT_EQ(wrong, 0) << sum;
   }
 }
