@@ -38,17 +38,21 @@ void parse_size(const std::string& text, picture_options& options);
 
 // --tuning, --gain, --luma-only, --chroma-only and an option for every field.
 struct tuning_options {
-  std::string file;  // empty: the set inside the tool
-  double gain = 0;   // 0: none given
+  std::string file;         // empty: the set inside the tool
+  std::string sensor_file;  // profile of the camera whose gains are meant; empty: the set's own
+  double gain = 0;          // 0: none given
   bool luma_only = false;
   bool chroma_only = false;
   bool fine = false;
   std::vector<std::pair<int, int32_t>> overrides;  // field index, value
 
   // The set that the options name, its entry for the gain (or kDefaultGain), and that entry with
-  // the overrides.
+  // the overrides. Gains of a sensor are those of a set of --tuning; in the default set they pick
+  // the entries that the profile says they are like.
   tuning_set load_set() const;
   tuning resolve() const;
+  // The entries for a gain of the sensor, luma's and chroma's; without one both are the nearest.
+  std::pair<tuning_entry, tuning_entry> entries_for(double at_gain) const;
   // t with the overrides, and only the halves that are wanted.
   tuning applied_to(tuning t) const;
 };

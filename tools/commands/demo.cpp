@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "tools/commands/commands.h"
+#include "tools/commands/lab_options.h"
 #include "tools/denoiser.h"
 #include "tools/error.h"
 #include "tools/lab/chart.h"
@@ -73,9 +74,11 @@ int run_demo(const demo_args& args) {
         static_cast<unsigned long long>(args.seed));
   print("              PSNR dB                   SSIM                        mean shift\n");
   print("                  Y       U       V         Y       U       V        Y      U      V\n");
+  noise_model sensor;
+  take_sensor(args.tuning.sensor_file, sensor);
   for (const double gain : args.gains) {
     frame noisy = clean;
-    noise_model model;
+    noise_model model = sensor;
     model.gain = gain;
     model.seed = args.seed;
     add_noise(noisy, model);

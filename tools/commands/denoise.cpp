@@ -53,7 +53,7 @@ std::vector<std::string> denoise_file(const denoise_args& args, const batch_file
                                       bool show_progress) {
   const std::string name = file.input == "-" ? "standard input" : file.input;
   const std::unique_ptr<frame_reader> reader = open_reader(file.input, args.pictures);
-  frame_tuning tunings(args.tuning);
+  frame_tuning tunings(args.tuning, exif_iso(reader->info.metadata.exif));
   std::unique_ptr<frame_writer> writer;
   std::optional<progress> bar;
   if (show_progress)
@@ -225,7 +225,8 @@ int run_denoise(const denoise_args& args) {
   const int processors = args.jobs > 0 ? args.jobs : this_machine().processors;
   args.tuning.resolve();  // its faults come before any work
   if (one_file && !into_directory) {
-    if (!args.files.force) refuse_replacing(output, {inputs[0], args.tuning.file});
+    if (!args.files.force)
+      refuse_replacing(output, {inputs[0], args.tuning.file, args.tuning.sensor_file});
     if (args.files.skip_existing && output != "-" && std::filesystem::is_regular_file(output)) {
       note("already there: " + output);
       return kExitOk;

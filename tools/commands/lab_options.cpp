@@ -4,7 +4,24 @@
 
 namespace vorn::tool {
 
-void add_model_options(CLI::App& command, noise_model& model, std::vector<double>* blurs) {
+CLI::Option* add_sensor_option(CLI::App& command, std::string& file) {
+  return add_file(command, "--sensor", file,
+                  "Profile of the camera, made by noise --fit: gains are the camera's own");
+}
+
+std::optional<sensor_profile> take_sensor(const std::string& file, noise_model& model) {
+  if (file.empty()) return std::nullopt;
+  std::optional<sensor_profile> profile = read_sensor_profile(file);
+  const double gain = model.gain;
+  const uint64_t seed = model.seed;
+  model = profile->model;
+  model.gain = gain;
+  model.seed = seed;
+  return profile;
+}
+
+void add_model_options(CLI::App& command, noise_model& model, std::vector<double>* blurs,
+                       std::string* sensor) {
   const char* const group = "Noise model";
   with_default(
       add_real(command, "--full-well", model.full_well, 10, 1e6, "Electrons at white at gain 1"),
@@ -32,6 +49,10 @@ void add_model_options(CLI::App& command, noise_model& model, std::vector<double
                         "How far the camera blurs chroma noise: deviation in chroma samples"),
                model.chroma_blur)
       ->group(group);
+  if (!sensor) return;
+  CLI::Option* const file = add_sensor_option(command, *sensor)->group(group);
+  for (const char* const own : {"--full-well", "--read-noise", "--luma-blur", "--chroma-blur"})
+    file->excludes(own);
 }
 
 }  // namespace vorn::tool

@@ -9,6 +9,7 @@
 
 #include "tools/commands/commands.h"
 #include "tools/commands/lab_options.h"
+#include "tools/commands/noise_fit.h"
 #include "tools/error.h"
 #include "tools/lab/noise_meter.h"
 #include "tools/picture/output_file.h"
@@ -27,6 +28,9 @@ struct noise_options {
   double add_gain = 0;  // 0: measure
   std::string output;
   noise_model model;
+  std::string sensor_file;
+  bool fit = false;
+  noise_fit_options fitting;
 };
 
 using json = nlohmann::ordered_json;
@@ -103,7 +107,8 @@ void print_table(const noise_curve& curve) {
         curve.correlation_uv);
 }
 
-void print_curve(const noise_curve& curve, const chosen_entries& chosen, const std::string& set) {
+void print_curve(const noise_curve& curve, const chosen_entries& chosen, const std::string& set,
+                 const std::string& sensor) {
   if (!curve.classes.empty()) print_table(curve);
   const std::string doubt = doubt_of(curve);
   if (!doubt.empty()) print("doubtful: %s\n", doubt.c_str());
@@ -111,10 +116,25 @@ void print_curve(const noise_curve& curve, const chosen_entries& chosen, const s
     print("no noise found\n");
     return;
   }
-  print("like gain %.3g (luma) and %.3g (chroma) of the sensor model%s\n", chosen.like.luma,
-        chosen.like.chroma, doubt.empty() ? "" : ", taken lower for the doubt");
+  print("like gain %.3g (luma) and %.3g (chroma) of %s%s\n", chosen.like.luma, chosen.like.chroma,
+        sensor.c_str(), doubt.empty() ? "" : ", taken lower for the doubt");
   print("tuning entries of %s: gain %g for luma, gain %g for chroma\n", set.c_str(),
         chosen.entry.luma, chosen.entry.chroma);
+}
+
+// Gains of the sensor, and the entries: of a set of --tuning for the same gains, of the default set
+// for the gains of the sensor that it was made for.
+chosen_entries choose(const noise_options& o, const noise_curve& curve, const tuning_set& set) {
+  chosen_entries chosen{gains_of(curve, o.model), {}};
+  if (curve.all.found == 0) return chosen;
+  noise_gains picked = chosen.like;
+  if (!o.sensor_file.empty()) {
+    const noise_gains of_default = gains_of(curve);
+    chosen.like = read_sensor_profile(o.sensor_file).from_default(of_default);
+    picked = o.tuning_file.empty() ? of_default : chosen.like;
+  }
+  chosen.entry = {set.nearest(picked.luma).gain, set.nearest(picked.chroma).gain};
+  return chosen;
 }
 
 // A noisy version of one picture or stream, every frame with noise of its own.
@@ -125,6 +145,7 @@ int run_add(const noise_options& o) {
   const auto reader = open_reader(o.inputs[0], o.picture);
   std::unique_ptr<frame_writer> writer;
   noise_model model = o.model;
+  take_sensor(o.sensor_file, model);
   model.gain = o.add_gain;
   frame f;
   while (reader->next(f)) {
@@ -137,8 +158,19 @@ int run_add(const noise_options& o) {
   return kExitOk;
 }
 
+int run_fit(const noise_options& o) {
+  noise_fit_options fitting = o.fitting;
+  fitting.inputs = o.inputs;
+  fitting.picture = o.picture;
+  fitting.burst = o.burst;
+  fitting.output = o.output;
+  return run_noise_fit(fitting);
+}
+
 int run(const noise_options& o) {
+  if (o.fit) return run_fit(o);
   if (o.add_gain > 0) return run_add(o);
+  if (!o.output.empty()) throw error("--output", "goes with --add or --fit");
   std::vector<frame> frames;
   for (const std::string& path : o.inputs) {
     const auto reader = open_reader(path, o.picture);
@@ -158,12 +190,11 @@ int run(const noise_options& o) {
   const noise_curve curve = measure_noise(frames, scene);
   const tuning_set set =
       o.tuning_file.empty() ? default_tuning_set() : read_tuning_set(o.tuning_file);
-  chosen_entries chosen{gains_of(curve, o.model), {}};
-  if (curve.all.found != 0)
-    chosen.entry = {set.nearest(chosen.like.luma).gain, set.nearest(chosen.like.chroma).gain};
+  const chosen_entries chosen = choose(o, curve, set);
 
   if (o.json_file != "-")
-    print_curve(curve, chosen, o.tuning_file.empty() ? "the default set" : o.tuning_file);
+    print_curve(curve, chosen, o.tuning_file.empty() ? "the default set" : o.tuning_file,
+                o.sensor_file.empty() ? "the sensor model" : o.sensor_file);
   if (!o.json_file.empty()) write_file(o.json_file, to_json(curve, chosen));
   return kExitOk;
 }
@@ -185,13 +216,32 @@ void add_noise_command(CLI::App& program, job& chosen) {
       add_real(*command, "--add", o->add_gain, kLowestGain, 1e4,
                "Measure nothing: write the clean input with the sensor model's noise at this gain")
           ->type_name("GAIN");
-  add_file(*command, "-o,--output", o->output, "File for that")->type_name("OUT")->needs(add);
-  add_model_options(*command, o->model);
+  add_file(*command, "-o,--output", o->output, "File for that")->type_name("OUT");
+  CLI::Option* const fit =
+      command
+          ->add_flag("--fit", o->fit,
+                     "Fit the sensor's noise to flats (or --burst) and write its profile")
+          ->excludes(add);
+  add_reals(*command, "--gain", o->fitting.gains, kLowestGain, 1e4,
+            "Gains of the files in their order, or one of all; else from the ISO in EXIF data")
+      ->type_name("GAIN,...")
+      ->needs(fit)
+      ->group("Fitting");
+  with_default(add_real(*command, "--base-iso", o->fitting.base_iso, 1, 1e6, "The ISO of gain 1"),
+               o->fitting.base_iso)
+      ->needs(fit)
+      ->group("Fitting");
+  command->add_option("--name", o->fitting.name, "Name of the sensor")
+      ->capture_default_str()
+      ->needs(fit)
+      ->group("Fitting");
+  add_model_options(*command, o->model, nullptr, &o->sensor_file);
   add_picture_options(*command, o->picture, true);
   command->footer(
       "Examples:\n"
       "  vorn-ycnr demo -o demo && vorn-ycnr noise demo/noisy_gain8.png\n"
-      "  vorn-ycnr noise demo/clean.png --add 4 -o noisy.png");
+      "  vorn-ycnr noise demo/clean.png --add 4 -o noisy.png\n"
+      "  vorn-ycnr noise iso100*.jpg iso800*.jpg --fit --burst -o sensor.json");
   command->callback([o, &chosen] { chosen = [o] { return run(*o); }; });
 }
 

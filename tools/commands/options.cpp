@@ -3,6 +3,7 @@
 #include <limits>
 
 #include "tools/commands/commands.h"
+#include "tools/commands/lab_options.h"
 #include "tools/error.h"
 #include "tools/numbers.h"
 #include "tools/text.h"
@@ -169,6 +170,7 @@ void add_tuning_options(CLI::App& command, tuning_options& options, bool automat
               otherwise)
       ->type_name(automatic ? "GAIN|auto" : "GAIN")
       ->group("Tuning");
+  add_sensor_option(command, options.sensor_file)->group("Tuning");
   CLI::Option* const luma =
       command.add_flag("--luma-only", options.luma_only, "Leave chroma as it is")->group("Tuning");
   command.add_flag("--chroma-only", options.chroma_only, "Leave luma as it is")
@@ -195,8 +197,20 @@ tuning tuning_options::applied_to(tuning t) const {
   return t;
 }
 
+std::pair<tuning_entry, tuning_entry> tuning_options::entries_for(double at_gain) const {
+  const tuning_set set = load_set();
+  noise_gains gains{at_gain, at_gain};
+  if (!sensor_file.empty()) {
+    const sensor_profile profile = read_sensor_profile(sensor_file);
+    if (file.empty()) gains = profile.like_default(at_gain);
+  }
+  return {set.nearest(gains.luma), set.nearest(gains.chroma)};
+}
+
 tuning tuning_options::resolve() const {
-  tuning t = load_set().nearest(gain > 0 ? gain : kDefaultGain).values;
+  const auto [luma, chroma] = entries_for(gain > 0 ? gain : kDefaultGain);
+  tuning t = luma.values;
+  t.chroma = chroma.values.chroma;
   if (luma_only) t.luma.enable = 1;
   if (chroma_only) t.chroma.enable = 1;
   return applied_to(t);

@@ -44,6 +44,8 @@ struct tune_options {
   bool force = false;
   noise_model model;
   std::vector<double> luma_blurs = {0};
+  std::string sensor_file;
+  bool gains_given = false;
   picture_options picture;
 };
 
@@ -273,7 +275,14 @@ class tuning_run {
   std::vector<report_entry> entries_;
 };
 
-int run(const tune_options& o) {
+int run(tune_options o) {
+  if (const auto profile = take_sensor(o.sensor_file, o.model)) {
+    o.luma_blurs = {o.model.luma_blur};
+    if (!o.gains_given) {
+      o.gains.clear();
+      for (const sensor_row& row : profile->rows) o.gains.push_back(row.gain);
+    }
+  }
   return tuning_run(o).run();
 }
 
@@ -327,7 +336,7 @@ void add_tune(CLI::App& program, job& chosen) {
   command->add_flag("--chroma-only", o->chroma_only, "Search chroma alone")->excludes(luma);
   command->add_flag("--force", o->force,
                     "Take pairs that look displaced or swapped; replace the set of --start");
-  add_model_options(*command, o->model, &o->luma_blurs);
+  add_model_options(*command, o->model, &o->luma_blurs, &o->sensor_file);
   add_picture_options(*command, o->picture, false);
   command->footer(
       "All inputs and outputs are checked first; pairs have to lie upon each other to a third of "
@@ -335,7 +344,10 @@ void add_tune(CLI::App& program, job& chosen) {
       "pixel. Ctrl-C ends the search and keeps the best so far.\n"
       "Example:\n"
       "  vorn-ycnr demo -o demo && vorn-ycnr tune demo/clean.png --gains 8 --rounds 1 -o set.json");
-  command->callback([o, &chosen] { chosen = [o] { return run(*o); }; });
+  command->callback([o, command, &chosen] {
+    o->gains_given = command->count("--gains") > 0;
+    chosen = [o] { return run(*o); };
+  });
 }
 
 }  // namespace vorn::tool

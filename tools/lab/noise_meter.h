@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "tools/lab/noise_model.h"
+#include "tools/lab/sensor_profile.h"
 #include "tools/picture/frame.h"
 #include "vorn_noise.h"
 
@@ -42,9 +43,6 @@ std::string doubt_of(const noise_curve& curve);
 
 // Gains of the sensor model that make this much noise, for luma and for chroma; both 0 where no
 // noise was found.
-struct noise_gains {
-  double luma = 0, chroma = 0;
-};
 noise_gains gains_of(const noise_curve& measured, const noise_model& model = {});
 
 // What the model's noise measures on grey frames of every brightness.

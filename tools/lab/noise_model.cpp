@@ -240,11 +240,12 @@ void add_noise(frame& f, const noise_model& model) {
   }
   blur(u_change, model.chroma_blur);
   blur(v_change, model.chroma_blur);
+  const float strength = static_cast<float>(model.chroma_strength);
   for (int cy = 0; cy < height / 2; ++cy) {
     uint8_t* uv = f.chroma() + size_t(cy) * width;
     for (int cx = 0; cx < width / 2; ++cx, uv += 2) {
-      uv[0] = rounded(static_cast<float>(uv[0]) + u_change(cx, cy));
-      uv[1] = rounded(static_cast<float>(uv[1]) + v_change(cx, cy));
+      uv[0] = rounded(static_cast<float>(uv[0]) + strength * u_change(cx, cy));
+      uv[1] = rounded(static_cast<float>(uv[1]) + strength * v_change(cx, cy));
     }
   }
 }

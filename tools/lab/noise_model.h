@@ -32,6 +32,8 @@ struct noise_model {
   // Standard deviation, in chroma samples, of the blur that the pipeline puts on the chroma noise:
   // 0 is none beyond demosaicing, 0.85 what real cameras' pictures show.
   double chroma_blur = 0;
+  // What the pipeline leaves of the deviation of the chroma noise, beyond that blur.
+  double chroma_strength = 1;
 };
 
 // Adds noise to a clean frame. Padding outside the crop receives noise like the rest.

@@ -46,6 +46,9 @@ struct exif_orientation_place {
 exif_orientation_place find_exif_orientation(const uint8_t* tiff, size_t size);
 // 1..8 as EXIF numbers it; 1 where it is not told.
 int exif_orientation(const std::vector<uint8_t>& tiff);
+// The ISO sensitivity that the EXIF data tells (tag 0x8827 of the Exif directory), 0 where none,
+// or beyond what the tag can say.
+int exif_iso(const std::vector<uint8_t>& tiff);
 // TIFF data that says the picture is stored upright.
 std::vector<uint8_t> upright_exif(std::vector<uint8_t> tiff);
 
