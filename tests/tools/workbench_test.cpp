@@ -13,7 +13,7 @@
 #include "tools/lab/noise_model.h"
 #include "tools/picture/output_file.h"
 #include "tools/workbench/api.h"
-#include "tools/workbench/figures.h"
+#include "tools/lab/figures.h"
 #include "tools/workbench/levels.h"
 
 namespace vorn::tool {

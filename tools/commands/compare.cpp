@@ -6,8 +6,10 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 
+#include "tools/commands/area_options.h"
 #include "tools/commands/commands.h"
 #include "tools/error.h"
+#include "tools/lab/area_json.h"
 #include "tools/lab/metrics.h"
 #include "tools/numbers.h"
 #include "tools/picture/output_file.h"
@@ -28,6 +30,7 @@ struct compare_args {
   int amplify = 8;
   int x = -1;
   int y = -1;
+  std::vector<rectangle> patches;
   picture_options pictures;
 };
 
@@ -145,6 +148,16 @@ void print_table(const compare_args& args, const measured& all) {
   }
 }
 
+void print_areas(const compare_args& args, const measured& all) {
+  std::vector<std::string> names;
+  std::vector<const frame*> frames;
+  for (size_t i = 0; i < args.files.size(); ++i) {
+    names.push_back(base_name(args.files[i]));
+    frames.push_back(&all.first[i]);
+  }
+  print_patches(args.patches, names, frames, frames[0]);
+}
+
 ordered_json number(double value) {
   // JSON has no infinity, which is the PSNR of equal channels.
   return std::isfinite(value) ? ordered_json(value) : ordered_json("inf");
@@ -181,8 +194,16 @@ std::string to_json(const compare_args& args, const measured& all) {
     }
     results.push_back(std::move(result));
   }
-  const ordered_json document = {
+  ordered_json document = {
       {"reference", args.files[0]}, {"frames", all.frame_count}, {"results", results}};
+  for (const rectangle& r : args.patches) {
+    ordered_json patch = {{"patch", patch_text(r)}, {"files", ordered_json::array()}};
+    for (size_t i = 0; i < args.files.size(); ++i) {
+      patch["files"].push_back({{"file", args.files[i]}});
+      patch["files"].back().update(area_json(all.first[i], r, i > 0 ? all.first.data() : nullptr));
+    }
+    document["patches"].push_back(std::move(patch));
+  }
   // File names may hold anything; what is no text is replaced.
   return document.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n";
 }
@@ -234,7 +255,9 @@ int run_compare(const compare_args& args) {
   open(sheet, args.sheet);
 
   const measured all = measure(args);
+  check_patches(args.patches, all.first[0], args.files[0]);
   if (args.json != "-") print_table(args, all);
+  if (args.json != "-") print_areas(args, all);
   const auto finish = [](output_file& file, const auto& bytes) {
     file.write(bytes.data(), bytes.size());
     file.commit();
@@ -271,6 +294,7 @@ void add_compare(CLI::App& program, job& chosen) {
           },
           "Pixel in the middle of the crops; else the picture's middle")
       ->type_name("X,Y");
+  add_patch_option(*command, args->patches);
   command->add_flag("--per-frame", args->per_frame, "Tell every frame of streams, too");
   add_file(*command, "--json", args->json, "Write all figures as JSON (- instead of the table)");
   add_picture_options(*command, args->pictures, false);
@@ -281,6 +305,11 @@ void add_compare(CLI::App& program, job& chosen) {
       "with the least PSNR of luma, and flicker: how much the difference from the reference "
       "changes\n"
       "from one frame to the next, root mean square in grey levels of luma.\n"
+      "Of a patch (of streams in the first frame): mean and deviation, the power of the noise "
+      "over\n"
+      "cycles per pixel in grey levels squared, the frequencies at which a slanted edge's "
+      "contrast\n"
+      "falls to a half and a tenth, and the share of the reference's texture that is kept.\n"
       "Example:\n"
       "  vorn-ycnr compare clean.png noisy.png denoised.png --sheet crops.png --diff diff.png");
   command->callback([args, &chosen] { chosen = [args] { return run_compare(*args); }; });

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <nlohmann/json.hpp>
 
+#include "tools/lab/area_json.h"
 #include "tools/lab/metrics.h"
 #include "tools/picture/picture_io.h"
 
@@ -136,7 +137,23 @@ json picture_json(const report_picture& p, const report_entry& entry) {
   json stages = json::array();
   for (const stage_time& s : p.stages) stages.push_back({{"name", s.name}, {"ms", s.ms}});
   j["stages"] = stages;
+  j["areas"] = json::parse(p.areas);
   return j;
+}
+
+std::string areas_of(const frame& before, const frame& after, const frame& clean,
+                     const std::vector<rectangle>& patches) {
+  json areas = json::array();
+  const frame* const reference = clean.width > 0 ? &clean : nullptr;
+  for (const rectangle& r : patches) {
+    const std::string name = std::to_string(r.x) + "," + std::to_string(r.y) + "," +
+                             std::to_string(r.width) + "x" + std::to_string(r.height);
+    areas.push_back({{"name", name},
+                     {"before", area_json(before, r, reference)},
+                     {"after", area_json(after, r, reference)}});
+    if (reference) areas.back()["clean"] = area_json(clean, r, reference);
+  }
+  return areas.dump();
 }
 
 // The part of f from x, y, both even.
@@ -165,8 +182,10 @@ int64_t report_pixels(size_t pictures) {
 }
 
 report_picture make_report_picture(const std::string& name, const frame& before, const frame& after,
-                                   const frame& clean, int64_t most_pixels) {
+                                   const frame& clean, int64_t most_pixels,
+                                   const std::vector<rectangle>& patches) {
   report_picture p;
+  p.areas = areas_of(before, after, clean, patches);
   p.name = name;
   p.width = before.width;
   p.height = before.height;
@@ -199,6 +218,10 @@ std::string render_report(const std::string& title, const std::string& subtitle,
     j["pictures"] = json::array();
     for (const report_picture& p : entry.pictures) j["pictures"].push_back(picture_json(p, entry));
     j["left_out"] = entry.pictures_left_out;
+    if (entry.against) {
+      j["against"] = tuning_json(*entry.against);
+      j["names"] = {{"before", entry.before_name}, {"after", entry.after_name}};
+    }
     j["sweeps"] = json::array();
     for (const parameter_sweep& s : entry.sweeps) j["sweeps"].push_back(sweep_json(s, entry.goal));
     if (entry.scored) {

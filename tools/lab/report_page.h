@@ -2,10 +2,12 @@
 // report_page.html; this unit fills in its data.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "tools/denoiser.h"
+#include "tools/lab/figures.h"
 #include "tools/lab/metrics.h"
 #include "tools/lab/noise_meter.h"
 #include "tools/picture/frame.h"
@@ -23,11 +25,16 @@ struct report_picture {
   quality quality_before = {}, quality_after = {};
   noise_curve noise_before, noise_after;
   std::vector<stage_time> stages;
+  // Parts that were measured, in pixels of the whole picture, each as area_json has it: an object
+  // with "name" and "before", "after", "clean". A JSON list.
+  std::string areas = "[]";
 };
 
-// Measures a picture and keeps at most most_pixels of it: all, or its middle. clean may be empty.
+// Measures a picture and the patches in it, and keeps at most most_pixels of it: all, or its
+// middle. clean may be empty.
 report_picture make_report_picture(const std::string& name, const frame& before, const frame& after,
-                                   const frame& clean, int64_t most_pixels);
+                                   const frame& clean, int64_t most_pixels,
+                                   const std::vector<rectangle>& patches = {});
 
 // Pixels that each of so many pictures may have, so that the page stays below 12 MB.
 int64_t report_pixels(size_t pictures);
@@ -37,6 +44,9 @@ struct report_entry {
   double gain = 0;
   std::string label;
   tuning values = {};
+  // Of an entry that sets two tunings side by side: `before` is the other one's result.
+  std::optional<tuning> against;
+  std::string before_name, after_name;  // empty: before and after
   std::vector<report_picture> pictures;
   size_t pictures_left_out = 0;  // that were used as well
   std::vector<parameter_sweep> sweeps;

@@ -5,10 +5,10 @@
 #include <set>
 
 #include "tools/error.h"
+#include "tools/lab/area_json.h"
 #include "tools/lab/metrics.h"
 #include "tools/lab/noise_meter.h"
 #include "tools/lab/report_page.h"
-#include "tools/workbench/figures.h"
 
 namespace vorn::tool {
 namespace {
@@ -88,12 +88,6 @@ tuning_set set_from(const json& request) {
 
 json finite(double v) {
   return std::isfinite(v) ? json(v) : json(nullptr);
-}
-
-json list_json(const std::vector<double>& values) {
-  json list = json::array();
-  for (double v : values) list.push_back(finite(v));
-  return list;
 }
 
 json quality_json(const frame& f, const frame& clean, bool slow) {
@@ -183,27 +177,8 @@ json workbench_api::patch(const json& request) {
   const rectangle r = {
       int(whole(request, "x", -kSide, kSide, 0)), int(whole(request, "y", -kSide, kSide, 0)),
       int(whole(request, "width", 1, kSide, 1)), int(whole(request, "height", 1, kSide, 1))};
-  const rectangle half = {r.x / 2, r.y / 2, std::max(r.width / 2, 1), std::max(r.height / 2, 1)};
   const auto of = [&](const frame& f) {
-    json out = json::object();
-    const char* const names[] = {"y", "u", "v"};
-    const plane_view planes[] = {part_of(luma_view(f), r), part_of(u_view(f), half),
-                                 part_of(v_view(f), half)};
-    for (int i = 0; i < 3; ++i) {
-      const patch_figures figures = measure_patch(planes[i]);
-      out[names[i]] = {{"mean", figures.mean}, {"deviation", figures.deviation}};
-    }
-    out["spectrum"] = list_json(noise_spectrum(planes[0]));
-    if (p->has_clean())
-      out["texture"] = list_json(texture_transfer(planes[0], part_of(luma_view(p->clean), r)));
-    const edge_figures edge = measure_edge(planes[0]);
-    if (edge.found)
-      out["edge"] = {{"angle", edge.angle},
-                     {"height", edge.height},
-                     {"half", edge.half},
-                     {"tenth", edge.tenth},
-                     {"transfer", list_json(edge.transfer)}};
-    return out;
+    return area_json(f, r, p->has_clean() ? &p->clean : nullptr);
   };
   json out = {{"before", of(p->noisy)}, {"after", of(*after)}};
   if (p->has_clean()) out["clean"] = of(p->clean);

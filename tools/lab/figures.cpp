@@ -1,4 +1,4 @@
-#include "tools/workbench/figures.h"
+#include "tools/lab/figures.h"
 
 #include <algorithm>
 #include <array>

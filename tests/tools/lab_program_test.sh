@@ -1,0 +1,79 @@
+#!/usr/bin/env bash
+# lab_program_test.sh PROGRAM DIRECTORY: the measuring commands as a user runs them.
+set -uo pipefail
+program=$1
+work=$2
+rm -rf "$work"
+mkdir -p "$work"
+cd "$work" || exit 1
+faults=0
+
+check() {
+  local what=$1
+  shift
+  if ! "$@"; then
+    echo "FAILED: $what"
+    faults=$((faults + 1))
+  fi
+}
+# says PART FILE: the file holds the text.
+says() {
+  check "$2 says \"$1\"" grep -qF -- "$1" "$2"
+}
+# refuses MESSAGE-PART ARGUMENT...: exit code 2, one line on standard error that holds the part.
+refuses() {
+  local part=$1 code
+  shift
+  "$program" "$@" >out.txt 2>err.txt
+  code=$?
+  if [ $code != 2 ] || [ "$(wc -l <err.txt)" != 1 ] || ! grep -qF -- "$part" err.txt; then
+    echo "FAILED: vorn-ycnr $* -> code $code: $(cat err.txt)"
+    faults=$((faults + 1))
+  fi
+}
+
+# Flats of another sensor at two gains: a profile, and what uses it.
+for level in 030 070 150; do
+  { head -c 36864 /dev/zero | tr '\0' "\\$level"; head -c 18432 /dev/zero | tr '\0' '\200'; } >clean_192x192.nv12
+  for gain in 4 16; do
+    check "flat" "$program" noise clean_192x192.nv12 --add $gain --full-well 9000 --luma-blur 0.5 \
+      --chroma-blur 0.8 --seed "$((8#$level))" -o "flat_${gain}_${level}_192x192.nv12"
+  done
+done
+check "fit" "$program" noise flat_4_* flat_16_* --gain 4,4,4,16,16,16 --fit --name cam -o sensor.json >fit.txt
+says "the model describes this sensor" fit.txt
+check "full well" awk '/^full well/ && $3 > 8500 && $3 < 9500 { ok = 1 } END { exit !ok }' fit.txt
+check "demo" "$program" demo -o demo --size 320x240 --noise 16 --sensor sensor.json >/dev/null
+check "noise" "$program" noise demo/noisy_gain16.png --sensor sensor.json >noise.txt
+says "of sensor.json" noise.txt
+# The default set counts other gains than this sensor, a set of its own the sensor's.
+check "own entry" "$program" denoise demo/noisy_gain16.png -o a.png --gain 16 --sensor sensor.json
+check "default entry" "$program" denoise demo/noisy_gain16.png -o b.png --gain 16
+check "another entry" bash -c '! cmp -s a.png b.png'
+check "auto" "$program" denoise demo/noisy_gain16.png -o c.png --sensor sensor.json 2>auto.txt
+says "gain auto: luma" auto.txt
+check "tune" "$program" tune demo/clean.png --sensor sensor.json --rounds 1 --luma-only -o own.json >tune.txt
+check "its gains" grep -qE '^ +16 ' tune.txt
+check "auto, own set" "$program" denoise demo/noisy_gain16.png -o d.png --sensor sensor.json --tuning own.json 2>auto.txt
+says "(entry 16)" auto.txt
+refuses "tells no ISO" noise demo/clean.png --fit -o x.json
+refuses "2 gains for 1 files" noise demo/clean.png --fit --gain 1,2 -o x.json
+refuses "no evenly lit surface" noise demo/noisy_gain16.png --fit --gain 16 -o x.json
+refuses "goes with" noise demo/clean.png --gain 2
+refuses "is no JSON text" denoise demo/clean.png -o x.png --sensor demo/clean.png
+check "nothing written" [ ! -e x.json ]
+
+# Patches, and two sets side by side.
+check "patches" "$program" compare clean_192x192.nv12 flat_16_150_192x192.nv12 --patch 32,32,64x64 --json patch.json >patch.txt
+says "patch 32,32,64x64" patch.txt
+check "a clean patch" grep -qE '^clean_192x192.nv12 +104\.00 +0\.00 +0\.00' patch.txt
+says '"spectrum"' patch.json
+refuses "lies outside" compare demo/clean.png demo/clean.png --patch 300,0,21x8
+refuses "is not of the form" compare demo/clean.png demo/clean.png --patch 3,0
+check "two sets" "$program" report demo/noisy_gain16.png demo/denoised_gain16.png --clean demo/clean.png --gain 16 \
+  --tuning own.json --against own.json --patch 0,0,64x64 -o page.html
+says '"against":{' page.html
+refuses "clean pictures for" report a.png b.png c.png --clean a.png --clean b.png -o page2.html
+
+[ $faults = 0 ] && echo "all passed"
+exit $((faults > 0))
