@@ -75,5 +75,13 @@ check "two sets" "$program" report demo/noisy_gain16.png demo/denoised_gain16.pn
 says '"against":{' page.html
 refuses "clean pictures for" report a.png b.png c.png --clean a.png --clean b.png -o page2.html
 
+# Two sets as a table.
+"$program" tuning diff own.json own.json >diff.txt
+check "the same" [ $? = 0 ]
+sed 's/"layer": [0-9]/"layer": 5/; s/"gain": 4,/"gain": 5,/' own.json >other.json
+"$program" tuning diff own.json other.json >diff.txt
+check "another one" [ $? = 1 ]
+check "only one has it" grep -q '^gain 4: only in own.json' diff.txt
+
 [ $faults = 0 ] && echo "all passed"
 exit $((faults > 0))

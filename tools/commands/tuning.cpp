@@ -52,6 +52,55 @@ int run_check(const tuning_args& args) {
   return kExitOk;
 }
 
+const tuning_entry* entry_at(const tuning_set& set, double gain) {
+  for (const tuning_entry& entry : set.entries)
+    if (entry.gain == gain) return &entry;
+  return nullptr;
+}
+
+// Fields that differ as rows, gains that both sets have as columns; gains of one alone below.
+int run_diff(const tuning_args& args) {
+  const tuning_set a = read_tuning_set(args.files[0]);
+  const tuning_set b =
+      args.files.size() > 1 ? read_tuning_set(args.files[1]) : default_tuning_set();
+  std::vector<std::pair<const tuning_entry*, const tuning_entry*>> common;
+  for (const tuning_entry& entry : a.entries)
+    if (const tuning_entry* const other = entry_at(b, entry.gain))
+      common.emplace_back(&entry, other);
+  bool same = true;
+  for (int i = 0; i < kTuningFields; ++i) {
+    std::vector<std::string> cells;
+    bool differs = false;
+    for (const auto& [one, other] : common) {
+      const int32_t from = get_field(one->values, i), to = get_field(other->values, i);
+      differs = differs || from != to;
+      cells.push_back(from == to ? "." : std::to_string(from) + ">" + std::to_string(to));
+    }
+    if (!differs) continue;
+    if (same) {
+      print("%-22s", "gain");
+      for (const auto& [one, other] : common) print(" %9g", one->gain);
+      print("\n");
+    }
+    same = false;
+    const tuning_field& field = tuning_field_at(i);
+    print("%-22s", (std::string(field.luma ? "luma " : "chroma ") + field.dump_name).c_str());
+    for (const std::string& cell : cells) print(" %9s", cell.c_str());
+    print("\n");
+  }
+  const auto only = [&](const tuning_set& in, const tuning_set& other, const std::string& name) {
+    for (const tuning_entry& entry : in.entries) {
+      if (entry_at(other, entry.gain)) continue;
+      print("gain %g: only in %s\n", entry.gain, printable(name).c_str());
+      same = false;
+    }
+  };
+  only(a, b, args.files[0]);
+  only(b, a, args.files.size() > 1 ? args.files[1] : "the built-in set");
+  if (same) print("the same values at %zu gains\n", common.size());
+  return same ? kExitOk : kExitDifferent;
+}
+
 int run_to_c(const tuning_args& args) {
   const tuning_set set = args.files.empty() ? default_tuning_set() : read_tuning_set(args.files[0]);
   write_file(args.output, tuning_set_to_c_header(set, args.name));
@@ -115,6 +164,16 @@ void add_tuning(CLI::App& program, job& chosen) {
   add_files(*check, "set", args->files, "Tuning sets")->type_name("SET")->required();
   check->footer("Example:\n  vorn-ycnr tuning check my_sensor.json");
   check->callback([args, &chosen] { chosen = [args] { return run_check(*args); }; });
+
+  CLI::App* const diff =
+      command->add_subcommand("diff", "Print what differs between two sets, gain by gain");
+  add_files(*diff, "sets", args->files, "Two tuning sets; the second one else the one built in")
+      ->type_name("SET")
+      ->required()
+      ->expected(1, 2);
+  diff->footer(
+      "Exit code 1 when they differ.\nExample:\n  vorn-ycnr tuning diff old.json new.json");
+  diff->callback([args, &chosen] { chosen = [args] { return run_diff(*args); }; });
 
   CLI::App* const to_c = command->add_subcommand(
       "to-c", "Write a set as a C header, for camera code that reads no files");
