@@ -10,10 +10,10 @@
 
 #include "tools/error.h"
 #include "tools/lab/chart.h"
+#include "tools/lab/figures.h"
 #include "tools/lab/noise_model.h"
 #include "tools/picture/output_file.h"
 #include "tools/workbench/api.h"
-#include "tools/lab/figures.h"
 #include "tools/workbench/levels.h"
 
 namespace vorn::tool {
