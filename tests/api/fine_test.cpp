@@ -11,10 +11,7 @@
 
 namespace {
 
-using vorn_test::denoiser;
-using vorn_test::frame;
-using vorn_test::log_capture;
-using vorn_test::tuning;
+using namespace vorn_test;
 
 constexpr int kWidth = 256, kHeight = 192;
 
@@ -32,13 +29,10 @@ uint8_t clean_sample(size_t i) {
 // Flat parts and slanting edges under noise; chroma's noise comes in blotches where `blotchy`.
 void draw_noisy(frame* f, bool blotchy) {
   const size_t luma = size_t{kWidth} * kHeight;
-  uint64_t state = 7;
-  const auto noise = [&state] {
+  random_source random(7);
+  const auto noise = [&random] {
     int sum = 0;
-    for (int i = 0; i < 4; ++i) {
-      state = state * 6364136223846793005u + 1442695040888963407u;
-      sum += static_cast<int>(state >> 60);
-    }
+    for (int i = 0; i < 4; ++i) sum += random.between(0, 15);
     return (sum - 30) / 2;
   };
   std::vector<int> grain(luma / 2);
@@ -105,9 +99,9 @@ TEST(Fine, EvenFramesStayAsTheyAre) {
     with.ynr.layer = 2;
     for (const uint8_t value : {0, 77, 255}) {
       frame src(size.first, size.second), dst(size.first, size.second);
-      src.fill(0xee, value);
+      src.fill(value);
       ASSERT_EQ(run_fine(library, src, dst, with), 0);
-      src.fill(0xee, value);
+      src.fill(value);
       EXPECT_EQ(dst.bytes(), src.bytes()) << size.first << "x" << size.second;
       EXPECT_TRUE(dst.guards_intact());
     }

@@ -16,13 +16,7 @@
 
 namespace {
 
-using vorn_test::denoiser;
-using vorn_test::frame;
-using vorn_test::log_capture;
-using vorn_test::properties;
-using vorn_test::read_file;
-using vorn_test::temp_dir;
-using vorn_test::tuning;
+using namespace vorn_test;
 
 constexpr char kLumaIn[] = "persist.vendor.cam.ynr2.input=";
 constexpr char kLumaOut[] = "persist.vendor.cam.ynr2.output=";

@@ -11,8 +11,7 @@
 
 namespace {
 
-using vorn_test::log_capture;
-using vorn_test::properties;
+using namespace vorn_test;
 
 class Log : public ::testing::Test {
  protected:

@@ -7,11 +7,13 @@
 
 #include "base/exported/noise.h"
 #include "runtime/image.h"
+#include "tests/support/canvas.h"
+#include "tests/support/forms.h"
 #include "tests/support/host.h"
 
 namespace {
 
-using vorn_test::checksum;
+using namespace vorn_test;
 
 // Little-endian bytes of 16-bit values, so that the sums hold on every machine.
 uint64_t checksum_of(const std::vector<short>& values) {
@@ -115,10 +117,28 @@ TEST(Noise, SizesWithoutNoise) {
   create_uni_image(&img, &sample, 1, 0, VORN_IMAGE_GRAY);
   EXPECT_EQ(addNoiseToImage(&img, 1, 5, 5), 0);
   create_uni_image(&img, &sample, 10923, 1, VORN_IMAGE_GRAY);
-  vorn_test::log_capture log;
+  log_capture log;
   EXPECT_EQ(addNoiseToImage(&img, 1, 5, 5), -1);
   EXPECT_EQ(log.count('E'), 1);
   EXPECT_EQ(sample, 100);
+}
+
+TEST(Noise, FollowsTheModel) {
+  trials(1700, 40, [](random_source& random) {
+    const auto seed = static_cast<unsigned>(random.next());
+    const int low = random.between(-300, 300),
+              high = low + random.pick({0, 1, 3, 100, 2048, 30000});
+    short got[500], want[500];
+    GetRandomTable(got, 500, seed, static_cast<short>(low), static_cast<short>(high));
+    model::random_table(want, 500, seed, static_cast<short>(low), static_cast<short>(high));
+    EXPECT_TRUE(std::equal(want, want + 500, got)) << numbers({low, high});
+
+    const int w = random.between(1, 90), h = random.between(1, 20);
+    canvas image = painted(w, h, w + random.between(0, 9), random), expected(image);
+    EXPECT_EQ(addNoiseToImage(image.image(), seed, low, high), 0);
+    model::add_noise(expected.plane(), seed, low, high);
+    EXPECT_TRUE(image.same(expected)) << numbers({w, h, low, high});
+  });
 }
 
 }  // namespace

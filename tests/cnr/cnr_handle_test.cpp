@@ -4,12 +4,14 @@
 
 #include <cstring>
 
-#include "base/log.h"
 #include "cnr/cnr_driver.h"
 #include "cnr/exported/masked_driver.h"
 #include "runtime/pool.h"
+#include "tests/support/frames.h"
 
 namespace {
+
+using namespace vorn_test;
 
 struct owner : denoise_handle_t {
   owner() : denoise_handle_t{} { pool = reinterpret_cast<struct pool*>(this); }
@@ -47,8 +49,7 @@ TEST(CnrHandle, ImagesShareOneBlock) {
 
 TEST(CnrHandle, RefusesSizesThatDoNotFit) {
   owner top;
-  const int level = nr_log_Level;
-  nr_log_Level = 0;
+  const quiet_log silence;
   for (const auto& size : {std::pair<int, int>{0, 10},
                            {10, 0},
                            {-4, -4},
@@ -57,7 +58,6 @@ TEST(CnrHandle, RefusesSizesThatDoNotFit) {
                            {0x7fffffff, 0x7fffffff}})
     EXPECT_EQ(cnr_init(size.first, size.second, &top), nullptr);
   EXPECT_EQ(cnr_init(16, 16, nullptr), nullptr);
-  nr_log_Level = level;
   cnr_handle_t* smallest = cnr_init(1, 1, &top);
   ASSERT_NE(smallest, nullptr);
   EXPECT_EQ(cnr_deinit(smallest), 0);

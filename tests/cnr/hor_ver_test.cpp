@@ -7,13 +7,13 @@
 #include "cnr/exported/hor_ver.h"
 #include "cnr/kernels/chroma_kernels.h"
 #include "runtime/reciprocal.h"
-#include "tests/cnr/level.h"
+#include "tests/support/level.h"
 
 namespace {
 
-using vorn_test::level;
-using vorn_test::tuning;
-using vorn_test::with_every_form;
+using namespace vorn_test;
+
+using bytes = std::vector<uint8_t>;
 
 int dither_at(int index) {
   return vorn::chroma_dither().dither[index & 8191];
@@ -55,17 +55,22 @@ TEST(CnrTables, DitherIsBiasedTowardsNone) {
 TEST(HorVer, NothingToAverageLeavesTheInput) {
   level image(37, 19);
   image.fill(1, 128);
+  const bytes u = image.src_u.samples(), v = image.src_v.samples();
   const _tag_cnr_param cases[] = {
-      tuning(20, 0, 2, 0),   tuning(20, 0, 2, -1), tuning(20, -6, 2, 0), tuning(20, 6, 0, 0),
-      tuning(20, 6, -2, -1), tuning(0, 18, 2, -1),  // a range factor of 0 has no weights
+      chroma_param(20, 0, 2, 0),
+      chroma_param(20, 0, 2, -1),
+      chroma_param(20, -6, 2, 0),
+      chroma_param(20, 6, 0, 0),
+      chroma_param(20, 6, -2, -1),
+      chroma_param(0, 18, 2, -1),  // a range factor of 0 has no weights
   };
   for (const _tag_cnr_param& param : cases) {
-    image.horizontal(param);
-    EXPECT_EQ(image.dst_u, image.src_u);
-    EXPECT_EQ(image.dst_v, image.src_v);
-    image.vertical(param);
-    EXPECT_EQ(image.dst_u, image.src_u);
-    EXPECT_EQ(image.dst_v, image.src_v);
+    for (auto* stage : {reduce_color_noise_hor_thread, reduce_color_noise_ver_thread}) {
+      image.dst_u.set(bytes(u.size(), 0xEE));
+      EXPECT_EQ(image.run(stage, param), 0);
+      EXPECT_EQ(image.dst_u.samples(), u);
+      EXPECT_EQ(image.dst_v.samples(), v);
+    }
   }
 }
 
@@ -73,11 +78,11 @@ TEST(HorVer, NothingToAverageLeavesTheInput) {
 // out here.
 TEST(HorVer, FirstRowDither) {
   level image(9, 1);
-  for (int x = 0; x < 9; ++x) image.src_u[x] = static_cast<uint8_t>(100 + x % 2);
-  image.horizontal(tuning(1, 1, 1, -1));
+  for (int x = 0; x < 9; ++x) image.src_u.at(0, x) = static_cast<uint8_t>(100 + x % 2);
+  image.run(reduce_color_noise_hor_thread, chroma_param(1, 1, 1, -1));
   for (int x = 1; x < 8; x += 2) {
     const int n = dither_at(dither_at(8191) + 1 + x);
-    EXPECT_EQ(image.dst_u[x], (47456 + 118 * (n + 1)) / 472) << x;
+    EXPECT_EQ(image.dst_u.at(0, x), (47456 + 118 * (n + 1)) / 472) << x;
   }
 }
 
@@ -86,13 +91,12 @@ TEST(HorVer, ExtremeEdges) {
   // Distance 1 times the edge, over 8, cut to 16 bits: 0, -32768, 0, 0; each weighs 255.
   for (int edge : {INT_MIN, 262144, 524288, INT_MIN + 7}) {
     level image(2, 1);
-    image.src_u = {100, 101};
-    image.images[1].plane[0] = image.src_u.data();
-    _tag_cnr_param param = tuning(1, 1, 1, 0);
+    image.src_u.set({100, 101});
+    _tag_cnr_param param = chroma_param(1, 1, 1, 0);
     param.color_edge_u = edge;
-    image.horizontal(param);
+    image.run(reduce_color_noise_hor_thread, param);
     const int n = dither_at(vorn::chroma_dither().offset[0] + 1);
-    EXPECT_EQ(image.dst_u[0], (51355 + 127 * (n + 2)) / 511) << edge;
+    EXPECT_EQ(image.dst_u.at(0, 0), (51355 + 127 * (n + 2)) / 511) << edge;
   }
 }
 
@@ -155,20 +159,61 @@ TEST(HorVer, EveryFormHasItsOwnKernel) {
 
 // Not called by the drivers: fine fixed point, no dither, the interleaved plane alone.
 TEST(HorVer, VermergeWritesTheInterleavedPlaneOnly) {
-  vorn_test::pool_handle workers;
   level image(2, 4);
-  image.src_u = {100, 128, 102, 128, 100, 128, 102, 128};
-  image.images[1].plane[0] = image.src_u.data();
+  image.src_u.set({100, 128, 102, 128, 100, 128, 102, 128});
   std::vector<uint8_t> uv(16, 0xEE);
-  _tag_cnr_param param = tuning(1000, 1, 1, 0);
-  auto* im = image.images;
-  EXPECT_EQ(reduce_color_noise_vermerge_thread(&workers.handle, im, im + 1, im + 2, im + 3, im + 4,
-                                               &param, uv.data()),
+  EXPECT_EQ(image.run(reduce_color_noise_vermerge_thread, chroma_param(1000, 1, 1, 0), uv.data()),
             0);
   // Row 0: (32768 * 100 + 255 * 102 + 1024) >> 11 = 1613; 65536 * 1613 rounded: 101.
   EXPECT_EQ(uv[0], 101);
   EXPECT_EQ(uv[1], 128 + 1);  // 4227200 >> 11 = 2064 over 16: the lost weight bits show, 129
-  EXPECT_EQ(image.dst_u, std::vector<uint8_t>(8, 128));
+  EXPECT_EQ(image.dst_u.samples(), bytes(8, 128));
+}
+
+TEST(HorVer, FollowsTheModel) {
+  trials(1200, 600, [](random_source& random) {
+    // Now and then past the ends of the offset table (rows) and of the dither table (columns).
+    const int shape = random.between(0, 50);
+    // And wide windows inside of wider levels.
+    const bool wide = shape > 42;
+    const int w = shape == 0 ? random.between(6200, 8400)
+                  : wide     ? random.between(150, 330)
+                             : random.between(1, shape == 1 ? 9 : 150);
+    const int h = shape == 1 ? 2060 : random.between(1, shape == 0 ? 3 : shape % 4 ? 40 : 130);
+    level in(w, h, random);
+    _tag_cnr_param p = random_param(random, any_strength(random));
+    if (wide) {
+      p = random_param(random, strength::everyday);
+      p.smooth_step = random.between(2, 4);
+      p.smooth_radius = random.between(60, 110);
+    }
+    canvas want_u(in.dst_u), want_v(in.dst_v);
+    for (auto along : {model::direction::horizontal, model::direction::vertical}) {
+      model::filter(along, in.guide.plane(), in.src_u.plane(), in.src_v.plane(), want_u.plane(),
+                    want_v.plane(), of(p));
+      auto* stage = along == model::direction::horizontal ? reduce_color_noise_hor_thread
+                                                          : reduce_color_noise_ver_thread;
+      in.run(stage, p);
+      EXPECT_TRUE(in.dst_u.same(want_u) && in.dst_v.same(want_v))
+          << (along == model::direction::horizontal ? "hor " : "ver ")
+          << numbers({w, h, p.smooth_radius, p.smooth_step, p.color_edge_u, p.color_edge_v,
+                      p.level_mode})
+          << " coefficient " << p.range_coef[0];
+    }
+  });
+}
+
+TEST(HorVer, VermergeFollowsTheModel) {
+  trials(1300, 60, [](random_source& random) {
+    const int w = random.between(1, 70), h = random.between(1, 40);
+    level in(w, h, random);
+    _tag_cnr_param p = random_param(random, any_strength(random));
+    canvas uv(2 * w, h, 2 * w, random), want(uv);
+    model::filter_interleaved(in.guide.plane(), in.src_u.plane(), in.src_v.plane(), want.data(),
+                              of(p));
+    in.run(reduce_color_noise_vermerge_thread, p, uv.data());
+    EXPECT_TRUE(uv.same(want)) << numbers({w, h, p.smooth_radius, p.smooth_step});
+  });
 }
 
 }  // namespace

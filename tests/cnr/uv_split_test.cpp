@@ -1,12 +1,17 @@
 #include "cnr/uv_split.h"
 
-#include <climits>
+#include <gtest/gtest.h>
 
-#include "tests/cnr/level.h"
+#include <climits>
+#include <cstring>
+
+#include "cnr/cnr_driver.h"
+#include "tests/support/canvas.h"
+#include "tests/support/forms.h"
 
 namespace {
 
-using vorn_test::with_every_form;
+using namespace vorn_test;
 
 // Splits pairs of x, x and returns U.
 std::vector<uint8_t> split_value(uint8_t x, int gain, size_t pairs) {
@@ -44,6 +49,28 @@ TEST(UvSplit, GainBeyondEightBits) {
     // 127 * INT_MIN wraps to INT_MIN, -128 * INT_MIN to 0.
     EXPECT_EQ(split_value(255, INT_MIN, 1)[0], 0);
     EXPECT_EQ(split_value(0, INT_MIN, 1)[0], 0);
+  });
+}
+
+TEST(UvSplit, FollowsTheModel) {
+  trials(1600, 100, [](random_source& random) {
+    const int w = 2 * random.between(1, 70), rows = random.between(1, 30);
+    const int s = random.pick({1, 4, 16, -8, -16, -40, 127, -128, 128, 256, 300, -1000, INT32_MAX});
+    canvas uv = painted(w, rows, w, random), u(w / 2, rows, w / 2, random), v(u);
+    canvas want_u(u), want_v(v), merged(uv);
+    for (int saturation : {0, s}) {
+      model::split_sliced(uv.data(), want_u.data(), want_v.data(), w, rows, saturation);
+      if (saturation == 0)
+        split_UV_thread(stage_handle()->cnr, uv.data(), u.data(), v.data(), w, rows);
+      else
+        split_UV_saturation_thread(stage_handle()->cnr, uv.data(), u.data(), v.data(), s, w, rows);
+      EXPECT_TRUE(u.same(want_u) && v.same(want_v)) << numbers({w, rows, saturation});
+      if (saturation == 0) {
+        std::memset(merged.data(), 0, static_cast<size_t>(w) * rows);
+        mergeUV_thread(stage_handle()->cnr, merged.data(), u.data(), v.data(), w, rows);
+        EXPECT_TRUE(merged.same(uv)) << numbers({w, rows});
+      }
+    }
   });
 }
 

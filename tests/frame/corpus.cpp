@@ -26,24 +26,25 @@
 #include "runtime/exported/pool.h"
 #include "runtime/kernel_form.h"
 #include "runtime/pool.h"
-#include "tests/frame/frame_util.h"
 #include "tests/model/model.h"
+#include "tests/support/frames.h"
+#include "tests/support/host.h"
 #include "ynr/ynr_handle.h"
 
-using frame_util::frame;
-
 namespace {
+
+using namespace vorn_test;
 
 struct corpus_case {
   int width, height, content;
   uint64_t seed;
-  frame_util::tuning tuning;
+  vorn_test::tuning tuning;
   uint64_t checksum;
   bool fine;
 };
 
 // The twenty-six tuning values in file order.
-std::vector<int32_t*> fields(frame_util::tuning& t) {
+std::vector<int32_t*> fields(tuning& t) {
   auto& y = t.ynr;
   auto& c = t.cnr;
   std::vector<int32_t*> list = {&y.enable, &y.layer};
@@ -70,7 +71,7 @@ bool read(const char* path, std::vector<corpus_case>& cases) {
     int used = c.fine ? static_cast<int>(std::strlen(kFineWord)) : 0, more = 0;
     good = std::sscanf(line + used, "%d %d %d %" SCNu64 "%n", &c.width, &c.height, &c.content,
                        &c.seed, &more) == 4 &&
-           c.content >= 0 && c.content < frame_util::kContents;
+           c.content >= 0 && c.content < kContents;
     used += more;
     for (int32_t* field : fields(c.tuning)) {
       good = good && std::sscanf(line + used, "%" SCNd32 "%n", field, &more) == 1;
@@ -100,17 +101,17 @@ bool write(const char* path, std::vector<corpus_case>& cases) {
   return std::fclose(file) == 0;
 }
 
-uint64_t checksum(int result, const frame& dst, const frame& src) {
+uint64_t result_checksum(int result, const frame& dst, const frame& src) {
   const auto code = static_cast<uint8_t>(result);
-  uint64_t hash = frame_util::hash_bytes(&code, 1);
-  hash = frame_util::hash_bytes(dst.data(), dst.size(), hash);
-  return frame_util::hash_bytes(src.data(), src.size(), hash);
+  uint64_t hash = checksum(&code, 1);
+  hash = checksum(dst.data(), dst.size(), hash);
+  return checksum(src.data(), src.size(), hash);
 }
 
 frame painted(const corpus_case& c) {
   frame f(c.width, c.height);
-  frame_util::random_source random(c.seed);
-  f.paint(static_cast<frame_util::content>(c.content), random);
+  random_source random(c.seed);
+  f.paint(static_cast<content>(c.content), random);
   return f;
 }
 
@@ -123,7 +124,7 @@ uint64_t by_model(const corpus_case& c) {
   frame src = painted(c), dst(c.width, c.height);
   const int result =
       model::process(c.width, c.height, src.data(), dst.data(), c.tuning.ynr, c.tuning.cnr, c.fine);
-  return checksum(result, dst, src);
+  return result_checksum(result, dst, src);
 }
 
 // Gives a handle a pool of one worker in place of its four.
@@ -135,11 +136,11 @@ bool use_one_worker(denoise_handle_t* handle) {
 }
 
 uint64_t by_library(corpus_case& c, int workers) {
-  const frame_util::denoiser d(c.width, c.height);
-  if (!d.handle || (workers == 1 && !use_one_worker(d.handle))) return 0;
+  const denoiser d(c.width, c.height);
+  if (!d.get() || (workers == 1 && !use_one_worker(d.get()))) return 0;
   frame src = painted(c), dst(c.width, c.height);
   const int result = d.run(src, dst, c.tuning, c.fine);
-  return src.guards_intact() && dst.guards_intact() ? checksum(result, dst, src) : 0;
+  return src.guards_intact() && dst.guards_intact() ? result_checksum(result, dst, src) : 0;
 }
 
 int check(std::vector<corpus_case>& cases, const char* what, int workers) {
@@ -150,8 +151,8 @@ int check(std::vector<corpus_case>& cases, const char* what, int workers) {
     if (++wrong <= 10)
       std::printf("%s: %scase %zu, %dx%d %s: %016" PRIx64 ", not %016" PRIx64 "; %s\n", what,
                   c.fine ? kFineWord : "", static_cast<size_t>(&c - cases.data()), c.width,
-                  c.height, frame_util::content_name(static_cast<frame_util::content>(c.content)),
-                  got, c.checksum, frame_util::text(c.tuning).c_str());
+                  c.height, content_name(static_cast<content>(c.content)), got, c.checksum,
+                  text(c.tuning).c_str());
   }
   std::printf("%s: %zu of %zu cases agree\n", what, cases.size() - wrong, cases.size());
   return wrong;
@@ -163,16 +164,16 @@ std::vector<corpus_case> draw(int count) {
                                           {130, 98},  {64, 48},   {34, 130},  {16, 16}};
   std::vector<corpus_case> cases;
   for (int i = 0, draws = 0; i < count; ++draws) {
-    frame_util::random_source random(0x5eed0000u + draws);
+    random_source random(0x5eed0000u + draws);
     corpus_case c = {};
     c.seed = random.next();
     if (i < 24) {
       c.width = everyday_sizes[i % 8][0];
       c.height = everyday_sizes[i % 8][1];
-      c.content = static_cast<int>(i < 8    ? frame_util::content::texture
-                                   : i < 16 ? frame_util::content::noise
-                                            : frame_util::content::saturated);
-      c.tuning = frame_util::everyday();
+      c.content = static_cast<int>(i < 8    ? content::texture
+                                   : i < 16 ? content::noise
+                                            : content::saturated);
+      c.tuning = everyday();
       c.tuning.cnr.scale = i < 8 ? 2 : i < 16 ? 1 : 0;
       c.tuning.ynr.layer = std::max(2, (c.width < 100 ? 3 : 4) + i / 8 - 1);
       c.tuning.ynr.pRadius[0] = 3 + 2 * (i / 8);
@@ -180,8 +181,8 @@ std::vector<corpus_case> draw(int count) {
       const bool large = i % 8 == 0;
       c.width = random.between(large ? 100 : 4, large ? 300 : 90);
       c.height = random.between(large ? 100 : 4, large ? 240 : 90);
-      c.content = random.between(0, frame_util::kContents - 1);
-      c.tuning = frame_util::random_tuning(random);
+      c.content = random.between(0, kContents - 1);
+      c.tuning = random_tuning(random);
       if (i % 5 != 0) c.width &= ~1;
     }
     // One refused frame in sixteen is enough.
@@ -205,6 +206,7 @@ int usage() {
 }  // namespace
 
 int main(int argc, char** argv) {
+  vorn_ycnr_set_log_level(0);
   std::string mode = argc > 2 ? argv[1] : "";
   const bool valued = mode == "--form" || mode == "--make";
   if (argc != (mode.empty() ? 2 : valued ? 4 : 3)) return usage();

@@ -16,9 +16,7 @@
 
 namespace {
 
-using vorn_test::denoiser;
-using vorn_test::frame;
-using vorn_test::tuning;
+using namespace vorn_test;
 
 bool switch_dumps_on(const std::string& directory) {
   const std::string file = directory + "/properties";

@@ -7,12 +7,12 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <random>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "runtime/kernel_form.h"
+#include "tests/support/random.h"
 
 namespace kernel_check {
 
@@ -111,7 +111,7 @@ class trial {
   // A random value for a generator, and whether only the speed is wanted of this trial (a row that
   // calls its function in several ways may then do with the first).
   long random(long low, long high) {
-    return std::uniform_int_distribution<long>(low, high)(random_);
+    return random_.between(static_cast<int>(low), static_cast<int>(high));
   }
   bool timed() const { return driver_ != nullptr; }
 
@@ -159,7 +159,7 @@ class trial {
   int tolerance_;
   driver_function driver_;
   int run_ = 0;  // 0 plain, 1 vector
-  std::mt19937 random_;
+  vorn_test::random_source random_;
   std::vector<std::unique_ptr<plane>> planes_;
   std::string parameters_;
   difference result_;

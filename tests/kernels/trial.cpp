@@ -22,7 +22,7 @@ constexpr int kGuardRows = 16;  // rows above and below
 class plane {
  public:
   plane(const char* name, const region& r, const trial::element& e, bool constant, bool compared,
-        int stride, const geometry& g, int index, std::mt19937& random)
+        int stride, const geometry& g, int index, vorn_test::random_source& random)
       : name_(name),
         region_(r),
         element_(e),
@@ -59,7 +59,8 @@ class plane {
       copy.origin = copy.first + origin;
     }
     unsigned char* bytes = copies_[0].memory;
-    for (size_t i = 0; i < copies_[0].size; ++i) bytes[i] = static_cast<unsigned char>(random());
+    for (size_t i = 0; i < copies_[0].size; ++i)
+      bytes[i] = static_cast<unsigned char>(random.next());
   }
 
   ~plane() {
@@ -71,17 +72,16 @@ class plane {
     }
   }
 
-  void fill_with(const range& values, fill how, std::mt19937& random) {
+  void fill_with(const range& values, fill how, vorn_test::random_source& random) {
     const long middle = values.low + (values.high - values.low) / 2;
     const int width = region_.columns + region_.before, height = region_.rows + region_.above;
-    std::uniform_int_distribution<long> any(values.low, values.high);
-    const int spike = static_cast<int>(random() % static_cast<unsigned>(width * height));
+    const int spike = random.between(0, width * height - 1);
     for (int y = 0; y < height; ++y)
       for (int x = 0; x < width; ++x) {
         long v = middle;
         switch (how) {
           case fill::noise:
-            v = any(random);
+            v = random.between(static_cast<int>(values.low), static_cast<int>(values.high));
             break;
           case fill::low:
             v = values.low;
@@ -229,10 +229,8 @@ int trial::declare(const char* name, region r, element e, range values, bool con
 }
 
 int trial::parameter(const char* name, int low, int high) {
-  const unsigned choice = random_() % 8;
-  const int value = choice == 0   ? low
-                    : choice == 1 ? high
-                                  : std::uniform_int_distribution<int>(low, high)(random_);
+  const int choice = random_.between(0, 7);
+  const int value = choice == 0 ? low : choice == 1 ? high : random_.between(low, high);
   parameters_ += std::string(" ") + name + "=" + std::to_string(value);
   return value;
 }

@@ -1,5 +1,5 @@
 // Down-sampling and detail planes where frames do not get: narrow and overlapping planes, every
-// pair of samples. The formulas are held in tests/frame/stage_test.cpp.
+// pair of samples. And the formulas, against the model.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -10,15 +10,13 @@
 #include "pyramid/down2.h"
 #include "pyramid/down_yuv.h"
 #include "pyramid/exported/down.h"
-#include "tests/frame/frame_util.h"
+#include "tests/support/canvas.h"
 #include "tests/support/forms.h"
 #include "ynr/exported/pyramid_stages.h"
 
-using frame_util::canvas;
-using frame_util::noisy;
-using vorn_test::with_every_form;
-
 namespace {
+
+using namespace vorn_test;
 
 // The raw forms produce a block of eight, then the row's own samples with an open left side.
 TEST(Down2, NarrowRowsWriteTheirFirstBlock) {
@@ -35,7 +33,6 @@ TEST(Down2, NarrowRowsWriteTheirFirstBlock) {
 }
 
 TEST(Down2, StagesStayInsideNarrowPlanes) {
-  const frame_util::denoiser d(64, 64);
   with_every_form([&] {
     for (int width = 2; width < 16; ++width)
       for (int height : {1, 2, 7, 16}) {
@@ -44,8 +41,8 @@ TEST(Down2, StagesStayInsideNarrowPlanes) {
         gaussin3x3_down2_pro(src.data(), width, height, in_blocks.data(), dw, dh, 0, dh);
         canvas want = noisy(dw, dh, 1), threads(want), caller(want);
         std::copy_n(in_blocks.data(), dw * dh, want.data());
-        gaussin3x3_down2(d.handle->cnr, src.image(), threads.image());
-        gaussin3x3_down2_ynr(d.handle->ynr, src.image(), caller.image());
+        gaussin3x3_down2(stage_handle()->cnr, src.image(), threads.image());
+        gaussin3x3_down2_ynr(stage_handle()->ynr, src.image(), caller.image());
         ASSERT_TRUE(threads.same(want) && caller.same(want)) << width << "x" << height;
       }
   });
@@ -84,6 +81,92 @@ TEST(Detail, ReflectsNegativeSums) {
     ImgAddDiff_sub128_u8(in_place.image(), b.image(), in_place.image());
     EXPECT_TRUE(got.same(want_difference));
     EXPECT_TRUE(sum.same(want_sum) && in_place.same(want_sum));
+  });
+}
+
+TEST(Down2, FollowsTheModel) {
+  trials(100, 150, [](random_source& random) {
+    const int dw = random.between(8, 70), dh = random.between(1, 30);
+    const int w = 2 * dw + random.between(0, 1), h = 2 * dh - random.between(0, 1);
+    const int stride = w + random.between(0, 20), dst_stride = dw + random.between(0, 20);
+    canvas src = painted(w, h, stride, random), dst(dw, dh, dst_stride, random), want(dst);
+    model::down2(src.plane(), want.plane());
+    canvas by_image(dst), by_thread(dst), rows(dst), want_rows(dst);
+    const int begin = random.between(0, dh), end = random.between(begin, dh);
+    for (int y = begin; y < end; ++y)
+      std::copy_n(&want.plane().at(y, 0), dw, &want_rows.plane().at(y, 0));
+    gaussin3x3_down2_ynr_pro(src.data(), w, h, stride, rows.data(), dw, dh, dst_stride, begin, end);
+    EXPECT_TRUE(rows.same(want_rows)) << "rows " << numbers({w, h, begin, end});
+    gaussin3x3_down2(src.data(), w, h, stride, dst.data(), dw, dh, dst_stride);
+    gaussin3x3_down2_ynr(stage_handle()->ynr, src.image(), by_image.image());
+    gaussin3x3_down2_ynr_thread(stage_handle()->ynr, src.data(), w, h, stride, by_thread.data(), dw,
+                                dh, dst_stride);
+    EXPECT_TRUE(dst.same(want)) << numbers({w, h, dw, dh});
+    EXPECT_TRUE(by_image.same(want)) << numbers({w, h, dw, dh});
+    EXPECT_TRUE(by_thread.same(want)) << numbers({w, h, dw, dh});
+  });
+}
+
+TEST(Down2, ThreePlanesFollowTheModel) {
+  trials(200, 100, [](random_source& random) {
+    const int dw = random.between(8, 70), dh = random.between(1, 30);
+    const int w = 2 * dw + random.between(0, 1), h = 2 * dh - random.between(0, 1);
+    canvas y = painted(w, h, w, random), u = painted(w, h, w, random), v = painted(w, h, w, random);
+    canvas dst(dw, dh, dw, random), want_y(dst), want_u(dst), want_v(dst);
+    model::down2(y.plane(), want_y.plane());
+    model::down2(u.plane(), want_u.plane());
+    model::down2(v.plane(), want_v.plane());
+    for (int way = 0; way < 3; ++way) {
+      canvas a(dst), b(dst), c(dst);
+      if (way == 0)
+        pyramid_down_yuv(stage_handle()->cnr, y.image(), a.image(), u.image(), b.image(), v.image(),
+                         c.image());
+      else if (way == 1)
+        gaussin3x3_down2_yuv_thread(stage_handle()->cnr, y.data(), w, h, a.data(), dw, dh, u.data(),
+                                    v.data(), b.data(), c.data());
+      else
+        gaussin3x3_down_yuv(y.data(), w, h, a.data(), dw, dh, u.data(), v.data(), b.data(),
+                            c.data());
+      EXPECT_TRUE(a.same(want_y) && b.same(want_u) && c.same(want_v)) << numbers({way, w, h});
+    }
+    canvas single(dst);
+    pyramid_down2(stage_handle()->cnr, y.image(), single.image());
+    EXPECT_TRUE(single.same(want_y)) << numbers({w, h});
+  });
+}
+
+TEST(Down2, SplitFollowsTheModel) {
+  trials(300, 60, [](random_source& random) {
+    const int dw = random.between(1, 60), dh = random.between(1, 30);
+    const int w = 2 * dw - random.between(0, 1), h = 2 * dh - random.between(0, 1);
+    const int stride = w + random.between(0, 9);
+    canvas luma = painted(w, h, stride, random), uv = painted(w, dh, w, random);
+    canvas u(dw, dh, dw, random), v(u), y(dw, dh, dw + random.between(0, 9), random);
+    canvas want_u(u), want_v(v), want_y(y), u4(u), v4(v), y4(y);
+    model::plane luma_plane = luma.plane();
+    model::split_and_down(uv.data(), want_u.plane(), want_v.plane(), luma_plane, want_y.plane());
+    splituv_gaussin3x3_down(uv.data(), u.data(), v.data(), luma.data(), w, h, stride, y.data(), dw,
+                            dh, y.image()->stride[0]);
+    splituv_gaussin3x3_down_thread(stage_handle()->cnr, uv.data(), u4.data(), v4.data(),
+                                   luma.data(), w, h, stride, y4.data(), dw, dh,
+                                   y4.image()->stride[0]);
+    EXPECT_TRUE(u.same(want_u) && v.same(want_v) && y.same(want_y)) << numbers({w, h});
+    EXPECT_TRUE(u4.same(want_u) && v4.same(want_v) && y4.same(want_y)) << numbers({w, h});
+  });
+}
+
+TEST(Detail, FollowsTheModel) {
+  trials(700, 60, [](random_source& random) {
+    const int w = random.between(1, 100), h = random.between(1, 9);
+    canvas a = painted(w, h, w + random.between(0, 9), random);
+    canvas b = painted(w, h, w + random.between(0, 9), random);
+    canvas out(w, h, w + random.between(0, 9), random), want(out), in_place(a), want_in_place(a);
+    model::subtract_add128(a.plane(), b.plane(), want.plane());
+    ImgSubImg_add128_u8(a.image(), b.image(), out.image());
+    EXPECT_TRUE(out.same(want)) << numbers({w, h});
+    model::add_sub128(a.plane(), b.plane(), want_in_place.plane());
+    ImgAddDiff_sub128_u8(in_place.image(), b.image(), in_place.image());
+    EXPECT_TRUE(in_place.same(want_in_place)) << numbers({w, h});
   });
 }
 

@@ -4,7 +4,6 @@
 
 #include <climits>
 #include <cstring>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -15,26 +14,12 @@
 
 namespace {
 
-using vorn_test::denoiser;
-using vorn_test::frame_bytes;
-using vorn_test::guarded_buffer;
-using vorn_test::log_capture;
-using vorn_test::tuning;
+using namespace vorn_test;
 
 const int kValues[] = {INT_MIN, INT_MIN + 1, -65536, -129,  -128,        -1,     0,
                        1,       2,           3,      5,     7,           8,      9,
                        16,      64,          127,    128,   255,         256,    1000,
                        4096,    46341,       65535,  65536, INT_MAX - 1, INT_MAX};
-
-std::string describe(int width, int height, const tuning& with) {
-  std::string text = std::to_string(width) + "x" + std::to_string(height) + " ynr";
-  const int32_t* luma = &with.ynr.enable;
-  for (size_t i = 0; i < sizeof with.ynr / 4; ++i) text += " " + std::to_string(luma[i]);
-  text += " cnr";
-  const int32_t* chroma = &with.cnr.enable;
-  for (size_t i = 0; i < sizeof with.cnr / 4; ++i) text += " " + std::to_string(chroma[i]);
-  return text;
-}
 
 // Runs one frame between protected pages and checks what holds for every call.
 // Returns the result code; the frame's bytes go to out.
@@ -42,10 +27,10 @@ int run_guarded(denoise_handle_t* handle, int width, int height, tuning& with, u
                 guarded_buffer::side where, std::vector<uint8_t>* out) {
   const size_t bytes = frame_bytes(width, height);
   guarded_buffer from(bytes, where), to(bytes, where);
-  std::minstd_rand random(seed);
-  const uint8_t low = static_cast<uint8_t>(random()), span = static_cast<uint8_t>(random() | 1);
+  random_source random(seed);
+  const int low = random.between(0, 255), span = random.between(0, 255);
   for (size_t i = 0; i < bytes; ++i)
-    from.data()[i] = static_cast<uint8_t>(low + (random() >> 8) % span);
+    from.data()[i] = static_cast<uint8_t>(low + random.between(0, span));
   const std::vector<uint8_t> input(from.data(), from.data() + bytes);
   std::memset(to.data(), static_cast<int>(seed & 255), bytes);  // must not matter
   _tag_uni_image src = {}, dst = {};
@@ -87,7 +72,8 @@ int run_guarded(denoise_handle_t* handle, int width, int height, tuning& with, u
 
 // Runs it twice, on different sides of the protected pages and over different old contents.
 int run_twice(denoise_handle_t* handle, int width, int height, tuning& with, uint32_t seed) {
-  SCOPED_TRACE(describe(width, height, with) + " seed " + std::to_string(seed));
+  SCOPED_TRACE(std::to_string(width) + "x" + std::to_string(height) + " " + text(with) + " seed " +
+               std::to_string(seed));
   std::vector<uint8_t> first, second;
   const int result =
       run_guarded(handle, width, height, with, seed, guarded_buffer::side::end, &first);
@@ -162,10 +148,8 @@ TEST(Anything, TinyFrames) {
 
 // Random tunings, mostly of moderate values, over random sizes.
 TEST(Anything, RandomTunings) {
-  std::mt19937 random(2026);
-  const auto pick = [&](int count) {
-    return static_cast<int>(random() % static_cast<unsigned>(count));
-  };
+  random_source random(2026);
+  const auto pick = [&](int count) { return random.between(0, count - 1); };
   int done = 0;
   for (int handle = 0; handle < 40; ++handle) {
     const int width = 8 + pick(100), height = 8 + pick(80);
@@ -184,7 +168,7 @@ TEST(Anything, RandomTunings) {
       if (pick(3)) with.ynr.layer = 2 + pick(3);
       with.ynr.enable = pick(4) != 0;
       with.cnr.enable = pick(4) != 0;
-      done += run_twice(one.get(), width, height, with, random()) == 0;
+      done += run_twice(one.get(), width, height, with, static_cast<uint32_t>(random.next())) == 0;
     }
   }
   EXPECT_GT(done, 150);

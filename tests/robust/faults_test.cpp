@@ -15,11 +15,7 @@
 
 namespace {
 
-using vorn_test::denoiser;
-using vorn_test::frame;
-using vorn_test::log_capture;
-using vorn_test::properties;
-using vorn_test::tuning;
+using namespace vorn_test;
 
 constexpr int kWidth = 72;
 constexpr int kHeight = 52;
@@ -50,7 +46,7 @@ std::string counts(const std::map<std::string, int>& survived) {
 
 TEST(Faults, EveryCallOfInit) {
   reference expected;
-  const int threads = vorn_test::running_threads();
+  const int threads = running_threads();
   std::map<std::string, int> survived;
   int refused = 0, total = 0;
   for (;; ++total) {
@@ -87,14 +83,14 @@ TEST(Faults, EveryCallOfInit) {
   EXPECT_EQ(survived["pthread_cond_init"], 2);
   EXPECT_GE(survived["malloc"] + survived["calloc"], 8);  // some compilers merge malloc and memset
   EXPECT_EQ(faults::blocks_held(), 0);
-  EXPECT_EQ(vorn_test::threads_reaching(threads), threads);
+  EXPECT_EQ(threads_reaching(threads), threads);
   RecordProperty("survived", counts(survived));
   printf("init: %d faults (%s), %d refused\n", total, counts(survived).c_str(), refused);
 }
 
 TEST(Faults, EveryCallOfAFrameWithDumps) {
   reference expected;
-  vorn_test::temp_dir dir;
+  temp_dir dir;
   std::string text;
   for (const char* filter : {"ynr2", "cnr4"}) {
     const std::string head = std::string("persist.vendor.cam.") + filter;
@@ -103,7 +99,7 @@ TEST(Faults, EveryCallOfAFrameWithDumps) {
   }
   properties props(text);
   auto one = std::make_unique<denoiser>(kWidth, kHeight);
-  const int descriptors = vorn_test::open_descriptors();
+  const int descriptors = open_descriptors();
   std::map<std::string, int> survived;
   int total = 0, failures = 0;
   for (;; ++total) {
@@ -145,7 +141,7 @@ TEST(Faults, EveryCallOfAFrameWithDumps) {
   EXPECT_GT(failures, 0);
   one.reset();  // the workers free their jobs at their own time
   EXPECT_EQ(faults::blocks_held(), 0);
-  EXPECT_EQ(vorn_test::open_descriptors(), descriptors);
+  EXPECT_EQ(open_descriptors(), descriptors);
   printf("frame: %d faults (%s), %d failed frames\n", total, counts(survived).c_str(), failures);
 }
 

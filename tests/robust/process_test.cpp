@@ -14,10 +14,7 @@
 
 namespace {
 
-using vorn_test::denoiser;
-using vorn_test::frame;
-using vorn_test::log_capture;
-using vorn_test::tuning;
+using namespace vorn_test;
 
 constexpr int kWidth = 64, kHeight = 48;
 
@@ -42,7 +39,7 @@ TEST(Fork, AHandleKnowsItsProcess) {
   ycnr_init_param size = {kWidth, kHeight};
   frame src(kWidth, kHeight), dst(kWidth, kHeight), again(kWidth, kHeight);
   tuning both;
-  vorn_test::properties quiet("persist.vendor.cam.nr_api.log=1\n");
+  properties quiet("persist.vendor.cam.nr_api.log=1\n");
   denoise_handle_t* handle = vorn_ycnr_init(&size);
   ASSERT_NE(handle, nullptr);
   src.draw(1);
@@ -123,7 +120,7 @@ void wait_at_gate(void* context, const char*, double) {
 }
 
 TEST(Threads, ASecondOneOnAHandleIsRefused) {
-  vorn_test::properties quiet("persist.vendor.cam.nr_api.log=1\n");
+  properties quiet("persist.vendor.cam.nr_api.log=1\n");
   ycnr_init_param size = {kWidth, kHeight};
   denoise_handle_t* handle = vorn_ycnr_init(&size);
   ASSERT_NE(handle, nullptr);

@@ -14,9 +14,7 @@
 
 namespace {
 
-using vorn_test::denoiser;
-using vorn_test::frame;
-using vorn_test::tuning;
+using namespace vorn_test;
 
 struct resources {
   long resident_kib;
@@ -30,8 +28,8 @@ resources now() {
     if (std::fscanf(file, "%ld %ld", &pages, &resident) != 2) resident = 0;
     std::fclose(file);
   }
-  return {resident * (sysconf(_SC_PAGESIZE) / 1024), vorn_test::count_entries("/proc/self/task"),
-          vorn_test::open_descriptors()};
+  return {resident * (sysconf(_SC_PAGESIZE) / 1024), count_entries("/proc/self/task"),
+          open_descriptors()};
 }
 
 void change(tuning* with, unsigned step) {
@@ -61,7 +59,7 @@ int main(int argc, char** argv) {
     if (!std::strcmp(argv[i], "--width")) width = value;
     if (!std::strcmp(argv[i], "--height")) height = value;
   }
-  vorn_test::properties quiet("persist.vendor.cam.nr_api.log=1\n");
+  quiet_log silence;
   denoiser steady(width, height);
   frame src(width, height), dst(width, height);
   src.draw(1);
@@ -94,11 +92,11 @@ int main(int argc, char** argv) {
     after = now();
     if (frames == kWarmUp) {
       before = after;
-      before.threads = vorn_test::running_threads();
+      before.threads = running_threads();
     }
     if (after.resident_kib > peak) peak = after.resident_kib;
   }
-  after.threads = vorn_test::threads_reaching(before.threads);
+  after.threads = threads_reaching(before.threads);
   std::printf(
       "%u frames of %dx%d in %.1f s, %u failed; resident %ld -> %ld KiB (peak %ld), "
       "threads %d -> %d, descriptors %d -> %d\n",

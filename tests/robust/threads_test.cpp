@@ -9,9 +9,7 @@
 
 namespace {
 
-using vorn_test::denoiser;
-using vorn_test::frame;
-using vorn_test::tuning;
+using namespace vorn_test;
 
 constexpr int kThreads = 8;
 constexpr int kFrames = 6;
@@ -38,7 +36,7 @@ std::vector<std::vector<uint8_t>> run_frames(int number) {
 }
 
 TEST(Threads, EightHandlesAtOnceMakeTheBytesOfOneAfterTheOther) {
-  vorn_test::properties quiet("persist.vendor.cam.nr_api.log=1\n");
+  quiet_log silence;
   std::vector<std::vector<std::vector<uint8_t>>> expected, results(kThreads);
   for (int i = 0; i < kThreads; ++i) expected.push_back(run_frames(i));
   std::vector<std::thread> threads;
@@ -55,7 +53,7 @@ TEST(Threads, EightHandlesAtOnceMakeTheBytesOfOneAfterTheOther) {
 
 // One handle made here, used and closed by other threads in turn.
 TEST(Threads, AHandleMayChangeThreads) {
-  vorn_test::properties quiet("persist.vendor.cam.nr_api.log=1\n");
+  quiet_log silence;
   ycnr_init_param size = {64, 48};
   denoise_handle_t* handle = vorn_ycnr_init(&size);
   ASSERT_NE(handle, nullptr);

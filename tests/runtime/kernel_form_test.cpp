@@ -9,6 +9,8 @@
 
 namespace {
 
+using namespace vorn_test;
+
 using vorn::kernel_form;
 
 TEST(KernelForms, EveryMachineHasThePlainRuleAndItsOwnForms) {
@@ -29,12 +31,12 @@ TEST(KernelForms, AskedForByName) {
   EXPECT_EQ(vorn::kernel_form_for(""), best);
   for (int i = 0; i < vorn::kKernelForms; ++i) {
     const auto form = static_cast<kernel_form>(i);
-    vorn_test::log_capture log;
+    log_capture log;
     const bool available = vorn::kernel_form_available(form);
     EXPECT_EQ(vorn::kernel_form_for(vorn::kernel_form_name(form)), available ? form : best);
     EXPECT_EQ(log.count('E'), available ? 0 : 1);
   }
-  vorn_test::log_capture log;
+  log_capture log;
   EXPECT_EQ(vorn::kernel_form_for("Scalar"), best);
   EXPECT_EQ(log.count('E'), 1);
 }

@@ -16,9 +16,7 @@
 
 namespace {
 
-using vorn_test::log_capture;
-using vorn_test::running_threads;
-using vorn_test::threads_reaching;
+using namespace vorn_test;
 
 struct slice {
   std::atomic<int>* sum;

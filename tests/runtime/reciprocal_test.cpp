@@ -7,9 +7,12 @@
 #include <cstring>
 #include <vector>
 
+#include "tests/model/model.h"
 #include "tests/support/host.h"
 
 namespace {
+
+using namespace vorn_test;
 
 uint32_t bits_of(float x) {
   uint32_t bits;
@@ -43,7 +46,7 @@ TEST(Reciprocal, EstimateIsTheInstructions) {
     EXPECT_EQ(results.back(), bits_of(vrecpes_f32(x))) << x;
 #endif
   }
-  EXPECT_EQ(vorn_test::checksum(results.data(), results.size() * 4), 5707538632183440533u);
+  EXPECT_EQ(checksum(results.data(), results.size() * 4), 5707538632183440533u);
 }
 
 TEST(Reciprocal, TableIsTheRefinedEstimate) {
@@ -62,7 +65,7 @@ TEST(Reciprocal, TableIsTheRefinedEstimate) {
     }
   }
   // The same on every machine.
-  EXPECT_EQ(vorn_test::checksum(table, vorn::kReciprocals * sizeof *table), 15154941868638902673u);
+  EXPECT_EQ(checksum(table, vorn::kReciprocals * sizeof *table), 15154941868638902673u);
 }
 
 TEST(Reciprocal, FourAtATime) {
@@ -71,6 +74,20 @@ TEST(Reciprocal, FourAtATime) {
   vst1q_f32(results, vorn::refined_reciprocal_x4(vld1q_f32(lanes)));
   for (int i = 0; i < 4; ++i)
     EXPECT_EQ(bits_of(results[i]), bits_of(vorn::refined_reciprocal(lanes[i]))) << lanes[i];
+}
+
+// The index of the vector rule is the integer one for every distance and mask value, and its
+// reciprocals follow from rounding the estimate on paper.
+TEST(Reciprocal, IndexOfTheVectorRuleIsTheIntegerOne) {
+  const float* table = vorn::reciprocal_table();
+  for (int n = 1; n < vorn::kReciprocals; ++n)
+    ASSERT_EQ(table[n], model::refined_reciprocal(static_cast<float>(n))) << n;
+  for (int m = 1; m <= 255; ++m)
+    for (int distance = 0; distance <= 784; ++distance) {
+      const float product = static_cast<float>(distance * 64) * table[m];
+      ASSERT_EQ(static_cast<int>(0.5f + product), (distance * 64 + m / 2) / m)
+          << distance << " " << m;
+    }
 }
 
 }  // namespace

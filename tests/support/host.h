@@ -168,9 +168,8 @@ inline int threads_reaching(int expected) {
   return count;
 }
 
-// 64-bit FNV-1a over bytes: one number for a whole table or plane.
-inline uint64_t checksum(const void* data, size_t bytes) {
-  uint64_t hash = 0xcbf29ce484222325u;
+// 64-bit FNV-1a over bytes, continuing from `hash`: one number for a whole table or plane.
+inline uint64_t checksum(const void* data, size_t bytes, uint64_t hash = 0xcbf29ce484222325u) {
   for (size_t i = 0; i < bytes; ++i)
     hash = (hash ^ static_cast<const unsigned char*>(data)[i]) * 0x100000001b3u;
   return hash;

@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <random>
 
+#include "tests/support/pictures.h"
 #include "tools/lab/alignment.h"
 #include "tools/lab/chart.h"
 #include "tools/lab/frame_mean.h"
@@ -14,33 +14,12 @@
 namespace vorn::tool {
 namespace {
 
+using namespace vorn_test;
+
 uint64_t checksum(const frame& f) {
   uint64_t h = 0;
   for (uint8_t b : f.data) h = h * 1099511628211u + b;
   return h;
-}
-
-frame grey_frame(int width, int height, uint8_t level) {
-  frame f = make_frame(width, height);
-  std::fill(f.luma(), f.chroma(), level);
-  return f;
-}
-
-frame random_frame(int width, int height, unsigned seed) {
-  std::mt19937 engine(seed);
-  frame f = make_frame(width, height);
-  for (uint8_t& b : f.data) b = static_cast<uint8_t>(engine());
-  return f;
-}
-
-frame noisy(const frame& clean, double gain, uint64_t seed = 1, double blur = 0) {
-  frame f = clean;
-  noise_model model;
-  model.gain = gain;
-  model.seed = seed;
-  model.luma_blur = blur;
-  add_noise(f, model);
-  return f;
 }
 
 // SSIM by the definition: every window position on its own, in double precision.
@@ -73,7 +52,7 @@ double slow_ssim(const plane_view& a, const plane_view& b) {
   return total / count;
 }
 
-TEST(metrics, closed_forms) {
+TEST(Metrics, ClosedForms) {
   const frame a = grey_frame(40, 30, 100), b = grey_frame(40, 30, 110);
   EXPECT_NEAR(psnr(luma_view(a), luma_view(b)), 20 * std::log10(255.0 / 10), 1e-12);
   EXPECT_TRUE(std::isinf(psnr(u_view(a), u_view(b))));
@@ -84,7 +63,7 @@ TEST(metrics, closed_forms) {
   EXPECT_DOUBLE_EQ(q.mean_shift_u, 0);
 }
 
-TEST(metrics, ssim_follows_its_definition) {
+TEST(Metrics, SsimFollowsItsDefinition) {
   const frame a = random_frame(37, 29, 1), b = noisy(a, 30);
   EXPECT_NEAR(ssim(luma_view(a), luma_view(b)), slow_ssim(luma_view(a), luma_view(b)), 2e-5);
   EXPECT_NEAR(ssim(v_view(a), v_view(b)), slow_ssim(v_view(a), v_view(b)), 2e-5);
@@ -93,7 +72,7 @@ TEST(metrics, ssim_follows_its_definition) {
               slow_ssim(luma_view(chart), luma_view(other)), 2e-5);
 }
 
-TEST(metrics, padding_does_not_count) {
+TEST(Metrics, PaddingDoesNotCount) {
   frame a = random_frame(21, 17, 2), b = a;
   for (int y = 0; y < b.padded_height; ++y) b.luma()[y * b.padded_width + 21] ^= 0xff;
   for (int x = 0; x < b.padded_width; ++x) b.luma()[17 * b.padded_width + x] ^= 0xff;
@@ -103,13 +82,13 @@ TEST(metrics, padding_does_not_count) {
   EXPECT_NEAR(compare_frames(tiny, tiny).ssim_y, 1, 1e-9);
 }
 
-TEST(chart, same_bytes_on_every_machine) {
+TEST(Chart, SameBytesOnEveryMachine) {
   EXPECT_EQ(checksum(draw_chart(640, 480)), 0xf510bff6ed3b762bu);
   for (const auto& size : {std::pair{64, 64}, {65, 67}, {1000, 100}})
     EXPECT_EQ(draw_chart(size.first, size.second).width, size.first);
 }
 
-TEST(chart, patches_are_flat) {
+TEST(Chart, PatchesAreFlat) {
   for (const auto& size : {std::pair{64, 64}, {640, 480}, {333, 251}}) {
     const frame f = draw_chart(size.first, size.second);
     const auto patches = chart_patches(size.first, size.second);
@@ -127,7 +106,7 @@ TEST(chart, patches_are_flat) {
   }
 }
 
-TEST(noise_model, same_bytes_on_every_machine) {
+TEST(NoiseModel, SameBytesOnEveryMachine) {
   const frame chart = draw_chart(640, 480);
   EXPECT_EQ(checksum(noisy(chart, 8)), 0xd665a3913f06de04u);
   EXPECT_EQ(checksum(noisy(chart, 64, 5, 0.7)), 0xe4c8f22718206d0fu);
@@ -135,7 +114,7 @@ TEST(noise_model, same_bytes_on_every_machine) {
 }
 
 // Photon and read noise through the slope of the tone curve at the level.
-TEST(noise_model, deviation_is_the_formula) {
+TEST(NoiseModel, DeviationIsTheFormula) {
   for (const double blur : {0.0, 0.7}) {
     for (const int level : {70, 128, 200}) {
       const frame clean = grey_frame(512, 512, static_cast<uint8_t>(level));
@@ -155,7 +134,7 @@ TEST(noise_model, deviation_is_the_formula) {
 }
 
 // Noisy frames of the chart, displaced by whole and by half pixels.
-TEST(alignment, finds_displacements_in_noise) {
+TEST(Alignment, FindsDisplacementsInNoise) {
   const frame chart = draw_chart(400, 300);
   const auto part = [&](int x, int y, bool half) {
     frame f = make_frame(320, 240);
@@ -184,7 +163,7 @@ TEST(alignment, finds_displacements_in_noise) {
             0.25);
 }
 
-TEST(frame_mean, moves_frames_back_and_leaves_odd_ones_out) {
+TEST(FrameMean, MovesFramesBackAndLeavesOddOnesOut) {
   const frame chart = draw_chart(400, 300);
   std::vector<frame> frames;
   std::vector<burst_frame> burst;
@@ -216,7 +195,7 @@ TEST(frame_mean, moves_frames_back_and_leaves_odd_ones_out) {
             psnr(luma_view(frames.front()), luma_view(clean)) + 5);  // 7.8 dB less what is clipped
 }
 
-TEST(metrics, flicker_is_what_changes) {
+TEST(Metrics, FlickerIsWhatChanges) {
   const frame a = grey_frame(40, 30, 100), b = grey_frame(40, 30, 104), c = grey_frame(40, 30, 110);
   EXPECT_DOUBLE_EQ(flicker_between(b, a, b, a).y, 0);  // stands still
   EXPECT_DOUBLE_EQ(flicker_between(c, a, b, a).y, 6);
@@ -224,7 +203,7 @@ TEST(metrics, flicker_is_what_changes) {
 }
 
 // Neighbours agree by 0.72 in pictures of real cameras.
-TEST(noise_model, chroma_blur_spreads_chroma_noise) {
+TEST(NoiseModel, ChromaBlurSpreadsChromaNoise) {
   const frame flat = grey_frame(256, 256, 128);
   frame f = flat;
   noise_model model;

@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <random>
 
+#include "tests/support/pictures.h"
 #include "tools/lab/chart.h"
 #include "tools/lab/metrics.h"
 #include "tools/lab/noise_meter.h"
@@ -12,30 +12,9 @@
 namespace vorn::tool {
 namespace {
 
-frame grey_frame(int width, int height, uint8_t level) {
-  frame f = make_frame(width, height);
-  std::fill(f.luma(), f.chroma(), level);
-  return f;
-}
+using namespace vorn_test;
 
-frame random_frame(int width, int height, unsigned seed) {
-  std::mt19937 engine(seed);
-  frame f = make_frame(width, height);
-  for (uint8_t& b : f.data) b = static_cast<uint8_t>(engine());
-  return f;
-}
-
-frame noisy(const frame& clean, double gain, uint64_t seed = 1, double blur = 0) {
-  frame f = clean;
-  noise_model model;
-  model.gain = gain;
-  model.seed = seed;
-  model.luma_blur = blur;
-  add_noise(f, model);
-  return f;
-}
-
-TEST(noise_meter, chroma_noise_is_wider_than_luma_noise) {
+TEST(NoiseMeter, ChromaNoiseIsWiderThanLumaNoise) {
   noise_model model;
   model.gain = 16;
   const noise_curve sharp = model_curve(model);
@@ -45,7 +24,7 @@ TEST(noise_meter, chroma_noise_is_wider_than_luma_noise) {
   EXPECT_GT(model_curve(model).correlation_y, 0.15);
 }
 
-TEST(noise_meter, finds_the_gain) {
+TEST(NoiseMeter, FindsTheGain) {
   // Without colours, which have more noise than greys of their brightness.
   frame chart = draw_chart(960, 720);
   std::fill(chart.chroma(), chart.data.data() + chart.data.size(), uint8_t{128});
@@ -64,7 +43,7 @@ double added(const plane_view& noisy_plane, const plane_view& clean) {
   return std::sqrt(mean_squared_error(noisy_plane, clean));
 }
 
-TEST(noise_meter, flats_and_bursts_measure_what_was_added) {
+TEST(NoiseMeter, FlatsAndBurstsMeasureWhatWasAdded) {
   for (const double blur : {0.0, 0.7}) {
     const frame flat = grey_frame(256, 256, 128);
     const frame f = noisy(flat, 8, 1, blur), g = noisy(flat, 8, 2, blur);
@@ -78,7 +57,7 @@ TEST(noise_meter, flats_and_bursts_measure_what_was_added) {
   }
 }
 
-TEST(noise_meter, clean_pictures_have_no_noise) {
+TEST(NoiseMeter, CleanPicturesHaveNoNoise) {
   frame ramp = grey_frame(320, 240, 128);
   for (int y = 0; y < 240; ++y)
     for (int x = 0; x < 320; ++x) ramp.luma()[y * 320 + x] = static_cast<uint8_t>(20 + x / 2);
@@ -92,7 +71,7 @@ TEST(noise_meter, clean_pictures_have_no_noise) {
 }
 
 // Bars of one value beside a noisy picture are neither its noise nor a sign of its absence.
-TEST(noise_meter, black_bars_do_not_count) {
+TEST(NoiseMeter, BlackBarsDoNotCount) {
   const frame chart = draw_chart(640, 480);
   frame f = noisy(chart, 16);
   const double without = measure_noise({f}, noise_scene::any).y;
@@ -100,7 +79,7 @@ TEST(noise_meter, black_bars_do_not_count) {
   EXPECT_NEAR(std::log2(measure_noise({f}, noise_scene::any).y / without), 0, 0.2);
 }
 
-TEST(noise_meter, says_nothing_about_pictures_too_small_or_clipped) {
+TEST(NoiseMeter, SaysNothingAboutPicturesTooSmallOrClipped) {
   for (const frame& f : {random_frame(1, 1, 1), random_frame(17, 9, 1), grey_frame(256, 256, 255),
                          grey_frame(256, 256, 0)}) {
     const noise_curve curve = measure_noise({f}, noise_scene::any);

@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <random>
+#include <random>  // the normal distribution
+
+#include "tests/support/random.h"
 
 namespace vorn::tool {
 namespace {
@@ -21,7 +23,7 @@ tuning strength(int intensity) {
 
 // A bar of 200 from column `bar` on, 24 wide, before a slope; noise as the filter leaves it.
 frame scene(int bar, unsigned seed, int base = 60) {
-  std::mt19937 engine(seed);
+  vorn_test::random_source engine(seed);
   std::normal_distribution<double> noise(0, kDeviation);
   frame f = make_frame(kWidth, kHeight);
   for (int y = 0; y < kHeight; ++y)
@@ -44,7 +46,7 @@ double difference(const frame& a, const frame& b, int x0, int x1) {
   return std::sqrt(sum / ((x1 - x0) * kHeight));
 }
 
-TEST(temporal, still_scenes_flicker_less) {
+TEST(Temporal, StillScenesFlickerLess) {
   temporal_blend blend;
   frame before = scene(40, 1);
   blend.run(before, strength(110));
@@ -59,7 +61,7 @@ TEST(temporal, still_scenes_flicker_less) {
   EXPECT_EQ(blend.cuts(), 0);
 }
 
-TEST(temporal, a_moving_bar_leaves_no_ghost) {
+TEST(Temporal, AMovingBarLeavesNoGhost) {
   temporal_blend blend;
   for (int i = 0; i < 12; ++i) {
     const int bar = 16 + 6 * i;
@@ -72,7 +74,7 @@ TEST(temporal, a_moving_bar_leaves_no_ghost) {
   EXPECT_EQ(blend.cuts(), 0);
 }
 
-TEST(temporal, a_cut_and_another_size_begin_anew) {
+TEST(Temporal, ACutAndAnotherSizeBeginAnew) {
   temporal_blend blend;
   frame first = scene(40, 1);
   blend.run(first, strength(110));

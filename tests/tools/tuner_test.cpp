@@ -5,11 +5,11 @@
 
 #include <nlohmann/json.hpp>
 
+#include "tests/support/pictures.h"
 #include "tools/denoiser.h"
 #include "tools/error.h"
 #include "tools/lab/chart.h"
 #include "tools/lab/metrics.h"
-#include "tools/lab/noise_model.h"
 #include "tools/lab/report_page.h"
 
 namespace vorn::tool {
@@ -22,10 +22,7 @@ tuning_sample chart_sample(double gain, int width = 192, int height = 144) {
   tuning_sample s;
   s.name = "chart";
   s.clean = draw_chart(width, height);
-  s.noisy = s.clean;
-  noise_model model;
-  model.gain = gain;
-  add_noise(s.noisy, model);
+  s.noisy = vorn_test::noisy(s.clean, gain);
   return s;
 }
 
@@ -36,7 +33,7 @@ search_options short_search(int threads) {
   return o;
 }
 
-TEST(search, gains_and_is_the_same_for_any_number_of_threads) {
+TEST(Search, GainsAndIsTheSameForAnyNumberOfThreads) {
   const std::vector<tuning_sample> samples = {chart_sample(8), chart_sample(8, 161, 119)};
   const tuning start = guess_tuning(samples);
   const search_result one = search_tuning(samples, start, short_search(1), nullptr, go_on);
@@ -50,7 +47,7 @@ TEST(search, gains_and_is_the_same_for_any_number_of_threads) {
   EXPECT_GE(one.luma_after.psnr, bench.score_luma({start}, false)[0].psnr);
 }
 
-TEST(search, stops_at_once_with_what_it_has) {
+TEST(Search, StopsAtOnceWithWhatItHas) {
   const std::vector<tuning_sample> samples = {chart_sample(8)};
   const tuning start = guess_tuning(samples);
   const std::atomic<bool> stop{true};
@@ -60,7 +57,7 @@ TEST(search, stops_at_once_with_what_it_has) {
   EXPECT_EQ(r.best.chroma.range_factor, start.chroma.range_factor);
 }
 
-TEST(search, leaves_the_other_half_alone) {
+TEST(Search, LeavesTheOtherHalfAlone) {
   const std::vector<tuning_sample> samples = {chart_sample(16)};
   tuning start = guess_tuning(samples);
   start.chroma.range_factor = 77;
@@ -79,7 +76,7 @@ TEST(search, leaves_the_other_half_alone) {
   }
 }
 
-TEST(search, chroma_trials_see_the_luma_result) {
+TEST(Search, ChromaTrialsSeeTheLumaResult) {
   const std::vector<tuning_sample> samples = {chart_sample(16)};
   const tuning t = default_tuning_set().nearest(16).values;
   tuning_bench bench(samples, objective::psnr, 2);
@@ -90,7 +87,7 @@ TEST(search, chroma_trials_see_the_luma_result) {
   EXPECT_NEAR(psnr_apart, compare_frames(f, samples[0].clean).psnr_uv, 1e-9);
 }
 
-TEST(figures, lost_texture) {
+TEST(Figures, LostTexture) {
   const frame clean = draw_chart(320, 240);
   EXPECT_NEAR(lost_texture(clean, clean), 0, 1e-12);
   frame grey = clean;
@@ -100,7 +97,7 @@ TEST(figures, lost_texture) {
   EXPECT_THROW(objective_of("best"), error);
 }
 
-TEST(denoiser, small_frames_are_enlarged_and_cropped) {
+TEST(Denoiser, SmallFramesAreEnlargedAndCropped) {
   tuning t = default_tuning_set().nearest(16).values;
   t.luma.layer = 5;  // wants 16x16
   const tuning_sample s = chart_sample(16, 64, 64);
@@ -137,7 +134,7 @@ TEST(denoiser, small_frames_are_enlarged_and_cropped) {
   }
 }
 
-TEST(default_set, helps_at_every_gain) {
+TEST(DefaultSet, HelpsAtEveryGain) {
   for (const double gain : {1.0, 2.0, 4.0, 8.0, 16.0, 32.0, 64.0}) {
     const tuning_sample s = chart_sample(gain, 640, 480);
     const tuning_entry& entry = default_tuning_set().nearest(gain);
@@ -171,7 +168,7 @@ TEST(default_set, helps_at_every_gain) {
   }
 }
 
-TEST(report, one_page_with_its_data_and_nothing_from_outside) {
+TEST(Report, OnePageWithItsDataAndNothingFromOutside) {
   const tuning_sample s = chart_sample(8, 65, 67);
   report_entry entry;
   entry.gain = 8;

@@ -6,8 +6,9 @@
 #include <cstdio>
 #include <filesystem>
 #include <nlohmann/json.hpp>
-#include <random>
+#include <random>  // the normal distribution
 
+#include "tests/support/random.h"
 #include "tools/error.h"
 #include "tools/lab/chart.h"
 #include "tools/lab/figures.h"
@@ -153,7 +154,7 @@ struct plane {
 
 TEST(Figures, SpectrumOfWhiteNoiseIsItsVariance) {
   plane p{256, 192};
-  std::mt19937 random(7);
+  vorn_test::random_source random(7);
   std::normal_distribution<double> normal(128, 6);
   for (int y = 0; y < p.height; ++y)  // a slope must not count as noise
     for (int x = 0; x < p.width; ++x)
@@ -189,9 +190,9 @@ TEST(Figures, EdgeTransferOfAKnownBlur) {
 
 TEST(Figures, TextureThatIsHalvedKeepsHalf) {
   plane clean{128, 128}, kept{128, 128};
-  std::mt19937 random(3);
+  vorn_test::random_source random(3);
   for (size_t i = 0; i < clean.data.size(); ++i) {
-    const int deviation = int(random() % 81) - 40, noise = int(random() % 21) - 10;
+    const int deviation = random.between(-40, 40), noise = random.between(-10, 10);
     clean.data[i] = uint8_t(128 + deviation);
     kept.data[i] = uint8_t(128 + deviation / 2 + noise);
   }

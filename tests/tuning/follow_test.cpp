@@ -3,9 +3,10 @@
 
 #include <cmath>
 #include <memory>
-#include <random>
+#include <random>  // the normal distribution
 #include <vector>
 
+#include "tests/support/random.h"
 #include "vorn_noise.h"
 
 namespace {
@@ -17,7 +18,7 @@ struct picture {
   std::vector<uint8_t> luma, u, v;
   picture(double sigma, unsigned seed, bool texture = false)
       : luma(kWidth * kHeight), u(kWidth * kHeight / 4), v(u.size()) {
-    std::mt19937 engine(seed);
+    vorn_test::random_source engine(seed);
     std::normal_distribution<double> noise(0, sigma > 0 ? sigma : 1);
     const auto fill = [&](std::vector<uint8_t>& plane, int width, double scale) {
       for (size_t i = 0; i < plane.size(); ++i) {
@@ -60,7 +61,7 @@ class stream {
   unsigned seed_ = 0;
 };
 
-TEST(follow, a_steady_stream_keeps_its_entries) {
+TEST(Follow, ASteadyStreamKeepsItsEntries) {
   stream s;
   EXPECT_EQ(s.show(5, 95), 1);  // the first frame's choice
   EXPECT_GT(s.follower.luma_entry, 0);
@@ -68,7 +69,7 @@ TEST(follow, a_steady_stream_keeps_its_entries) {
   EXPECT_EQ(s.chroma.enable, 1);
 }
 
-TEST(follow, more_noise_takes_a_higher_entry_at_a_cut) {
+TEST(Follow, MoreNoiseTakesAHigherEntryAtACut) {
   stream s;
   s.show(2, 31);
   const double before = s.follower.luma_entry;
@@ -78,7 +79,7 @@ TEST(follow, more_noise_takes_a_higher_entry_at_a_cut) {
   EXPECT_LE(s.show(12, 60), 1);
 }
 
-TEST(follow, clean_frames_stay_as_they_are) {
+TEST(Follow, CleanFramesStayAsTheyAre) {
   stream s;
   s.show(0, 1);
   EXPECT_EQ(s.follower.luma_entry, 0);
@@ -86,7 +87,7 @@ TEST(follow, clean_frames_stay_as_they_are) {
   EXPECT_EQ(s.chroma.enable, 0);
 }
 
-TEST(follow, only_due_frames_are_measured) {
+TEST(Follow, OnlyDueFramesAreMeasured) {
   stream s;
   int measured = 0;
   for (int i = 0; i < 61; ++i) {
@@ -96,7 +97,7 @@ TEST(follow, only_due_frames_are_measured) {
   EXPECT_EQ(measured, 4 + 2);
 }
 
-TEST(measure, refuses_what_is_no_frame) {
+TEST(Measure, RefusesWhatIsNoFrame) {
   const picture p(5, 1);
   vorn_noise noise;
   vorn_noise_frame f = p.view();

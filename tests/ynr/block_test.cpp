@@ -1,22 +1,22 @@
-// The steps of a block one by one, and the tables behind them. Whole blocks are held in
-// tests/frame/stage_test.cpp.
+// The steps of a block one by one, and the tables behind them. And whole blocks,
+// against the model.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdlib>
 
 #include "runtime/reciprocal.h"
-#include "tests/frame/frame_util.h"
+#include "tests/support/canvas.h"
+#include "tests/support/forms.h"
 #include "ynr/block_processors.h"
 #include "ynr/block_sums.h"
 #include "ynr/exported/block_processors.h"
 #include "ynr/exported/block_sums.h"
 #include "ynr/kernels/luma_kernels.h"
 
-using frame_util::canvas;
-using frame_util::content;
-
 namespace {
+
+using namespace vorn_test;
 
 TEST(WeightMap, HandWorkedValues) {
   int map[800];
@@ -80,7 +80,7 @@ class BlockSteps : public ::testing::Test {
     MakeWeightMap(map, 45.0f, 800);
   }
   static constexpr int s = 28;  // stride
-  frame_util::random_source random{5};
+  random_source random{5};
   canvas image;
   uint8_t* cur = image.data() + 4 * s + 4;
   int map[800], acc[17] = {};
@@ -125,7 +125,7 @@ TEST_F(BlockSteps, IndexLimits) {
 }
 
 TEST_F(BlockSteps, GuidedTakesDistanceAndPixelsApart) {
-  canvas guide = frame_util::painted(24, 16, s, random);
+  canvas guide = painted(24, 16, s, random);
   uint8_t* g = guide.data() + 4 * s + 4;
   const unsigned d = AddBlockSumByNei_Guided(cur, s, g, g - s + 1, 999, acc, map, 64);
   EXPECT_EQ(d, distance(g, g - s + 1, s));
@@ -241,8 +241,8 @@ TEST(RunTables, ExactReciprocalsGiveTheScalarRule) {
 }
 
 TEST(ProcessBlocks, SevenOneIsFiveByFive) {
-  frame_util::random_source random(3);
-  canvas image = frame_util::painted(8, 4, 24, random);
+  random_source random(3);
+  canvas image = painted(8, 4, 24, random);
   uint8_t* cur = image.data();
   const int s = 24;
   int map[800], acc[17];
@@ -252,6 +252,73 @@ TEST(ProcessBlocks, SevenOneIsFiveByFive) {
   ProcessBlock4x4_7x7_1(cur, cur - s, cur + s, cur - 2 * s, cur + 2 * s, nullptr, nullptr, s,
                         seven_one, 4, map, acc, 90);
   EXPECT_TRUE(std::equal(five, five + 16, seven_one));
+}
+
+TEST(WeightMap, FollowsTheModel) {
+  int got[800], want[800];
+  for (float sigma : {0.0f, 0.5f, 1.0f, 1.5f, 45.0f, 255.0f, 46340.9f, 70000.0f, 3e9f, -20.0f}) {
+    MakeWeightMap(got, sigma, 800);
+    model::weight_map(want, sigma, 800);
+    EXPECT_TRUE(std::equal(want, want + 800, got)) << sigma;
+  }
+  for (int sigma = 1; sigma <= 1200; ++sigma) {
+    MakeWeightMap(got, static_cast<float>(sigma), 800);
+    model::weight_map(want, static_cast<float>(sigma), 800);
+    ASSERT_TRUE(std::equal(want, want + 800, got)) << sigma;
+  }
+}
+
+// The exported processors of one block and of a pair, which the walks may or may not go through.
+TEST(ProcessBlocks, FollowTheModel) {
+  trials(950, 300, [](random_source& random) {
+    const int stride = random.between(24, 60), rings = random.between(1, 3);
+    canvas src = painted(24, 16, stride, random), guide = painted(24, 16, stride, random);
+    canvas out(24, 16, stride, random), want(out), scalar(out), want_scalar(out), guided(out),
+        want_guided(out);
+    const int left = random.between(1, 255), right = random.between(1, 255), y = 6, x = 8;
+    int map[800], acc[17], acc2[17];
+    model::weight_map(map, static_cast<float>(random.between(1, 120)), 800);
+
+    const auto expect = [&](canvas& to, const canvas& on, int at, int m, int n, model::rule how) {
+      canvas distances(on);
+      uint8_t block[16];
+      model::block(src.plane(), distances.plane(), y, at, n, map, m, how, block);
+      for (int k = 0; k < 16; ++k) to.plane().at(y + k / 4, at + k % 4) = block[k];
+    };
+    expect(want, src, x, left, rings, model::rule::vector);
+    expect(want, src, x + 4, right, rings, model::rule::vector);
+    expect(want_scalar, src, x, left, rings, model::rule::scalar);
+    expect(want_guided, guide, x, left, 2, model::rule::scalar);
+
+    const auto row = [&](canvas& c, int d) { return &c.plane().at(y + d, x); };
+    uint8_t* to = row(out, 0);
+    uint8_t* one = row(scalar, 0);
+    uint8_t* r[7];
+    for (int d = -3; d <= 3; ++d) r[d + 3] = row(src, d);
+    if (rings == 1) {
+      ProcessBlock4x4_3x3_neon(r[3], r[2], r[4], stride, to, stride, map, acc, acc2, left, right);
+      ProcessBlock4x4_3x3(r[3], r[2], r[4], stride, one, stride, map, acc, left);
+    } else if (rings == 2) {
+      ProcessBlock4x4_5x5_neon(r[3], r[2], r[4], r[1], r[5], stride, to, stride, map, acc, acc2,
+                               left, right);
+      auto* second = random.one_in(2) ? ProcessBlock4x4_7x7_1 : nullptr;
+      if (second)
+        second(r[3], r[2], r[4], r[1], r[5], r[0], r[6], stride, one, stride, map, acc, left);
+      else
+        ProcessBlock4x4_5x5(r[3], r[2], r[4], r[1], r[5], stride, one, stride, map, acc, left);
+    } else {
+      ProcessBlock4x4_7x7_neon(r[3], r[2], r[4], r[1], r[5], r[0], r[6], stride, to, stride, map,
+                               acc, acc2, left, right);
+      ProcessBlock4x4_7x7(r[3], r[2], r[4], r[1], r[5], r[0], r[6], stride, one, stride, map, acc,
+                          left);
+    }
+    ProcessBlock4x4_5x5_Guided(r[3], r[2], r[4], r[1], r[5], stride, row(guide, 0), row(guide, -1),
+                               row(guide, 1), row(guide, -2), row(guide, 2), 0, row(guided, 0),
+                               stride, map, acc, left);
+    EXPECT_TRUE(out.same(want)) << "pair " << numbers({rings, left, right});
+    EXPECT_TRUE(scalar.same(want_scalar)) << "one " << numbers({rings, left});
+    EXPECT_TRUE(guided.same(want_guided)) << "guided " << numbers({left});
+  });
 }
 
 }  // namespace

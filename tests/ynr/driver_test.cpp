@@ -9,39 +9,22 @@
 #include <cstring>
 #include <vector>
 
-#include "base/log.h"
-#include "runtime/exported/pool.h"
-#include "runtime/pool.h"
-#include "tests/frame/frame_util.h"
+#include "tests/support/canvas.h"
+#include "tests/support/forms.h"
 #include "tests/support/guarded.h"
 #include "ynr/block_rules.h"
 #include "ynr/block_sums.h"
 
-using frame_util::canvas;
-using frame_util::content;
-
 namespace {
 
-// A luma handle with its pool, as the library's entry points would make it.
-class luma {
- public:
-  luma(int width, int height) : level_(nr_log_Level) {
-    nr_log_Level = 0;
-    vorn_threadpool_init(&top.pool, 4);
-    top.ynr = ynr_init(width, height, &top);
-  }
-  ~luma() {
-    vorn_threadpool_destroy(top.pool);
-    if (top.ynr) ynr_deinit(top.ynr);
-    nr_log_Level = level_;
-  }
-  denoise_handle_t top{};
+using namespace vorn_test;
 
- private:
-  int level_;
+class LumaFrame : public testing::Test {
+  const quiet_log silence_;
 };
+using LumaHandle = LumaFrame;
 
-_tag_ynr_param_output tuning(int layer, int intensity, int radius) {
+_tag_ynr_param_output uniform(int layer, int intensity, int radius) {
   _tag_ynr_param_output p{};
   p.layer = layer;
   p.param0 = 96;
@@ -53,31 +36,31 @@ _tag_ynr_param_output tuning(int layer, int intensity, int radius) {
 }
 
 // A caller's own record may end where the public calls' part of denoise_handle_t begins.
-TEST(LumaFrame, NeedsNoMoreOfTheOwnerThanItsFirstFields) {
-  luma l(64, 48);
+TEST_F(LumaFrame, NeedsNoMoreOfTheOwnerThanItsFirstFields) {
+  const denoiser l(64, 48);
   const size_t bytes = offsetof(denoise_handle_t, packed);
-  const vorn_test::guarded_buffer record(bytes, vorn_test::guarded_buffer::side::end);
-  std::memcpy(record.data(), &l.top, bytes);
-  frame_util::random_source random(2);
+  const guarded_buffer record(bytes, guarded_buffer::side::end);
+  std::memcpy(record.data(), l.get(), bytes);
+  random_source random(2);
   canvas src(64, 48, 64, random), dst(64, 48, 64, random);
-  _tag_ynr_param_output param = tuning(3, 40, 7);
+  _tag_ynr_param_output param = uniform(3, 40, 7);
   EXPECT_EQ(pyramid_denoise_mask_process(record.data(), src.image(), dst.image(), nullptr, &param),
             0);
 }
 
 // All intensities 0: the frame comes back bit for bit, right edge included, whatever the frame
 // before has left in the borders.
-TEST(LumaFrame, NothingToDoGivesTheSource) {
-  frame_util::random_source random(1);
+TEST_F(LumaFrame, NothingToDoGivesTheSource) {
+  random_source random(1);
   for (const auto& size : {std::pair<int, int>{64, 64}, {65, 49}, {67, 51}, {91, 35}, {250, 131}}) {
     const int w = size.first, h = size.second;
-    luma l(w, h);
+    const denoiser l(w, h);
     for (int layer = 2; layer <= 5; ++layer) {
       canvas src(w, h, w, random), dst(w, h, w, random);
       for (int intensity : {60, 0}) {
         src.paint(content::noise, random);
-        _tag_ynr_param_output p = tuning(layer, intensity, 7);
-        ASSERT_EQ(pyramid_denoise_mask_process(&l.top, src.image(), dst.image(), nullptr, &p), 0);
+        _tag_ynr_param_output p = uniform(layer, intensity, 7);
+        ASSERT_EQ(pyramid_denoise_mask_process(l.get(), src.image(), dst.image(), nullptr, &p), 0);
       }
       ASSERT_TRUE(std::equal(src.data(), src.data() + w * h, dst.data()))
           << w << "x" << h << " layer " << layer;
@@ -85,44 +68,44 @@ TEST(LumaFrame, NothingToDoGivesTheSource) {
   }
 }
 
-TEST(LumaFrame, RefusesWhatItCannotDo) {
-  luma l(64, 48);
-  frame_util::random_source random(1);
+TEST_F(LumaFrame, RefusesWhatItCannotDo) {
+  const denoiser l(64, 48);
+  random_source random(1);
   canvas src(64, 48, 64, random), dst(64, 48, 64, random), before(dst);
   _tag_uni_image s = *src.image(), d = *dst.image();
-  _tag_ynr_param_output p = tuning(3, 30, 7);
+  _tag_ynr_param_output p = uniform(3, 30, 7);
   EXPECT_EQ(pyramid_denoise_mask_process(nullptr, &s, &d, nullptr, &p), -1);
-  EXPECT_EQ(pyramid_denoise_mask_process(&l.top, nullptr, &d, nullptr, &p), -1);
-  EXPECT_EQ(pyramid_denoise_mask_process(&l.top, &s, nullptr, nullptr, &p), -1);
+  EXPECT_EQ(pyramid_denoise_mask_process(l.get(), nullptr, &d, nullptr, &p), -1);
+  EXPECT_EQ(pyramid_denoise_mask_process(l.get(), &s, nullptr, nullptr, &p), -1);
   for (int layer : {INT32_MIN, -1, 0, 1, 6, INT32_MAX}) {
     p.layer = layer;
-    EXPECT_EQ(pyramid_denoise_mask_process(&l.top, &s, &d, nullptr, &p), -1) << layer;
+    EXPECT_EQ(pyramid_denoise_mask_process(l.get(), &s, &d, nullptr, &p), -1) << layer;
   }
   p.layer = 3;
   _tag_uni_image odd = s;
   odd.width = 62;
-  EXPECT_EQ(pyramid_denoise_mask_process(&l.top, &odd, &d, nullptr, &p), -1);
+  EXPECT_EQ(pyramid_denoise_mask_process(l.get(), &odd, &d, nullptr, &p), -1);
   odd = d;
   odd.plane[0] = nullptr;
-  EXPECT_EQ(pyramid_denoise_mask_process(&l.top, &s, &odd, nullptr, &p), -1);
+  EXPECT_EQ(pyramid_denoise_mask_process(l.get(), &s, &odd, nullptr, &p), -1);
   EXPECT_TRUE(dst.same(before));
 
-  EXPECT_EQ(vorn::ynr_check_frame(l.top.ynr, 64, 48, 5), 0);
-  EXPECT_EQ(vorn::ynr_check_frame(l.top.ynr, 48, 64, 5), -1);
-  luma small(15, 16);
-  EXPECT_EQ(vorn::ynr_check_frame(small.top.ynr, 15, 16, 4), 0);
-  EXPECT_EQ(vorn::ynr_check_frame(small.top.ynr, 15, 16, 5), -1) << "an empty level";
-  luma tiny(3, 16);
-  EXPECT_EQ(vorn::ynr_check_frame(tiny.top.ynr, 3, 16, 2), -1);
+  EXPECT_EQ(vorn::ynr_check_frame(l.get()->ynr, 64, 48, 5), 0);
+  EXPECT_EQ(vorn::ynr_check_frame(l.get()->ynr, 48, 64, 5), -1);
+  const denoiser small(15, 16);
+  EXPECT_EQ(vorn::ynr_check_frame(small.get()->ynr, 15, 16, 4), 0);
+  EXPECT_EQ(vorn::ynr_check_frame(small.get()->ynr, 15, 16, 5), -1) << "an empty level";
+  const denoiser tiny(3, 16);
+  EXPECT_EQ(vorn::ynr_check_frame(tiny.get()->ynr, 3, 16, 2), -1);
 }
 
-TEST(LumaHandle, MemoryPlan) {
-  luma l(4000, 3000);
-  const ynr_handle_t* h = l.top.ynr;
+TEST_F(LumaHandle, MemoryPlan) {
+  const denoiser l(4000, 3000);
+  const ynr_handle_t* h = l.get()->ynr;
   ASSERT_NE(h, nullptr);
   EXPECT_EQ(h->memory_mb, 27);
   EXPECT_EQ(h->thread_num, 4);
-  EXPECT_EQ(h->pool, l.top.pool);
+  EXPECT_EQ(h->pool, l.get()->pool);
   const unsigned char* start = h->gauss_whole[1].plane[0];
   EXPECT_EQ(h->gauss_whole[1].width, 2016);
   EXPECT_EQ(h->gauss_whole[1].height, 1516);
@@ -135,39 +118,37 @@ TEST(LumaHandle, MemoryPlan) {
   EXPECT_EQ(h->out[0].plane[0] - h->out_whole[0].plane[0], 8 * 4016 + 8);
   EXPECT_EQ(vorn::block_destination(*h).plane[0], nullptr);
   __ynr_capability_param c;
-  EXPECT_EQ(ynr_capability(l.top.ynr, &c), 0);
+  EXPECT_EQ(ynr_capability(l.get()->ynr, &c), 0);
   EXPECT_STREQ(c.name, "CAM_ALGO_CV_YNR2");
   EXPECT_EQ(c.memory_mb, 27);
   EXPECT_EQ(ynr_capability(nullptr, &c), -1);
   EXPECT_EQ(ynr_deinit(nullptr), -1);
 }
 
-TEST(LumaHandle, WeightsAreKeptForTheLastFiveIntensities) {
+TEST_F(LumaHandle, WeightsAreKeptForTheLastFiveIntensities) {
   for (const int width : {64, 63}) {  // with and without room for overhanging blocks
-    luma f(width, 48);
+    const denoiser f(width, 48);
     int* maps[vorn::kLevels];
     for (int i = 0; i < vorn::kLevels; ++i)
-      maps[i] = vorn::kept_weight_map(*f.top.ynr, 40 + 50 * i);
+      maps[i] = vorn::kept_weight_map(*f.get()->ynr, 40 + 50 * i);
     for (int i = 0; i < vorn::kLevels; ++i) {
       int wanted[vorn::kMapSize];
       MakeWeightMap(wanted, static_cast<float>(40 + 50 * i), vorn::kMapSize);
-      ASSERT_EQ(vorn::kept_weight_map(*f.top.ynr, 40 + 50 * i), maps[i]);
+      ASSERT_EQ(vorn::kept_weight_map(*f.get()->ynr, 40 + 50 * i), maps[i]);
       EXPECT_TRUE(std::equal(wanted, wanted + vorn::kMapSize, maps[i])) << i;
-      const vorn::weight_table* table = vorn::kept_weight_table(*f.top.ynr, maps[i]);
+      const vorn::weight_table* table = vorn::kept_weight_table(*f.get()->ynr, maps[i]);
       ASSERT_NE(table, nullptr);
       EXPECT_TRUE(std::equal(wanted + 1, wanted + vorn::kMapSize, table->of + 1)) << i;
     }
-    EXPECT_EQ(vorn::kept_weight_map(*f.top.ynr, 7), maps[0]);  // the oldest makes room
-    EXPECT_NE(vorn::kept_weight_map(*f.top.ynr, 40), maps[0]);
+    EXPECT_EQ(vorn::kept_weight_map(*f.get()->ynr, 7), maps[0]);  // the oldest makes room
+    EXPECT_NE(vorn::kept_weight_map(*f.get()->ynr, 40), maps[0]);
     int own[vorn::kMapSize] = {};
-    EXPECT_EQ(vorn::kept_weight_table(*f.top.ynr, own), nullptr);
+    EXPECT_EQ(vorn::kept_weight_table(*f.get()->ynr, own), nullptr);
   }
   EXPECT_EQ(vorn::kept_weight_map(ynr_handle_t{}, 40), nullptr);
 }
 
-TEST(LumaHandle, RefusesImpossibleSizes) {
-  const int level = nr_log_Level;
-  nr_log_Level = 0;
+TEST_F(LumaHandle, RefusesImpossibleSizes) {
   const int sizes[][2] = {{0, 0},
                           {0, 10},
                           {10, -1},
@@ -177,7 +158,6 @@ TEST(LumaHandle, RefusesImpossibleSizes) {
                           {INT32_MAX, INT32_MAX},
                           {40000, 40000}};
   for (const auto& size : sizes) EXPECT_EQ(ynr_init(size[0], size[1], nullptr), nullptr);
-  nr_log_Level = level;
 }
 
 TEST(Border, DegenerateImages) {
@@ -199,6 +179,42 @@ TEST(Border, DegenerateImages) {
   image.width = image.stride[0] = 2;
   FillExpandPixels(&image, 3);
   EXPECT_EQ(bytes, std::vector<unsigned char>(10, 4));
+}
+
+TEST(Border, FollowsTheModel) {
+  trials(1100, 60, [](random_source& random) {
+    const int n = random.between(0, 12);
+    const int w = 2 * n + random.between(1, 60), h = 2 * n + random.between(1, 30);
+    canvas image = painted(w, h, w, random), want(image);
+    model::expand_border(want.plane(), n);
+    FillExpandPixels(image.image(), n);
+    EXPECT_TRUE(image.same(want)) << numbers({w, h, n});
+  });
+}
+
+// The luma driver with a mask that the caller brings, zeros in it.
+TEST_F(LumaFrame, GivenMasksFollowTheModel) {
+  trials(1800, 60, [](random_source& random) {
+    const int w = random.between(16, 120), h = random.between(16, 90);
+    const denoiser own(w, h);
+    frame src(w, h), dst(w, h), want(w, h);
+    src.paint(any_content(random), random);
+    std::copy_n(dst.data(), dst.size(), want.data());
+    canvas mask = random_mask(w / 4, h / 4, random);
+    const model::plane mask_plane = mask.plane();
+    tuning t = random_tuning(random);
+    t.ynr.layer = random.between(2, 4);
+    _tag_ynr_param_output p = {};
+    std::copy_n(t.ynr.pIntensity, 5, p.pIntensity);
+    std::copy_n(t.ynr.pRadius, 5, p.pRadius);
+    p.layer = t.ynr.layer;
+    _tag_uni_image from = src.image, to = dst.image;
+    from.stride[0] = to.stride[0] = w;
+    EXPECT_EQ(uni_luma_noise_reduce_mask_process(own.get(), &from, &to, mask.image(), &p), 0);
+    ASSERT_EQ(model::luma({src.data(), w, h, w}, {want.data(), w, h, w}, t.ynr, &mask_plane), 0);
+    EXPECT_EQ(first_difference(dst, want), "") << numbers({w, h}) << text(t);
+    EXPECT_TRUE(dst.guards_intact());
+  });
 }
 
 }  // namespace

@@ -1,22 +1,19 @@
-// The window's walks: every width, weight maps of any kind, and what a mask leaves alone. Whole
-// levels with any mask are held in tests/frame/stage_test.cpp.
+// The window's walks: every width, weight maps of any kind, and what a mask leaves alone. And
+// whole levels with any mask, against the model.
 #include "ynr/window.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 
-#include "tests/frame/frame_util.h"
-#include "tests/model/model.h"
+#include "tests/support/canvas.h"
 #include "tests/support/forms.h"
+#include "ynr/block_sums.h"
 #include "ynr/exported/window.h"
 
-using frame_util::canvas;
-using frame_util::content;
-using frame_util::random_source;
-using vorn_test::with_every_form;
-
 namespace {
+
+using namespace vorn_test;
 
 using walk_fn = int (*)(_tag_uni_image*, _tag_uni_image*, _tag_uni_image*, int*, int, int);
 constexpr walk_fn kWalks[] = {process3x3_pro, process5x5_pro, process7x7_pro};
@@ -123,6 +120,57 @@ TEST(WindowWalk, ALevelWithoutColumnsHasNoMaskRatio) {
   EXPECT_EQ(nlm_denoise_guided_process(src.image(), src.image(), dst.image(), mask.image(), 45, 5),
             0);
   EXPECT_TRUE(dst.same(before));
+}
+
+TEST(Window, FollowsTheModelWithAnyMask) {
+  trials(900, 400, [](random_source& random) {
+    const int w = random.between(1, random.one_in(4) ? 200 : 90), h = random.between(1, 40),
+              radius = random.pick({3, 5, 7, random.pick({0, 1, 4, 6, 8, 9, -7, INT32_MAX})});
+    const bool copied = radius != 3 && radius != 5 && radius != 7;
+    // The last blocks overhang by up to three samples and their windows by three more.
+    canvas src = painted(w, h, w + 12, random), dst(w, h, w + 12, random), want(dst);
+    canvas mask = random_mask(random.between(1, w / 4 + 3), random.between(1, h / 4 + 3), random);
+    const bool masked = !random.one_in(4);
+    const int intensity = random.one_in(4) ? random.pick({0, -7, 1, 102, 103, 200, 400, 3000})
+                                           : random.between(2, 90);
+    const model::plane mask_plane = mask.plane();
+    model::window(src.plane(), want.plane(), masked ? &mask_plane : nullptr, intensity, radius);
+    canvas alone(dst);
+    if (copied) {
+      model::plane whole = want.plane();  // equal strides: one block, padding included
+      whole.width = whole.stride;
+      model::plane from = src.plane();
+      from.width = from.stride;
+      model::window(from, whole, nullptr, intensity, radius);
+    }
+    EXPECT_EQ(nlm_denoise_process(stage_handle()->ynr, src.image(), dst.image(),
+                                  masked ? mask.image() : nullptr, intensity, radius),
+              0);
+    EXPECT_TRUE(dst.same(want)) << numbers({w, h, radius, intensity, masked});
+    if (copied) return;
+    int map[800];
+    MakeWeightMap(map, static_cast<float>(intensity), 800);
+    auto* whole_layer = radius == 3 ? Process3x3 : radius == 5 ? Process5x5 : Process7x7;
+    whole_layer(src.image(), alone.image(), masked ? mask.image() : nullptr, map);
+    EXPECT_TRUE(alone.same(want)) << "one thread " << numbers({w, h, radius, intensity, masked});
+  });
+}
+
+TEST(Window, GuidedFollowsTheModel) {
+  trials(1000, 60, [](random_source& random) {
+    const int w = random.between(1, 60), h = random.between(1, 40),
+              intensity = random.between(0, 90);
+    canvas src = painted(w, h, w + 12, random), guide = painted(w, h, w + 12, random);
+    canvas dst(w, h, w + 20, random), want(dst);
+    canvas mask = random_mask(random.between(1, w / 4 + 3), random.between(1, h / 4 + 3), random);
+    const model::plane mask_plane = mask.plane();
+    const bool masked = !random.one_in(4);
+    model::window_guided(src.plane(), guide.plane(), want.plane(), masked ? &mask_plane : nullptr,
+                         intensity);
+    nlm_denoise_guided_process(src.image(), guide.image(), dst.image(),
+                               masked ? mask.image() : nullptr, intensity, 7);
+    EXPECT_TRUE(dst.same(want)) << numbers({w, h, intensity, masked});
+  });
 }
 
 }  // namespace

@@ -142,6 +142,7 @@ int run_from_dump(const tuning_args& args) {
 
 }  // namespace
 
+// A list, a paragraph for each command, and no longer than the list is.
 void add_tuning(CLI::App& program, job& chosen) {
   CLI::App* const command = program.add_subcommand("tuning", "Show, check and convert tuning sets");
   command->require_subcommand(1);

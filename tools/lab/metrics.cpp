@@ -133,8 +133,7 @@ double ssim(const plane_view& a, const plane_view& b) {
       const double vp = std::max(0.0, column[2 * moment_size + x] - mp * mp);
       const double vq = std::max(0.0, column[3 * moment_size + x] - mq * mq);
       const double cov = column[4 * moment_size + x] - mp * mq;
-      const double up = mp + 128;
-      const double uq = mq + 128;
+      const double up = mp + 128, uq = mq + 128;
       row_total +=
           ((2 * up * uq + kC1) * (2 * cov + kC2)) / ((up * up + uq * uq + kC1) * (vp + vq + kC2));
     }

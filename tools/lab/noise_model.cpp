@@ -169,6 +169,8 @@ rgb clean_at(const frame& f, int x, int y) {
 
 }  // namespace
 
+// In the order of a camera, which is why it is one function: the sensor's noise in linear light,
+// colours between its pixels, tone curve, chroma at half size.
 void add_noise(frame& f, const noise_model& model) {
   if (!(model.gain > 0)) return;
   static const tone_curve curve;

@@ -1,6 +1,5 @@
-// The four calls: results, log lines, which buffers change.
+// A frame through vorn_ycnr_process: results, log lines, which buffers change.
 #include <gtest/gtest.h>
-#include <malloc.h>
 
 #include <climits>
 #include <cstring>
@@ -9,166 +8,18 @@
 
 #include "api/tuning.h"
 #include "base/handle.h"
-#include "base/log.h"
-#include "runtime/pool.h"
 #include "tests/support/frames.h"
 #include "tests/support/host.h"
 #include "vorn_ycnr.h"
 
 namespace {
 
-using vorn_test::denoiser;
-using vorn_test::frame;
-using vorn_test::log_capture;
-using vorn_test::properties;
-using vorn_test::tuning;
+using namespace vorn_test;
 
 std::string ptr(const void* p) {
   char text[40];
   snprintf(text, sizeof text, "%p", p);
   return text;
-}
-
-TEST(Init, LogLinesInOrder) {
-  nr_log_Level = 4;
-  log_capture log;
-  ycnr_init_param size = {64, 48};
-  denoise_handle_t* handle = vorn_ycnr_init(&size);
-  ASSERT_NE(handle, nullptr);
-  EXPECT_STREQ(handle->dump_path, "/data/vendor/cameraserver");
-  EXPECT_EQ(handle->pool->max_thread_num, 4);
-  EXPECT_EQ(handle->pool->bind_core, 0);
-  EXPECT_EQ(vorn_ycnr_deinit(handle), 0);
-  const std::vector<std::string> expected = {
-      "D YCNR_LOG: L #, vorn_ycnr_init:vorn_nr_init start",
-      "D YCNR_LOG: L #, vorn_ycnr_init:width = 64, height = 48  ",
-      "D YCNR_LOG: L #, cnr_init:cnr_init start",
-      "I YCNR_LOG: L #, cnr_init:CAM_ALGO_CV_CNR4_LIBVER [4.0.1.2.2768825][Aug 28 2024][18:43:31] ",
-      "D YCNR_LOG: L #, cnr_Allocate_slice_memory:cnr malloc size : 0 M  ",
-      "D YCNR_LOG: L #, vorn_ycnr_init:cnr_handle malloc success",
-      "D YCNR_LOG: L #, ynr_init:ynr_init start",
-      "I YCNR_LOG: L #, ynr_init:CAM_ALGO_CV_YNR2_LIBVER [2.0.1.2.2768825][Aug 28 2024][18:43:34] ",
-      "D YCNR_LOG: L #, ynr_Allocate_slice_memory:ynr malloc size : 0 M  ",
-      "D YCNR_LOG: L #, vorn_ycnr_init:ynr_handle malloc success",
-      "D YCNR_LOG: L #, vorn_ycnr_deinit:ycnr deinit start ",
-      "D YCNR_LOG: L #, vorn_ycnr_deinit:ycnr deinit end ",
-  };
-  EXPECT_EQ(log.lines(), expected);
-}
-
-TEST(Init, TheFirstLineUsesTheOldLevelTheOthersTheNew) {
-  properties props("persist.vendor.cam.nr_api.log=1\n");
-  nr_log_Level = 4;
-  log_capture log;
-  denoiser one(64, 48);
-  EXPECT_EQ(log.lines().size(), 1u);
-  EXPECT_TRUE(log.has("D YCNR_LOG: L #, vorn_ycnr_init:vorn_nr_init start"));
-  nr_log_Level = 4;
-}
-
-TEST(Init, RefusedSizes) {
-  const int sizes[][2] = {{0, 0},
-                          {0, 48},
-                          {64, 0},
-                          {-64, 48},
-                          {64, -48},
-                          {-64, -48},
-                          {INT_MIN, 1},
-                          {INT_MAX, INT_MAX},
-                          {65536, 65536},
-                          {65536, 32768},
-                          {715827883, 1},
-                          {1, 715827883},
-                          {INT_MIN, INT_MIN}};
-  const int threads = vorn_test::running_threads();
-  for (const auto& size : sizes) {
-    log_capture log;
-    ycnr_init_param param = {size[0], size[1]};
-    EXPECT_EQ(vorn_ycnr_init(&param), nullptr) << size[0] << " x " << size[1];
-    EXPECT_GE(log.count('E'), 1);
-  }
-  log_capture log;
-  EXPECT_EQ(vorn_ycnr_init(nullptr), nullptr);
-  EXPECT_TRUE(log.has("E YCNR_LOG: L #, vorn_ycnr_init:params is NULL"));
-  EXPECT_EQ(vorn_test::threads_reaching(threads), threads);
-}
-
-TEST(Capability, NamesVersionsAndSizes) {
-  denoiser one(4000, 3000);
-  ASSERT_NE(one.get(), nullptr);
-  ycnr_capability_param cap;
-  std::memset(&cap, 0xee, sizeof cap);
-  ASSERT_EQ(vorn_ycnr_capability(one.get(), &cap), 0);
-  EXPECT_STREQ(cap.name, "CAM_ALGO_CV_YCNR");
-  EXPECT_STREQ(cap.build_date, "Aug 28 2024");
-  EXPECT_STREQ(cap.build_time, "18:43:29");
-  EXPECT_STREQ(cap.version, "1.0.1.2.2768825");
-  EXPECT_EQ(cap.memory_mb, 1);
-  EXPECT_STREQ(cap.ynr.name, "CAM_ALGO_CV_YNR2");
-  EXPECT_STREQ(cap.ynr.build_date, "Aug 28 2024");
-  EXPECT_STREQ(cap.ynr.build_time, "18:43:34");
-  EXPECT_STREQ(cap.ynr.version, "2.0.1.2.2768825");
-  EXPECT_EQ(cap.ynr.memory_mb, 27);
-  EXPECT_STREQ(cap.cnr.name, "CAM_ALGO_CV_YNR2");  // kept on purpose: the luma filter's name
-  EXPECT_STREQ(cap.cnr.build_date, "Aug 28 2024");
-  EXPECT_STREQ(cap.cnr.build_time, "18:43:31");
-  EXPECT_STREQ(cap.cnr.version, "4.0.1.2.2768825");
-  EXPECT_EQ(cap.cnr.memory_mb, 25);
-
-  log_capture log;
-  EXPECT_EQ(vorn_ycnr_capability(one.get(), nullptr), -1);
-  EXPECT_EQ(vorn_ycnr_capability(nullptr, &cap), -1);
-  EXPECT_TRUE(log.has("E YCNR_LOG: L #, vorn_ycnr_capability:Error, handle = " + ptr(one.get()) +
-                      ", param = " + ptr(nullptr)));
-  EXPECT_EQ(log.count('E'), 2);
-}
-
-TEST(Deinit, Codes) {
-  log_capture log;
-  EXPECT_EQ(vorn_ycnr_deinit(nullptr), -1);
-  EXPECT_TRUE(log.has("E YCNR_LOG: L #, vorn_ycnr_deinit:handle is NULL, please return"));
-
-  ycnr_init_param size = {64, 48};
-  denoise_handle_t* handle = vorn_ycnr_init(&size);
-  ASSERT_NE(handle, nullptr);
-  pthread_mutex_lock(&handle->pool->queue_lock);
-  handle->pool->shutdown = 1;  // as if another destroy were under way
-  pthread_mutex_unlock(&handle->pool->queue_lock);
-  EXPECT_EQ(vorn_ycnr_deinit(handle), 2);
-  EXPECT_TRUE(log.has("E YCNR_LOG: L #, vorn_ycnr_deinit:pool_destroy fail"));
-  pthread_mutex_lock(&handle->pool->queue_lock);
-  handle->pool->shutdown = 0;
-  pthread_mutex_unlock(&handle->pool->queue_lock);
-  EXPECT_STREQ(handle->dump_path, "/data/vendor/cameraserver");  // nothing was freed
-  EXPECT_EQ(vorn_ycnr_deinit(handle), 0);
-}
-
-TEST(Cycles, AThousandHandlesLeaveNothing) {
-  nr_log_Level = 1;
-  properties props("persist.vendor.cam.nr_api.log=1\n");
-  frame src(64, 48), dst(64, 48);
-  tuning both;
-  src.draw(5);
-  const auto cycle = [&](bool with_frame) {
-    denoiser one(64, 48);
-    ASSERT_NE(one.get(), nullptr);
-    if (with_frame) {
-      ASSERT_EQ(one.run(src, dst, both), 0);
-    }
-  };
-  for (int i = 0; i < 50; ++i) cycle(true);  // tables built once, the allocator's own arenas
-  const int threads = vorn_test::running_threads();
-  const int descriptors = vorn_test::open_descriptors();
-#if defined(__GLIBC__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-  const size_t in_use = mallinfo2().uordblks;
-#endif
-  for (int i = 0; i < 1000; ++i) cycle(i % 100 == 0);
-  EXPECT_EQ(vorn_test::threads_reaching(threads), threads);
-  EXPECT_EQ(vorn_test::open_descriptors(), descriptors);
-#if defined(__GLIBC__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-  EXPECT_LE(mallinfo2().uordblks, in_use + 16384);  // the smallest block, lost each time, is more
-#endif
-  nr_log_Level = 4;
 }
 
 TEST(Tuning, IsCopiedInAnotherOrderWithTheStepDoubled) {
@@ -215,7 +66,7 @@ TEST(Process, BypassCopies) {
   const int enables[][2] = {{0, 0}, {2, 0}, {0, 2}, {2, 1}, {1, 2}, {-1, 1}, {1, INT_MIN}};
   for (const auto& enable : enables) {
     tuning none(enable[0], enable[1]);
-    dst.fill(0xee, 0);
+    dst.fill(0);
     log_capture log;
     EXPECT_EQ(one.run(src, dst, none), 0);
     EXPECT_EQ(dst.bytes(), input);
@@ -293,32 +144,33 @@ TEST(Process, EachAlgorithmWritesItsOwnPlane) {
   EXPECT_EQ(dst.bytes(), expected.bytes());
 }
 
-// The lines of both drivers as people read them in a device's log, without source line and function
-// and with T for a time.
-TEST(Process, DriverLines) {
-  const auto run = [](int width, int height, tuning& with) {
-    denoiser one(width, height);
-    frame src(width, height), dst(width, height);
-    src.draw(6);
-    log_capture log;
-    EXPECT_EQ(one.run(src, dst, with), 0);
-    std::vector<std::string> texts = log.lines();
-    EXPECT_GE(texts.size(), 3u);
-    texts.erase(texts.begin(), texts.begin() + 3);  // the entry's own
-    for (std::string& text : texts) {
-      text.replace(1, text.find(':', text.find(", ")), "");
-      for (size_t dot = text.find('.'); dot != std::string::npos; dot = text.find('.', dot)) {
-        const size_t begin = text.find_last_not_of("0123456789", dot - 1) + 1;
-        text.replace(begin, dot + 4 - begin, "T");
-      }
+// The lines of a frame's driver as people read them in a device's log, without source line and
+// function and with T for a time.
+std::vector<std::string> driver_lines(int width, int height, tuning& with) {
+  denoiser one(width, height);
+  frame src(width, height), dst(width, height);
+  src.draw(6);
+  log_capture log;
+  EXPECT_EQ(one.run(src, dst, with), 0);
+  std::vector<std::string> texts = log.lines();
+  EXPECT_GE(texts.size(), 3u);
+  texts.erase(texts.begin(), texts.begin() + 3);  // the entry's own
+  for (std::string& text : texts) {
+    text.replace(1, text.find(':', text.find(", ")), "");
+    for (size_t dot = text.find('.'); dot != std::string::npos; dot = text.find('.', dot)) {
+      const size_t begin = text.find_last_not_of("0123456789", dot - 1) + 1;
+      text.replace(begin, dot + 4 - begin, "T");
     }
-    return texts;
-  };
-  tuning luma(1, 0), chroma(0, 1);
+  }
+  return texts;
+}
+
+TEST(Process, LumaDriverLines) {
+  tuning luma(1, 0);
   luma.ynr.pIntensity[2] = 0;
   luma.ynr.pRadius[0] = 3;
   const std::string window = "D        process3x3_pro   T  ";
-  EXPECT_EQ(run(64, 48, luma),
+  EXPECT_EQ(driver_lines(64, 48, luma),
             (std::vector<std::string>{"D    nradius = 7 ",
                                       "D        0->1 gaussin3x3_down2_ynr cost time : T ms ",
                                       "D        1->2 gaussin3x3_down2_ynr cost time : T ms ",
@@ -341,7 +193,10 @@ TEST(Process, DriverLines) {
                                       "D    layer 0 nlm_denoise_process cost time: T ms ",
                                       "DYNR process time cost: T ms ",
                                       "Iynr_process time cost : T "}));
+}
 
+TEST(Process, ChromaDriverLines) {
+  tuning chroma(0, 1);
   const std::vector<std::string> end = {"D    mergeUV cost time: T ", "DCNR_process cost time: T ",
                                         "Icnr_process time cost : T "};
   const auto check = [&](int height, std::vector<std::string> expected) {
@@ -352,7 +207,7 @@ TEST(Process, DriverLines) {
                     {tuned, "D    splitUV cost time: T ", "D    pyramid_down2 cost time: T "});
     if (chroma.cnr.saturation) expected[1] = "D    splitUV saturation cost time: T ";
     expected.insert(expected.end(), end.begin(), end.end());
-    EXPECT_EQ(run(64, height, chroma), expected);
+    EXPECT_EQ(driver_lines(64, height, chroma), expected);
   };
   const std::vector<std::string> coarse = {
       "D    pyramid_down_yuv 0 cost time: T ", "D    reduce_color_noise_hor 1 cost time: T ",
@@ -424,6 +279,7 @@ TEST(Process, FramesThatDoNotFit) {
       SCOPED_TRACE(r.name);
       frame src(128, 128), dst(128, 128);
       src.draw(7);
+      dst.fill(0);
       src.image.width = r.src_width;
       src.image.height = r.src_height;
       dst.image.width = r.dst_width;
@@ -436,7 +292,7 @@ TEST(Process, FramesThatDoNotFit) {
       EXPECT_EQ(src.bytes(), input);  // not even the luma result of a half-done frame
       std::vector<uint8_t> expected(input.size(), 0);
       if (r.copied) {
-        const size_t bytes = vorn_test::frame_bytes(r.src_width, r.src_height);
+        const size_t bytes = frame_bytes(r.src_width, r.src_height);
         std::copy(input.begin(), input.begin() + static_cast<long>(bytes), expected.begin());
       }
       EXPECT_EQ(dst.bytes(), expected);
@@ -474,7 +330,7 @@ TEST(Process, TuningsThatAreMissingOrWrongLeaveTheInput) {
   src.draw(8);
   const std::vector<uint8_t> input = src.bytes();
   const auto refused = [&](tuning& with, char priority) {
-    dst.fill(0xee, 0);
+    dst.fill(0);
     log_capture log;
     EXPECT_EQ(one.run(src, dst, with), -1);
     EXPECT_EQ(log.count(priority), 1) << log.text();
