@@ -19,12 +19,6 @@ namespace {
 
 using namespace vorn_test;
 
-std::string ptr(const void* p) {
-  char text[40];
-  snprintf(text, sizeof text, "%p", p);
-  return text;
-}
-
 TEST(Init, LogLinesInOrder) {
   nr_log_Level = 4;
   log_capture log;
@@ -114,8 +108,8 @@ TEST(Capability, NamesVersionsAndSizes) {
   log_capture log;
   EXPECT_EQ(vorn_ycnr_capability(one.get(), nullptr), -1);
   EXPECT_EQ(vorn_ycnr_capability(nullptr, &cap), -1);
-  EXPECT_TRUE(log.has("E YCNR_LOG: L #, vorn_ycnr_capability:Error, handle = " + ptr(one.get()) +
-                      ", param = " + ptr(nullptr)));
+  EXPECT_TRUE(log.has("E YCNR_LOG: L #, vorn_ycnr_capability:Error, handle = " +
+                      pointer_text(one.get()) + ", param = " + pointer_text(nullptr)));
   EXPECT_EQ(log.count('E'), 2);
 }
 

@@ -16,12 +16,6 @@ namespace {
 
 using namespace vorn_test;
 
-std::string ptr(const void* p) {
-  char text[40];
-  snprintf(text, sizeof text, "%p", p);
-  return text;
-}
-
 TEST(Tuning, IsCopiedInAnotherOrderWithTheStepDoubled) {
   denoise_handle_t handle = {};
   ycnr_ynr_tuning_param luma = {1, 4, {10, 11, 12, 13, 14}, {3, 5, 7, 9, -1}, 64, 2, INT_MIN};
@@ -74,10 +68,10 @@ TEST(Process, BypassCopies) {
     EXPECT_TRUE(dst.guards_intact());
     const std::vector<std::string> expected = {
         "D YCNR_LOG: L #, vorn_ycnr_process:vorn_ycnr_process start ",
-        "I YCNR_LOG: L #, vorn_ycnr_process:handle->ynr:" + ptr(one.get()->ynr) +
-            ", handle->cnr:" + ptr(one.get()->cnr) + ", width:64, height:48 ",
-        "I YCNR_LOG: L #, vorn_ycnr_process:pSrcImg addr:" + ptr(src.image.plane[0]) +
-            ", pDstImg addr:" + ptr(dst.image.plane[0]) + ", ynr2_enable:" +
+        "I YCNR_LOG: L #, vorn_ycnr_process:handle->ynr:" + pointer_text(one.get()->ynr) +
+            ", handle->cnr:" + pointer_text(one.get()->cnr) + ", width:64, height:48 ",
+        "I YCNR_LOG: L #, vorn_ycnr_process:pSrcImg addr:" + pointer_text(src.image.plane[0]) +
+            ", pDstImg addr:" + pointer_text(dst.image.plane[0]) + ", ynr2_enable:" +
             std::to_string(enable[0]) + ", cnr4_enable:" + std::to_string(enable[1]) + " ",
         "I YCNR_LOG: L #, vorn_ycnr_process:ynr_cnr_process bypass! ",
     };

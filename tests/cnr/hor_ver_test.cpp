@@ -100,18 +100,21 @@ TEST(HorVer, ExtremeEdges) {
   }
 }
 
-// What the kernels divide by, at every quotient boundary of every sum that they can meet.
+// Quotients by `sum` that a product with `scale` gets wrong, at every quotient boundary.
+int wrong_quotients(int sum, float scale) {
+  const auto quotient = [scale](int product) {
+    return static_cast<int>(static_cast<float>(product) * scale);
+  };
+  int wrong = quotient(256 * sum - 1) != 255;
+  for (int q = 1; q < 256; ++q)
+    wrong += (quotient(q * sum - 1) != q - 1) + (quotient(q * sum) != q);
+  return wrong;
+}
+
+// What the kernels divide by, for every sum that they can meet.
 TEST(HorVer, ReciprocalDivisionIsExact) {
-  for (int sum = 256; sum <= 256 + 255 * vorn::kMaxFastTaps; ++sum) {
-    const float scale = vorn::kQuotientScale / static_cast<float>(sum);
-    int wrong = 0;
-    for (int q = 1; q < 256; ++q) {
-      wrong += static_cast<int>(static_cast<float>(q * sum - 1) * scale) != q - 1;
-      wrong += static_cast<int>(static_cast<float>(q * sum) * scale) != q;
-    }
-    wrong += static_cast<int>(static_cast<float>(256 * sum - 1) * scale) != 255;
-    ASSERT_EQ(wrong, 0) << sum;
-  }
+  for (int sum = 256; sum <= 256 + 255 * vorn::kMaxFastTaps; ++sum)
+    ASSERT_EQ(wrong_quotients(sum, vorn::kQuotientScale / static_cast<float>(sum)), 0) << sum;
 }
 
 // What the NEON forms scale by: scale / sum from the estimate in one step.
@@ -124,15 +127,8 @@ float raised_reciprocal(float scale, int sum) {
 
 // Up to 79 taps in single precision.
 TEST(HorVer, RaisedReciprocalIsExactToo) {
-  for (int sum = 256; sum <= 256 + 255 * 79; ++sum) {
-    const float scale = raised_reciprocal(vorn::kQuotientScale, sum);
-    int wrong = 0;
-    for (int q = 1; q <= 256; ++q) {
-      wrong += static_cast<int>(static_cast<float>(q * sum - 1) * scale) != q - 1;
-      if (q < 256) wrong += static_cast<int>(static_cast<float>(q * sum) * scale) != q;
-    }
-    ASSERT_EQ(wrong, 0) << sum;
-  }
+  for (int sum = 256; sum <= 256 + 255 * 79; ++sum)
+    ASSERT_EQ(wrong_quotients(sum, raised_reciprocal(vorn::kQuotientScale, sum)), 0) << sum;
 }
 
 // Up to seven taps as the upper half of a whole product.

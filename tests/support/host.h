@@ -168,6 +168,13 @@ inline int threads_reaching(int expected) {
   return count;
 }
 
+// As log lines print a pointer.
+inline std::string pointer_text(const void* p) {
+  char text[40];
+  std::snprintf(text, sizeof text, "%p", p);
+  return text;
+}
+
 // 64-bit FNV-1a over bytes, continuing from `hash`: one number for a whole table or plane.
 inline uint64_t checksum(const void* data, size_t bytes, uint64_t hash = 0xcbf29ce484222325u) {
   for (size_t i = 0; i < bytes; ++i)
