@@ -79,7 +79,7 @@ void expect_camera(const sensor_fit& fit, double share) {
   EXPECT_LT(fit.full_well_error, 0.05);
 }
 
-TEST(sensor_fit, returns_the_model_and_foretells_noise_it_has_not_seen) {
+TEST(SensorFit, ReturnsTheModelAndForetellsNoiseItHasNotSeen) {
   const sensor_fit fit =
       fit_sensor({flats(camera(), 2), flats(camera(), 8), flats(camera(), 32)}, false);
   expect_camera(fit, 0.05);
@@ -98,11 +98,11 @@ TEST(sensor_fit, returns_the_model_and_foretells_noise_it_has_not_seen) {
   }
 }
 
-TEST(sensor_fit, takes_bursts_of_any_still_scene) {
+TEST(SensorFit, TakesBurstsOfAnyStillScene) {
   expect_camera(fit_sensor({burst(camera(), 4, 3), burst(camera(), 16, 3)}, true), 0.08);
 }
 
-TEST(sensor_fit, refuses_what_does_not_tell) {
+TEST(SensorFit, RefusesWhatDoesNotTell) {
   noise_model m = camera();
   // One brightness at one gain: photon and read noise look alike.
   sensor_shots one = flats(m, 8);
@@ -124,7 +124,7 @@ TEST(sensor_fit, refuses_what_does_not_tell) {
             std::string::npos);
 }
 
-TEST(sensor_profile, maps_gains_both_ways_and_refuses_unsound_files) {
+TEST(SensorProfile, MapsGainsBothWaysAndRefusesUnsoundFiles) {
   sensor_profile p;
   p.name = "camera";
   p.rows = {{2, 1, 1, 1, 0, 0, {1}, {1}, {1.5, 0.5}}, {8, 3, 2, 2, 0, 0, {3}, {2}, {6, 3}}};
@@ -149,7 +149,7 @@ TEST(sensor_profile, maps_gains_both_ways_and_refuses_unsound_files) {
     EXPECT_THROW(parse_sensor_profile(text, "a"), error) << text;
 }
 
-TEST(exif, iso_is_found_and_nonsense_is_not) {
+TEST(Exif, IsoIsFoundAndNonsenseIsNot) {
   // A directory with a pointer to the Exif directory, which has the ISO 800.
   for (const bool little : {true, false}) {
     std::vector<uint8_t> t = {uint8_t(little ? 'I' : 'M'), uint8_t(little ? 'I' : 'M')};
