@@ -1,5 +1,6 @@
 /* The element against the library's own calls: any layout, stride and size must give the bytes that
- * vorn_ycnr_process gives for the same picture. */
+ * vorn_ycnr_process gives for the same picture. One file, though long: every case stands on the
+ * pictures, buffers and the harness of its first third. */
 #include <glib/gstdio.h>
 #include <gst/check/gstcheck.h>
 #include <gst/check/gstharness.h>

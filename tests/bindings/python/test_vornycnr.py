@@ -1,4 +1,7 @@
-"""The Python module: the bytes of the library's own calls, any shape of array, faults told clearly."""
+"""The Python module: the bytes of the library's own calls, any shape of array, faults told clearly.
+
+One file, though long: its cases share the plain-ctypes frame that they are compared with.
+"""
 
 import copy
 import ctypes
