@@ -10,9 +10,19 @@
  * gst-launch-1.0 filesrc location=night.mkv ! decodebin ! videoconvert ! vornycnr gain=8 !
  *     videoconvert ! autovideosink
  * ]|
+ *
+ * A source that knows the sensor's ISO speed tells it with the tag "capturing-iso-speed", as often
+ * as it changes; a tag stands between the frames that it parts, so that each is filtered with its
+ * own:
+ *
+ * |[
+ * gst-launch-1.0 videotestsrc ! taginject tags="capturing-iso-speed=1600" !
+ *     vornycnr base-iso=100 ! autovideosink
+ * ]|
  */
 #include "gstvornycnr.h"
 
+#include <gst/tag/tag.h>
 #include <string.h>
 
 #include "planes.h"
@@ -138,6 +148,19 @@ static gboolean gst_vorn_ycnr_src_event(GstBaseTransform* base, GstEvent* event)
   return gst_pad_push_event(base->sinkpad, event);
 }
 
+/* Tags come in line with the frames. A new stream begins without one. */
+static void hear_iso(GstVornYcnr* self, GstEvent* event) {
+  gint iso = 0;
+  if (GST_EVENT_TYPE(event) == GST_EVENT_TAG) {
+    GstTagList* tags;
+    gst_event_parse_tag(event, &tags);
+    if (!gst_tag_list_get_int(tags, GST_TAG_CAPTURING_ISO_SPEED, &iso)) return;
+  }
+  GST_OBJECT_LOCK(self);
+  self->iso = iso;
+  GST_OBJECT_UNLOCK(self);
+}
+
 static gboolean gst_vorn_ycnr_sink_event(GstBaseTransform* base, GstEvent* event) {
   GstVornYcnr* self = GST_VORN_YCNR(base);
   if (GST_EVENT_TYPE(event) == GST_EVENT_FLUSH_STOP || GST_EVENT_TYPE(event) == GST_EVENT_SEGMENT) {
@@ -145,6 +168,8 @@ static gboolean gst_vorn_ycnr_sink_event(GstBaseTransform* base, GstEvent* event
     pace_flush(&self->pace);
     GST_OBJECT_UNLOCK(self);
   }
+  if (GST_EVENT_TYPE(event) == GST_EVENT_TAG || GST_EVENT_TYPE(event) == GST_EVENT_STREAM_START)
+    hear_iso(self, event);
   return GST_BASE_TRANSFORM_CLASS(gst_vorn_ycnr_parent_class)->sink_event(base, event);
 }
 
@@ -179,7 +204,9 @@ static gboolean current_tuning(GstVornYcnr* self, const vorn_ycnr_planes* frame,
     self->pace.luma_gain = self->follower->luma_entry;
     self->pace.chroma_gain = self->follower->chroma_entry;
   } else {
-    const gint32 entry = vorn_tuning_nearest(self->tuning, self->gain);
+    const gboolean told = self->base_iso > 0 && self->iso > 0;
+    const gint32 entry =
+        vorn_tuning_nearest(self->tuning, told ? self->iso / self->base_iso : self->gain);
     vorn_tuning_get(self->tuning, entry, luma, chroma);
     self->pace.luma_gain = self->pace.chroma_gain = vorn_tuning_gain(self->tuning, entry);
     self->follower->frames = 0; /* switched on again, it begins anew */
@@ -256,6 +283,7 @@ static void gst_vorn_ycnr_class_init(GstVornYcnrClass* klass) {
   GstElementClass* element = GST_ELEMENT_CLASS(klass);
   GstBaseTransformClass* transform = GST_BASE_TRANSFORM_CLASS(klass);
   GstVideoFilterClass* filter = GST_VIDEO_FILTER_CLASS(klass);
+  gst_tag_register_musicbrainz_tags(); /* the photographic ones too */
   gst_vorn_ycnr_install_properties(object);
   object->finalize = gst_vorn_ycnr_finalize;
   GstCaps* caps = gst_caps_from_string(

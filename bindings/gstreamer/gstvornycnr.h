@@ -22,6 +22,8 @@ struct _GstVornYcnr {
   gchar* tuning_file;
   gdouble gain;
   gboolean automatic;
+  gdouble base_iso;
+  gint iso; /* of the stream's last tag, 0 before one */
   gboolean luma;
   gboolean chroma;
   gboolean fine;

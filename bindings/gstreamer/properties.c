@@ -9,6 +9,7 @@ enum {
   PROP_TUNING_FILE,
   PROP_GAIN,
   PROP_AUTO_GAIN,
+  PROP_BASE_ISO,
   PROP_LUMA,
   PROP_CHROMA,
   PROP_FINE,
@@ -60,6 +61,9 @@ static void set_property(GObject* object, guint id, const GValue* value, GParamS
     case PROP_AUTO_GAIN:
       self->automatic = g_value_get_boolean(value);
       break;
+    case PROP_BASE_ISO:
+      self->base_iso = g_value_get_double(value);
+      break;
     case PROP_LUMA:
       self->luma = g_value_get_boolean(value);
       break;
@@ -87,6 +91,9 @@ static void get_property(GObject* object, guint id, GValue* value, GParamSpec* s
       break;
     case PROP_AUTO_GAIN:
       g_value_set_boolean(value, self->automatic);
+      break;
+    case PROP_BASE_ISO:
+      g_value_set_double(value, self->base_iso);
       break;
     case PROP_LUMA:
       g_value_set_boolean(value, self->luma);
@@ -138,6 +145,14 @@ void gst_vorn_ycnr_install_properties(GObjectClass* object) {
           "the entries that fit it instead of \"gain\"; what has no noise stays as it "
           "is",
           FALSE, at_any_time));
+  g_object_class_install_property(
+      object, PROP_BASE_ISO,
+      g_param_spec_double(
+          "base-iso", "Base ISO speed",
+          "ISO speed that is gain 1 of the tuning set. Above 0, frames behind a tag "
+          "capturing-iso-speed are filtered for its value divided by this instead "
+          "of \"gain\"; 0 takes no notice of tags",
+          0, 1e6, 0, at_any_time));
   g_object_class_install_property(
       object, PROP_LUMA,
       g_param_spec_boolean("luma", "Luma", "Remove luma noise", DEFAULT_LUMA,

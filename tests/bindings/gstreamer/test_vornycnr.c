@@ -298,6 +298,30 @@ GST_START_TEST(test_gain_while_playing) {
 }
 GST_END_TEST;
 
+/* The stream's tag decides from its place on, where it is asked for. */
+GST_START_TEST(test_gain_of_the_stream) {
+  GstHarness* h = harness();
+  gst_harness_set_src_caps(h, caps_for(GST_VIDEO_FORMAT_NV12, 128, 96));
+  const struct {
+    gdouble base_iso;
+    gint iso; /* 0: no tag */
+    gint entry;
+  } steps[] = {{0, 1600, 0}, {100, 0, 1}, {100, 200, 0}, {12.5, 0, 1}, {100, 3200, 1}, {0, 0, 0}};
+  for (guint i = 0; i < G_N_ELEMENTS(steps); ++i) {
+    g_object_set(h->element, "base-iso", steps[i].base_iso, NULL);
+    GstTagList* tags = gst_tag_list_new(GST_TAG_COMMENT, "says nothing of it", NULL);
+    if (steps[i].iso)
+      gst_tag_list_add(tags, GST_TAG_MERGE_REPLACE, "capturing-iso-speed", steps[i].iso, NULL);
+    fail_unless(gst_harness_push_event(h, gst_event_new_tag(tags)));
+    check_frame(h, GST_VIDEO_FORMAT_NV12, 128, 96, 0, steps[i].entry, TRUE, TRUE);
+  }
+  g_object_set(h->element, "base-iso", 100.0, NULL);
+  fail_unless(gst_harness_push_event(h, gst_event_new_stream_start("another")));
+  check_frame(h, GST_VIDEO_FORMAT_NV12, 128, 96, 0, 0, TRUE, TRUE);
+  gst_harness_teardown(h);
+}
+GST_END_TEST;
+
 GST_START_TEST(test_renegotiation) {
   GstHarness* h = harness();
   const gint sizes[][2] = {{128, 96}, {256, 64}, {65, 129}, {128, 96}};
@@ -603,6 +627,7 @@ static Suite* vornycnr_suite(void) {
   tcase_add_test(tests, test_switches);
   tcase_add_test(tests, test_fine_mode_while_playing);
   tcase_add_test(tests, test_gain_while_playing);
+  tcase_add_test(tests, test_gain_of_the_stream);
   tcase_add_test(tests, test_renegotiation);
   tcase_add_test(tests, test_stats);
   tcase_add_test(tests, test_bad_tuning_files);
