@@ -92,12 +92,13 @@ struct luma_frame {
   bool own_mask;         // covers every block
   unsigned char* grids;  // scratch for the finest level on four grids, or null for one
   vorn::stage_times stages;
+  frame_mask own = {};
 
   bool filters(int level) const { return param.pIntensity[level] >= 1; }
   int coarsest() const { return param.layer - 1; }
 
   void build_pyramid();
-  void make_mask(frame_mask* memory);
+  void make_mask();
   void denoise(int level);
   void take_change(int level);
   void add_change(int level);
@@ -117,10 +118,10 @@ void luma_frame::build_pyramid() {
               static_cast<size_t>(whole.stride[0]) * whole.height);
 }
 
-void luma_frame::make_mask(frame_mask* memory) {
-  stages.run("pre_mask", 0, [this, memory] {
-    mask = &memory->image;
-    if (memory->make(src->width, src->height, param.param0)) return 0;
+void luma_frame::make_mask() {
+  stages.run("pre_mask", 0, [this] {
+    mask = &own.image;
+    if (own.make(src->width, src->height, param.param0)) return 0;
     VORN_LOG_AS(vorn::kLogError, kDriver, "no memory for the mask\n");
     return -1;
   });
@@ -200,9 +201,8 @@ void luma_frame::denoise_finest() {
 
 // From the pyramid to dst.
 int luma_frame::run() {
-  frame_mask memory;
   build_pyramid();
-  if (own_mask) make_mask(&memory);
+  if (own_mask) make_mask();
   for (int level = coarsest(); level >= 1; --level) {
     denoise(level);
     take_change(level);

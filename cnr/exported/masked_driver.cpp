@@ -43,7 +43,8 @@ int color_noise_reduce_mask_process(void* handle, _tag_uni_image* src, _tag_uni_
   if (!src || !dst || !param) return -1;
   const auto* owner = static_cast<denoise_handle_t*>(handle);
   cnr_handle_t* cnr = owner ? owner->cnr : nullptr;
-  if (vorn::cnr_check_frame(cnr, src->width, src->height, param->scale != 0) != 0) return -1;
+  if (vorn::cnr_check_frame(cnr, src->width, src->height, param->scale != 0) != 0 || !cnr)
+    return -1;
   if (!mask || !mask->plane[0] || mask->width < 0 || mask->height < 1) {
     VORN_LOGE("the chroma filter's mask is empty\n");
     return -1;
