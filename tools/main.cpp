@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <new>
 #include <regex>
 #include <sstream>
@@ -93,6 +94,7 @@ int show(const CLI::App& program, const CLI::Success& asked) {
 int run(int argc, char** argv) {
   CLI::App program("Noise reduction for 8-bit YUV 4:2:0 pictures and video", "vorn-ycnr");
   job chosen;
+  command_words().assign(argv + std::min(argc, 1), argv + argc);
   add_all_commands(program, chosen);
   try {
     program.parse(argc, argv);

@@ -5,6 +5,11 @@
 
 namespace vorn::tool {
 
+std::vector<std::string>& command_words() {
+  static std::vector<std::string> words;
+  return words;
+}
+
 void add_all_commands(CLI::App& program, job& chosen) {
   const auto format = std::make_shared<help_format>();
   format->label("OPTIONS", "options");
@@ -18,6 +23,7 @@ void add_all_commands(CLI::App& program, job& chosen) {
   add_demo(program, chosen);
   add_noise_command(program, chosen);
   add_tune(program, chosen);
+  add_score(program, chosen);
   add_report(program, chosen);
   add_workbench(program, chosen);
   add_compare(program, chosen);

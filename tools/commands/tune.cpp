@@ -5,49 +5,28 @@
 #include <atomic>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
+#include <system_error>
+#include <utility>
 #include <vector>
 
 #include "tools/commands/commands.h"
-#include "tools/commands/lab_options.h"
+#include "tools/commands/tune_inputs.h"
 #include "tools/denoiser.h"
 #include "tools/error.h"
-#include "tools/lab/pair_check.h"
 #include "tools/lab/report_page.h"
 #include "tools/numbers.h"
 #include "tools/picture/output_file.h"
 #include "tools/progress.h"
 #include "tools/text.h"
+#include "tools/tuning/ask_tell.h"
 #include "tools/tuning/tuner.h"
 
 namespace vorn::tool {
 namespace {
-
-struct noisy_pair {
-  double gain;
-  std::string noisy, clean;
-};
-
-struct tune_options {
-  std::vector<std::string> clean;
-  std::vector<noisy_pair> pairs;
-  std::vector<double> gains = {1, 2, 4, 8, 16, 32, 64};
-  std::string objective_name = "psnr";
-  std::string start_file;
-  std::string name = "tuned";
-  std::string output;
-  std::string report;
-  int threads = 0;
-  int rounds = 4;
-  bool corners = false, luma_only = false, chroma_only = false;
-  bool force = false;
-  noise_model model;
-  std::vector<double> luma_blurs = {0};
-  std::string sensor_file;
-  bool gains_given = false;
-  picture_options picture;
-};
 
 std::atomic<bool> stop_requested{false};
 
@@ -56,56 +35,9 @@ void on_interrupt(int) {
   static const char kLine[] = "\nvorn-ycnr: stopping with the best so far (again: at once)\n";
   stop_requested = true;
   std::signal(SIGINT, SIG_DFL);
+  std::signal(SIGTERM, SIG_DFL);
   const ssize_t written = write(STDERR_FILENO, kLine, sizeof kLine - 1);
   (void)written;
-}
-
-std::string base_name(const std::string& path) {
-  const size_t slash = path.find_last_of('/');
-  return slash == std::string::npos ? path : path.substr(slash + 1);
-}
-
-tuning_sample read_pair(const tune_options& o, const noisy_pair& pair) {
-  tuning_sample s;
-  s.name = base_name(pair.noisy);
-  s.noisy = read_picture(pair.noisy, o.picture);
-  s.clean = read_picture(pair.clean, o.picture);
-  if (s.noisy.width != s.clean.width || s.noisy.height != s.clean.height)
-    throw error(pair.noisy, "its size differs from that of " + pair.clean);
-  if (s.noisy.full_range != s.clean.full_range)
-    throw error(pair.noisy, "not of the same sample range as " + pair.clean);
-  return s;
-}
-
-std::vector<tuning_sample> samples_for(const tune_options& o, double gain) {
-  std::vector<tuning_sample> samples;
-  noise_model model = o.model;
-  model.gain = gain;
-  for (const std::string& path : o.clean) {
-    const frame clean = read_picture(path, o.picture);
-    for (double blur : o.luma_blurs) {
-      tuning_sample s;
-      s.name = base_name(path);
-      s.clean = clean;
-      s.noisy = clean;
-      model.luma_blur = blur;
-      add_noise(s.noisy, model);
-      ++model.seed;
-      samples.push_back(std::move(s));
-    }
-  }
-  for (const noisy_pair& pair : o.pairs)
-    if (pair.gain == gain) samples.push_back(read_pair(o, pair));
-  return samples;
-}
-
-std::vector<double> all_gains(const tune_options& o) {
-  std::vector<double> gains;
-  if (!o.clean.empty()) gains = o.gains;
-  for (const noisy_pair& pair : o.pairs) gains.push_back(pair.gain);
-  std::sort(gains.begin(), gains.end());
-  gains.erase(std::unique(gains.begin(), gains.end()), gains.end());
-  return gains;
 }
 
 std::string description(const tune_options& o) {
@@ -118,26 +50,6 @@ std::string description(const tune_options& o) {
     for (double blur : o.luma_blurs) text += " " + short_number(blur);
   }
   return text + ".";
-}
-
-// Reads every input once: a name that is wrong must not come to light after an hour of search.
-void check_inputs(const tune_options& o) {
-  if (o.clean.empty() && o.pairs.empty())
-    throw error("tune", "needs clean pictures or --pair GAIN NOISY CLEAN");
-  if (printable(o.name) != o.name) throw error("--name", "is no printable UTF-8 text");
-  progress bar("checking", int64_t(o.clean.size() + o.pairs.size()), "inputs");
-  int64_t done = 0;
-  for (const std::string& path : o.clean) {
-    read_picture(path, o.picture);
-    bar.update(++done);
-  }
-  for (const noisy_pair& pair : o.pairs) {
-    const tuning_sample s = read_pair(o, pair);
-    const std::string fault = fault_of_pair(s.noisy, s.clean);
-    if (!fault.empty() && !o.force)
-      throw error(pair.noisy + " and " + pair.clean, fault + " (--force takes them)");
-    bar.update(++done);
-  }
 }
 
 // Opens a file to be written at the end, and refuses one that is read as well.
@@ -160,6 +72,36 @@ void print_gain(double gain, const search_result& r, bool chroma) {
   finish_standard_output();
 }
 
+using half_psnr = std::pair<double, double>;  // before, after
+
+std::vector<half_psnr> halves_of(const search_result& r) {
+  return {{r.luma_before.psnr, r.luma_after.psnr}, {r.chroma_before.psnr, r.chroma_after.psnr}};
+}
+
+// The same where standard output is the engine's.
+void note_gain(double gain, const search_result& r) {
+  std::string text = "gain " + short_number(gain) + ": " + std::to_string(r.trials) + " trials";
+  constexpr const char* kNames[] = {", luma ", ", chroma "};
+  for (int i = 0; i < 2; ++i) {
+    const auto [before, after] = halves_of(r)[i];
+    char figures[64];
+    std::snprintf(figures, sizeof figures, "%.2f -> %.2f dB", before, after);
+    if (after > 0) text += std::string(kNames[i]) + figures;
+  }
+  note(text + (r.stopped ? ", stopped" : ""));
+}
+
+// The words after the command's name.
+std::vector<std::string> own_arguments() {
+  const std::vector<std::string>& words = command_words();
+  return {words.empty() ? words.end() : words.begin() + 1, words.end()};
+}
+
+std::string here() {
+  std::error_code fault;
+  return std::filesystem::current_path(fault).string();
+}
+
 // One run: what is asked for, where it goes, what was found.
 class tuning_run {
  public:
@@ -175,48 +117,93 @@ class tuning_run {
     gains_ = all_gains(o);
     open_output(o, o.output, set_file_);
     open_output(o, o.report, report_file_);
-    check_inputs(o);
+    check_options(o);
+    if (o.ask_tell) {
+      if (o.output == "-") throw error("--output", "standard output is taken by --ask-tell");
+      engine_.emplace(STDIN_FILENO, STDOUT_FILENO, stop_requested);
+    } else {
+      check_inputs(o);
+    }
     found_.name = o.name;
     found_.description = description(o);
   }
 
   int run() {
     std::signal(SIGINT, on_interrupt);
-    print("  gain   luma before -> after, dB   chroma before -> after, dB   trials\n");
+    std::signal(SIGTERM, on_interrupt);
     try {
+      if (engine_) begin_asking();
+      if (!engine_)
+        print("  gain   luma before -> after, dB   chroma before -> after, dB   trials\n");
       for (size_t i = 0; i < gains_.size() && !stop_requested; ++i) search_gain(i);
     } catch (const std::exception& fault) {
+      if (found_.entries.empty()) end_asking(fault.what());
       if (found_.entries.empty()) throw;
       write();
+      end_asking(fault.what());
       throw error("", std::string(fault.what()) + "; " + o_.output +
                           " holds what was found before, up to gain " +
                           short_number(found_.entries.back().gain));
     }
-    if (found_.entries.empty()) return kExitStopped;
-    write();
+    const std::string fault = engine_ ? engine_->fault() : "";
+    if (!found_.entries.empty()) write();
+    end_asking(fault);
+    if (found_.entries.empty()) {
+      if (!fault.empty()) throw error("", fault);
+      return kExitStopped;
+    }
+    const std::string kept = o_.output + " holds the best so far, up to gain " +
+                             short_number(found_.entries.back().gain);
+    if (!fault.empty()) throw error("", fault + "; " + kept);
     if (!stop_requested) return kExitOk;
-    note("stopped; " + o_.output + " holds the best so far, up to gain " +
-         short_number(found_.entries.back().gain));
+    note("stopped; " + kept);
     return kExitStopped;
   }
 
  private:
+  // The job, and every sample as it comes in: whoever answers reads all inputs once before the
+  // search begins.
+  void begin_asking() {
+    std::signal(SIGPIPE, SIG_IGN);  // an engine that goes away must not take the best with it
+    std::vector<std::pair<double, size_t>> counts;
+    for (double gain : gains_) counts.emplace_back(gain, sample_count(o_, gain));
+    engine_->send(job_line({VORN_TOOL_VERSION, here(), own_arguments()}, counts));
+    for (const auto& [gain, count] : counts) inputs_.push_back(ask_inputs(*engine_, gain, count));
+  }
+
+  void end_asking(const std::string& fault) {
+    if (!engine_) return;
+    engine_->send(
+        end_line(stop_requested, found_.entries.empty() ? std::string() : o_.output, fault));
+    engine_->finish();
+  }
+
   void search_gain(size_t index) {
     const double gain = gains_[index];
-    const std::vector<tuning_sample> samples = samples_for(o_, gain);
+    std::vector<tuning_sample> samples;
+    if (!engine_ || report_file_) samples = samples_for(o_, gain);
+    std::unique_ptr<scorer> where = engine_ ? score_elsewhere(*engine_, gain, inputs_[index])
+                                            : score_here(samples, options_.goal, options_.threads);
     const tuning first =
-        start_.entries.empty() ? guess_tuning(samples) : start_.nearest(gain).values;
+        start_.entries.empty() ? guess_tuning(where->inputs()) : start_.nearest(gain).values;
     progress bar("tuning", 100 * static_cast<int64_t>(gains_.size()), "steps");
     const search_result r = search_tuning(
-        samples, first, options_,
+        std::move(where), first, options_,
         [&](const search_progress& p) {
-          bar.update(static_cast<int64_t>(100 * index) + 100 * p.done / std::max(1, p.total),
+          const int steps = std::max(1, p.total);
+          bar.update(static_cast<int64_t>(100 * index) + 100 * p.done / steps,
                      "gain " + short_number(gain) + " " + p.note);
+          const double share = static_cast<double>(p.done) / steps + static_cast<double>(index);
+          if (engine_)
+            engine_->send(progress_line(gain, p.done, steps, p.note,
+                                        share / static_cast<double>(gains_.size())));
         },
         stop_requested);
     found_.entries.push_back({gain, r.best});
     bar.clear();
-    print_gain(gain, r, options_.chroma);
+    if (!engine_) print_gain(gain, r, options_.chroma);
+    if (engine_) note_gain(gain, r);
+    if (engine_) engine_->send(found_line(gain, r.trials, r.stopped, halves_of(r)));
     if (report_file_) add_to_report(gain, samples, r);
   }
 
@@ -254,6 +241,10 @@ class tuning_run {
       set_file_->write(set.data(), set.size());
       set_file_->commit();
     } catch (const error& fault) {  // a full disk must not cost the search
+      if (engine_) {
+        std::fputs(set.c_str(), stderr);
+        throw error("", fault.what() + std::string("; the set is on standard error"));
+      }
       print("%s", set.c_str());
       finish_standard_output();
       throw error("", fault.what() + std::string("; the set is on standard output"));
@@ -272,38 +263,14 @@ class tuning_run {
   tuning_set start_, found_;
   std::vector<double> gains_;
   std::optional<output_file> set_file_, report_file_;
+  std::optional<engine_channel> engine_;           // with --ask-tell
+  std::vector<std::vector<sample_input>> inputs_;  // by gain, then sample; with engine_
   std::vector<report_entry> entries_;
 };
 
 int run(tune_options o) {
-  if (const auto profile = take_sensor(o.sensor_file, o.model)) {
-    o.luma_blurs = {o.model.luma_blur};
-    if (!o.gains_given) {
-      o.gains.clear();
-      for (const sensor_row& row : profile->rows) o.gains.push_back(row.gain);
-    }
-  }
+  take_sensor(o);
   return tuning_run(o).run();
-}
-
-void add_pairs(CLI::App& command, std::vector<noisy_pair>& pairs) {
-  command
-      .add_option_function<std::vector<std::string>>(
-          "--pair",
-          [&pairs](const std::vector<std::string>& texts) {
-            for (const std::string& text : texts)
-              if (text.size() > 1 && text[0] == '-')  // the next option, where a file is left out
-                throw error("--pair", "needs all of GAIN NOISY CLEAN before " + text);
-            for (size_t i = 0; i + 2 < texts.size(); i += 3) {
-              pairs.push_back({real_number("--pair", texts[i], kLowestGain, kHighestGain),
-                               texts[i + 1], texts[i + 2]});
-            }
-          },
-          "The gain of a noisy picture, the picture and its clean version; may be repeated")
-      ->type_size(3)
-      ->expected(1)
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
-      ->type_name("GAIN NOISY CLEAN");
 }
 
 }  // namespace
@@ -312,36 +279,14 @@ void add_tune(CLI::App& program, job& chosen) {
   const auto o = std::make_shared<tune_options>();
   CLI::App* const command =
       program.add_subcommand("tune", "Search a tuning set on pictures with a clean version");
-  add_files(*command, "clean", o->clean,
-            "Clean pictures; noise of the sensor model is added for every gain");
-  add_pairs(*command, o->pairs);
-  with_default(add_reals(*command, "--gains", o->gains, kLowestGain, kHighestGain,
-                         "Gains to tune for with clean pictures"),
-               o->gains);
-  add_file(*command, "-o,--output", o->output, "The tuning set")->required();
-  add_file(*command, "--report", o->report, "An HTML page with the pictures and the curves");
-  command
-      ->add_option("--objective", o->objective_name,
-                   "psnr, ssim, or mix (PSNR less a price for lost texture)")
-      ->capture_default_str();
-  add_file(*command, "--start", o->start_file, "Start from this set and not from the noise");
-  command->add_option("--name", o->name, "Name of the set")->capture_default_str();
-  with_default(add_whole(*command, "--rounds", o->rounds, 1, 10, "Rounds, each with finer steps"),
-               o->rounds);
-  with_default(
-      add_whole(*command, "--threads", o->threads, 0, 256, "Trials at a time; 0: one per core"),
-      o->threads);
-  command->add_flag("--corners", o->corners, "Search param0 too, for noise that rises outwards");
-  CLI::Option* const luma = command->add_flag("--luma-only", o->luma_only, "Search luma alone");
-  command->add_flag("--chroma-only", o->chroma_only, "Search chroma alone")->excludes(luma);
-  command->add_flag("--force", o->force,
-                    "Take pairs that look displaced or swapped; replace the set of --start");
-  add_model_options(*command, o->model, &o->luma_blurs, &o->sensor_file);
-  add_picture_options(*command, o->picture, false);
+  add_tune_options(*command, *o);
   command->footer(
       "All inputs and outputs are checked first; pairs have to lie upon each other to a third of "
       "a\n"
       "pixel. Ctrl-C ends the search and keeps the best so far.\n"
+      "--ask-tell leaves the trials, and the reading of the pictures, to an engine of your own "
+      "that\n"
+      "talks in JSON lines: docs/farm.md. vorn-ycnr score answers them.\n"
       "Example:\n"
       "  vorn-ycnr demo -o demo && vorn-ycnr tune demo/clean.png --gains 8 --rounds 1 -o set.json");
   command->callback([o, command, &chosen] {

@@ -46,30 +46,29 @@ double lost_texture(const frame& f, const frame& clean) {
   return there > 0 ? std::clamp(1 - kept / there, 0.0, 1.0) : 0;
 }
 
-tuning_score luma_figures(const frame& f, const frame& clean, objective goal, bool all) {
-  tuning_score s;
-  s.psnr = std::min(99.0, psnr(luma_view(f), luma_view(clean)));
+sample_figures luma_figures(const frame& f, const frame& clean, objective goal, bool all) {
+  sample_figures s;
+  s.mse = mean_squared_error(luma_view(f), luma_view(clean));
   if (all || goal == objective::ssim) s.ssim = ssim(luma_view(f), luma_view(clean));
   if (all || goal == objective::mix) s.lost_texture = lost_texture(f, clean);
   return s;
 }
 
-tuning_score chroma_figures(const frame& f, const frame& clean, objective goal, bool all) {
-  tuning_score s;
-  const double mse = (mean_squared_error(u_view(f), u_view(clean)) +
-                      mean_squared_error(v_view(f), v_view(clean))) /
-                     2;
-  s.psnr = std::min(99.0, psnr_of(mse));
+sample_figures chroma_figures(const frame& f, const frame& clean, objective goal, bool all) {
+  sample_figures s;
+  s.mse = (mean_squared_error(u_view(f), u_view(clean)) +
+           mean_squared_error(v_view(f), v_view(clean))) /
+          2;
   if (all || goal == objective::ssim)
     s.ssim = (ssim(u_view(f), u_view(clean)) + ssim(v_view(f), v_view(clean))) / 2;
   return s;
 }
 
-tuning_score combine(const tuning_score* each, size_t count, objective goal) {
+tuning_score combine(const sample_figures* each, size_t count, objective goal) {
   tuning_score s;
   const double n = static_cast<double>(count);
   for (size_t i = 0; i < count; ++i) {
-    s.psnr += each[i].psnr / n;
+    s.psnr += std::min(99.0, psnr_of(each[i].mse)) / n;
     s.ssim += each[i].ssim / n;
     s.lost_texture += each[i].lost_texture / n;
   }

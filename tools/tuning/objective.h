@@ -22,6 +22,14 @@ constexpr double kTexturePrice = 6;
 // block-wise deviations on the clean ones.
 double lost_texture(const frame& f, const frame& clean);
 
+// Figures of one frame against its clean version, as far as they are wanted. Sums and quotients
+// alone, so that they have the same bits on every machine; logarithms are taken where they meet.
+struct sample_figures {
+  double mse = 0;  // of Y, or the mean of U's and V's; grey levels squared
+  double ssim = 0;
+  double lost_texture = 0;  // luma only
+};
+
 // Figures of one tuning over all samples; means of the samples' values.
 struct tuning_score {
   double value = 0;  // under the objective, of the half (luma or chroma) being searched
@@ -30,11 +38,10 @@ struct tuning_score {
   double lost_texture = 0;  // luma only
 };
 
-// Figures of one frame against its clean version; value stays 0. all: with every figure, else with
-// those that the objective needs.
-tuning_score luma_figures(const frame& f, const frame& clean, objective goal, bool all);
-tuning_score chroma_figures(const frame& f, const frame& clean, objective goal, bool all);
+// all: with every figure, else with those that the objective needs.
+sample_figures luma_figures(const frame& f, const frame& clean, objective goal, bool all);
+sample_figures chroma_figures(const frame& f, const frame& clean, objective goal, bool all);
 // Means over `count` samples, and the value under the objective in dB.
-tuning_score combine(const tuning_score* each, size_t count, objective goal);
+tuning_score combine(const sample_figures* each, size_t count, objective goal);
 
 }  // namespace vorn::tool

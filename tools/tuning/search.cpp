@@ -17,12 +17,11 @@ std::string decibels(double value) {
 
 }  // namespace
 
-search::search(const std::vector<tuning_sample>& samples, const tuning& start,
-               const search_options& options,
+search::search(std::unique_ptr<scorer> where, const tuning& start, const search_options& options,
                const std::function<void(const search_progress&)>& on_progress,
                const std::atomic<bool>& stop)
-    : bench_(samples, options.goal, options.threads),
-      guess_(guess_tuning(samples)),
+    : bench_(std::move(where), options.goal),
+      guess_(guess_tuning(bench_.inputs())),
       best_(start),
       options_(options),
       on_progress_(on_progress),

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <functional>
 #include <map>
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -14,8 +15,7 @@ namespace vorn::tool {
 
 class search {
  public:
-  search(const std::vector<tuning_sample>& samples, const tuning& start,
-         const search_options& options,
+  search(std::unique_ptr<scorer> where, const tuning& start, const search_options& options,
          const std::function<void(const search_progress&)>& on_progress,
          const std::atomic<bool>& stop);
 

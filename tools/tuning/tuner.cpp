@@ -4,7 +4,6 @@
 #include <array>
 #include <cmath>
 
-#include "tools/lab/metrics.h"
 #include "tools/tuning/search.h"
 #include "tools/tuning/search_fields.h"
 
@@ -33,23 +32,37 @@ tuning guess_tuning(double sigma_luma, double sigma_chroma) {
   return t;
 }
 
-tuning guess_tuning(const std::vector<tuning_sample>& samples) {
+tuning guess_tuning(const std::vector<sample_input>& inputs) {
   double luma = 0, chroma = 0;
-  for (const tuning_sample& s : samples) {
-    luma += mean_squared_error(luma_view(s.noisy), luma_view(s.clean));
-    chroma += (mean_squared_error(u_view(s.noisy), u_view(s.clean)) +
-               mean_squared_error(v_view(s.noisy), v_view(s.clean))) /
-              2;
+  for (const sample_input& input : inputs) {
+    luma += input.luma.mse;
+    chroma += input.chroma.mse;
   }
-  const double n = static_cast<double>(std::max<size_t>(1, samples.size()));
+  const double n = static_cast<double>(std::max<size_t>(1, inputs.size()));
   return guess_tuning(std::sqrt(luma / n), std::sqrt(chroma / n));
+}
+
+tuning guess_tuning(const std::vector<tuning_sample>& samples) {
+  std::vector<sample_input> inputs;
+  for (const tuning_sample& s : samples)
+    inputs.push_back({luma_figures(s.noisy, s.clean, objective::psnr, false),
+                      chroma_figures(s.noisy, s.clean, objective::psnr, false)});
+  return guess_tuning(inputs);
 }
 
 search_result search_tuning(const std::vector<tuning_sample>& samples, const tuning& start,
                             const search_options& options,
                             const std::function<void(const search_progress&)>& on_progress,
                             const std::atomic<bool>& stop) {
-  return search(samples, start, options, on_progress, stop).run();
+  return search_tuning(score_here(samples, options.goal, options.threads), start, options,
+                       on_progress, stop);
+}
+
+search_result search_tuning(std::unique_ptr<scorer> where, const tuning& start,
+                            const search_options& options,
+                            const std::function<void(const search_progress&)>& on_progress,
+                            const std::atomic<bool>& stop) {
+  return search(std::move(where), start, options, on_progress, stop).run();
 }
 
 }  // namespace vorn::tool

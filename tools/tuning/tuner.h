@@ -15,6 +15,7 @@
 
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -59,12 +60,18 @@ struct search_result {
 
 // A start for the search from the samples' own noise, without any trial.
 tuning guess_tuning(const std::vector<tuning_sample>& samples);
+tuning guess_tuning(const std::vector<sample_input>& inputs);
 // The same from the standard deviation of the noise, grey levels of luma and of chroma.
 tuning guess_tuning(double sigma_luma, double sigma_chroma);
 
 // on_progress is called after every line, on the calling thread. When stop becomes true the search
 // ends after the running line with the best so far.
 search_result search_tuning(const std::vector<tuning_sample>& samples, const tuning& start,
+                            const search_options& options,
+                            const std::function<void(const search_progress&)>& on_progress,
+                            const std::atomic<bool>& stop);
+// The same with the trials run elsewhere; options.threads says nothing then.
+search_result search_tuning(std::unique_ptr<scorer> where, const tuning& start,
                             const search_options& options,
                             const std::function<void(const search_progress&)>& on_progress,
                             const std::atomic<bool>& stop);

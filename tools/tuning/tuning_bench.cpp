@@ -2,23 +2,16 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
-#include <exception>
-#include <functional>
 #include <map>
-#include <mutex>
-#include <thread>
 #include <utility>
-
-#include "tools/denoiser.h"
-#include "tools/error.h"
-#include "tools/threads.h"
 
 namespace vorn::tool {
 namespace {
 
-std::array<int32_t, kTuningFields> values_of(const tuning& t) {
-  std::array<int32_t, kTuningFields> values;
+using field_values = std::array<int32_t, kTuningFields>;
+
+field_values values_of(const tuning& t) {
+  field_values values;
   for (int i = 0; i < kTuningFields; ++i) values[i] = get_field(t, i);
   return values;
 }
@@ -26,93 +19,36 @@ std::array<int32_t, kTuningFields> values_of(const tuning& t) {
 }  // namespace
 
 struct tuning_bench::state {
-  const std::vector<tuning_sample>& samples;
+  std::unique_ptr<scorer> where;
   objective goal;
-  int threads;
-  std::vector<frame> luma_results;  // inputs of the chroma trials
-  // One set of denoisers per thread, by frame size.
-  std::vector<std::map<std::pair<int, int>, std::unique_ptr<denoiser>>> denoisers;
-  std::map<std::array<int32_t, kTuningFields>, tuning_score> luma_known, chroma_known;
+  std::vector<sample_input> inputs;  // none yet: empty
+  std::map<field_values, tuning_score> luma_known, chroma_known;
   int trials = 0;
   const std::atomic<bool>* stop = nullptr;
 
-  state(const std::vector<tuning_sample>& s, objective g, int n)
-      : samples(s), goal(g), threads(n), denoisers(n) {}
-
-  denoiser& denoiser_for(int thread, const frame& f) {
-    auto& place = denoisers[thread][{f.padded_width, f.padded_height}];
-    if (!place) place = std::make_unique<denoiser>(f.padded_width, f.padded_height);
-    return *place;
-  }
-
-  tuning_score figures(const frame& f, const frame& clean, bool luma, bool all) const {
-    return luma ? luma_figures(f, clean, goal, all) : chroma_figures(f, clean, goal, all);
-  }
-
-  // Runs job(thread, i) for i = 0 .. count-1 on all threads. Where the system has no thread left
-  // for one of them or for its denoiser, the others go on, and this is so from then on.
-  void for_all(size_t count, const std::function<void(int, size_t)>& job) {
-    std::atomic<size_t> next{0};
-    std::exception_ptr failure;
-    std::vector<size_t> left;
-    std::mutex lock;
-    const auto work = [&](int thread) {
-      size_t i = 0;
-      try {
-        for (i = next++; i < count; i = next++) job(thread, i);
-      } catch (const no_threads&) {
-        const std::lock_guard<std::mutex> guard(lock);
-        left.push_back(i);
-      } catch (...) {
-        next = count;
-        const std::lock_guard<std::mutex> guard(lock);
-        failure = std::current_exception();
-      }
-    };
-    thread_group others;
-    for (int t = 1; t < threads && others.start([&work, t] { work(t); }); ++t) {
-    }
-    work(0);
-    others.join();
-    if (failure) std::rethrow_exception(failure);
-    if (left.empty()) return;
-    threads = std::max(1, threads - int(left.size()));
-    for (size_t t = 1; t < denoisers.size(); ++t) denoisers[t].clear();
-    for (const size_t i : left) job(0, i);
-    for (size_t i = next++; i < count; i = next++) job(0, i);
-  }
+  state(std::unique_ptr<scorer> w, objective g) : where(std::move(w)), goal(g) {}
 
   std::vector<tuning_score> score(const std::vector<tuning>& candidates, bool luma, bool all) {
     auto& known = luma ? luma_known : chroma_known;
     // What the other half says does not matter here.
-    std::vector<tuning> todo;
-    std::vector<std::array<int32_t, kTuningFields>> keys;
-    for (tuning t : candidates) {
-      (luma ? t.luma.enable : t.chroma.enable) = 1;
-      if (luma) t.chroma = {};
-      if (!luma) t.luma = {};
+    trials_wanted todo;
+    todo.luma = luma;
+    todo.all = all;
+    std::vector<field_values> keys;
+    for (const tuning& candidate : candidates) {
+      const tuning t = half_of(candidate, luma);
       keys.push_back(values_of(t));
       const bool repeated = std::find(keys.begin(), keys.end() - 1, keys.back()) != keys.end() - 1;
       const auto found = known.find(keys.back());
       const bool done = found != known.end() && (!all || found->second.ssim > 0);
-      if (!repeated && !done) todo.push_back(t);
+      if (!repeated && !done) todo.candidates.push_back(t);
     }
-    std::vector<tuning_score> parts(todo.size() * samples.size());
-    std::vector<char> done(parts.size());
-    for_all(parts.size(), [&](int thread, size_t i) {
-      if (stop && *stop) return;
-      const tuning_sample& sample = samples[i % samples.size()];
-      frame f = luma ? sample.noisy : luma_results[i % samples.size()];
-      naming(sample.name, [&] { denoiser_for(thread, f).run(f, todo[i / samples.size()]); });
-      parts[i] = figures(f, sample.clean, luma, all);
-      done[i] = 1;
-    });
-    for (size_t i = 0; i < todo.size(); ++i) {
-      const auto first = done.begin() + static_cast<ptrdiff_t>(i * samples.size());
-      if (std::find(first, first + static_cast<ptrdiff_t>(samples.size()), 0) !=
-          first + static_cast<ptrdiff_t>(samples.size()))
-        continue;
-      known[values_of(todo[i])] = combine(&parts[i * samples.size()], samples.size(), goal);
+    const trials_done parts = where->run(todo, stop);
+    const size_t samples = where->samples();
+    for (size_t i = 0; i < todo.candidates.size(); ++i) {
+      const char* const first = parts.done.data() + i * samples;
+      if (std::find(first, first + samples, 0) != first + samples) continue;
+      known[values_of(todo.candidates[i])] = combine(&parts.figures[i * samples], samples, goal);
       ++trials;
     }
     tuning_score left_out;
@@ -124,13 +60,19 @@ struct tuning_bench::state {
     }
     return scores;
   }
+
+  tuning_score score_input(sample_figures sample_input::*half) const {
+    std::vector<sample_figures> each;
+    for (const sample_input& input : inputs) each.push_back(input.*half);
+    return combine(each.data(), each.size(), goal);
+  }
 };
 
-tuning_bench::tuning_bench(const std::vector<tuning_sample>& samples, objective goal, int threads) {
-  if (threads <= 0) threads = std::max(1u, std::thread::hardware_concurrency());
-  state_ = std::make_unique<state>(samples, goal, threads);
-  for (const tuning_sample& s : samples) state_->luma_results.push_back(s.noisy);
-}
+tuning_bench::tuning_bench(std::unique_ptr<scorer> where, objective goal)
+    : state_(std::make_unique<state>(std::move(where), goal)) {}
+
+tuning_bench::tuning_bench(const std::vector<tuning_sample>& samples, objective goal, int threads)
+    : tuning_bench(score_here(samples, goal, threads), goal) {}
 
 tuning_bench::~tuning_bench() = default;
 
@@ -145,29 +87,23 @@ std::vector<tuning_score> tuning_bench::score_chroma(const std::vector<tuning>& 
 }
 
 void tuning_bench::use_luma(const tuning& t) {
-  tuning luma_only = t;
-  luma_only.luma.enable = 1;
-  luma_only.chroma.enable = 0;
   state_->chroma_known.clear();
-  state_->for_all(state_->samples.size(), [&](int thread, size_t i) {
-    frame f = state_->samples[i].noisy;
-    state_->denoiser_for(thread, f).run(f, luma_only);
-    state_->luma_results[i] = std::move(f);
-  });
+  state_->where->use_luma(t);
 }
 
-tuning_score tuning_bench::score_input_luma() const {
-  std::vector<tuning_score> each;
-  for (const tuning_sample& s : state_->samples)
-    each.push_back(state_->figures(s.noisy, s.clean, true, true));
-  return combine(each.data(), each.size(), state_->goal);
+const std::vector<sample_input>& tuning_bench::inputs() {
+  if (state_->inputs.empty()) state_->inputs = state_->where->inputs();
+  return state_->inputs;
 }
 
-tuning_score tuning_bench::score_input_chroma() const {
-  std::vector<tuning_score> each;
-  for (const tuning_sample& s : state_->samples)
-    each.push_back(state_->figures(s.noisy, s.clean, false, true));
-  return combine(each.data(), each.size(), state_->goal);
+tuning_score tuning_bench::score_input_luma() {
+  inputs();
+  return state_->score_input(&sample_input::luma);
+}
+
+tuning_score tuning_bench::score_input_chroma() {
+  inputs();
+  return state_->score_input(&sample_input::chroma);
 }
 
 void tuning_bench::heed(const std::atomic<bool>* stop) {

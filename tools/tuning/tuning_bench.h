@@ -1,25 +1,21 @@
-// Runs tunings over samples in parallel.
+// Scores tunings over all samples, wherever their trials are run, and remembers every one.
 #pragma once
 
 #include <atomic>
 #include <memory>
-#include <string>
 #include <utility>
 #include <vector>
 
-#include "tools/picture/frame.h"
 #include "tools/tuning/objective.h"
+#include "tools/tuning/scorer.h"
 #include "tools/tuning/tuning_set.h"
 
 namespace vorn::tool {
 
-struct tuning_sample {
-  std::string name;
-  frame clean, noisy;
-};
-
 class tuning_bench {
  public:
+  tuning_bench(std::unique_ptr<scorer> where, objective goal);
+  // In this process.
   tuning_bench(const std::vector<tuning_sample>& samples, objective goal, int threads);
   ~tuning_bench();
   tuning_bench(const tuning_bench&) = delete;
@@ -32,8 +28,9 @@ class tuning_bench {
   // Makes the luma result of this tuning the input of score_chroma.
   void use_luma(const tuning& t);
   // The samples as they came in.
-  tuning_score score_input_luma() const;
-  tuning_score score_input_chroma() const;
+  const std::vector<sample_input>& inputs();
+  tuning_score score_input_luma();
+  tuning_score score_input_chroma();
   // From now on trials not begun when *stop becomes true are left out: they score -1e9 and are not
   // kept. Null heeds nothing, as at first.
   void heed(const std::atomic<bool>* stop);
