@@ -8,7 +8,7 @@
 #include <regex>
 #include <sstream>
 
-#include "tools/commands/commands.h"
+#include "tools/commands/score.h"
 #include "tools/denoiser.h"
 #include "tools/error.h"
 #include "tools/text.h"

@@ -1,4 +1,4 @@
-#include "tools/commands/commands.h"
+#include "tools/commands/score.h"
 
 #include "tools/commands/help_format.h"
 #include "vorn_ycnr.h"

@@ -4,8 +4,6 @@
 
 #include <CLI/CLI.hpp>
 #include <functional>
-#include <string>
-#include <vector>
 
 #include "tools/commands/option_kinds.h"
 #include "tools/picture/picture_io.h"
@@ -19,14 +17,10 @@ using job = std::function<int()>;
 // All of them, and the program's own options; what main() and the manual page are made from.
 void add_all_commands(CLI::App& program, job& chosen);
 
-// The words of the command line after the program's name, as main() got them.
-std::vector<std::string>& command_words();
-
 void add_denoise(CLI::App& program, job& chosen);
 void add_demo(CLI::App& program, job& chosen);
 void add_noise_command(CLI::App& program, job& chosen);
 void add_tune(CLI::App& program, job& chosen);
-void add_score(CLI::App& program, job& chosen);
 void add_report(CLI::App& program, job& chosen);
 void add_compare(CLI::App& program, job& chosen);
 void add_bench(CLI::App& program, job& chosen);

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/commands/commands.h"
+#include "tools/commands/score.h"
 #include "tools/commands/tune_inputs.h"
 #include "tools/error.h"
 #include "tools/text.h"

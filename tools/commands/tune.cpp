@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "tools/commands/commands.h"
+#include "tools/commands/score.h"
 #include "tools/commands/tune_inputs.h"
 #include "tools/denoiser.h"
 #include "tools/error.h"
