@@ -18,7 +18,7 @@ from vornycnr import farm  # noqa: E402
 @pytest.fixture(scope="module")
 def folder(tmp_path_factory):
     folder = tmp_path_factory.mktemp("farm")
-    for name, size in (("a", "80x64"), ("b", "61x49")):
+    for name, size in (("a", "80x64"), ("b", "65x67")):
         subprocess.run([program, "demo", "-o", folder / name, "--size", size, "--noise", "8"], check=True)
     return folder
 
