@@ -53,8 +53,8 @@ class local_scorer : public scorer {
   }
 
  private:
-  // Runs job(runner, i) for i = 0 .. count-1 on all threads. Where the system has no thread left for
-  // one of them or for its denoiser, the others go on, and this is so from then on.
+  // Runs job(runner, i) for i = 0 .. count-1 on all threads. Where the system has no thread left
+  // for one of them or for its denoiser, the others go on, and this is so from then on.
   void for_all(size_t count, const std::function<void(trial_runner&, size_t)>& job) {
     std::atomic<size_t> next{0};
     std::exception_ptr failure;
