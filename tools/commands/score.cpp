@@ -235,13 +235,14 @@ void add_score(CLI::App& program, job& chosen) {
            "Where the names of the pictures begin here; without it, where tune was started")
       ->type_name("FOLDER");
   command->footer(
-      "Reads the lines of vorn-ycnr tune --ask-tell on standard input and writes a score for each\n"
-      "question to standard output, in the order they are ready. Pictures are read when they are\n"
-      "first asked for and kept until another gain is asked for. The lines are in docs/farm.md.\n"
+      "Reads the lines of vorn-ycnr tune --ask-tell on standard input and writes a\n"
+      "score for each question to standard output, in the order they are ready.\n"
+      "Pictures are read when they are first asked for and kept until another gain is\n"
+      "asked for. The lines are in docs/farm.md.\n"
       "Example:\n"
-      "  mkfifo scores && vorn-ycnr demo -o demo && vorn-ycnr tune demo/clean.png --gains 8 "
-      "--rounds 1 \\\n"
-      "    --ask-tell -o set.json <scores | vorn-ycnr score >scores");
+      "  mkfifo scores && vorn-ycnr demo -o demo &&\n"
+      "    vorn-ycnr tune demo/clean.png --gains 8 --rounds 1 --ask-tell -o set.json \\\n"
+      "    <scores | vorn-ycnr score >scores");
   command->callback([o, &chosen] { chosen = [o] { return run(*o); }; });
 }
 

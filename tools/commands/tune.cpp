@@ -285,9 +285,8 @@ void add_tune(CLI::App& program, job& chosen) {
       "All inputs and outputs are checked first; pairs have to lie upon each other to a third of "
       "a\n"
       "pixel. Ctrl-C ends the search and keeps the best so far.\n"
-      "--ask-tell leaves the trials, and the reading of the pictures, to an engine of your own "
-      "that\n"
-      "talks in JSON lines: docs/farm.md. vorn-ycnr score answers them.\n"
+      "--ask-tell leaves the trials, and the reading of the pictures, to an engine of\n"
+      "your own that talks in JSON lines: docs/farm.md. vorn-ycnr score answers them.\n"
       "Example:\n"
       "  vorn-ycnr demo -o demo && vorn-ycnr tune demo/clean.png --gains 8 --rounds 1 -o set.json");
   command->callback([o, command, &chosen] {
