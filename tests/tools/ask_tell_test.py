@@ -45,6 +45,9 @@ class Engine:
                 open_events -= 1
                 if name != "tune":
                     self.lost(self.workers[name])
+                    continue
+                for worker in self.workers:
+                    worker["process"].stdin.close()
                 continue
             if name != "tune":
                 self.answered(name, line)

@@ -82,7 +82,7 @@ std::vector<std::pair<bool, sample_input>> engine_channel::ask(std::vector<quest
 void engine_channel::finish() {
   using clock = std::chrono::steady_clock;
   const auto latest = clock::now() + std::chrono::seconds(2);
-  while (!outgoing_.empty() && fault_.empty() && clock::now() < latest) turn(100);
+  while (!outgoing_.empty() && !deaf_ && clock::now() < latest) turn(100);
 }
 
 // One side waiting for the other to read would never end: both directions go on in turn.
@@ -103,7 +103,8 @@ void engine_channel::write_some() {
     outgoing_.clear();
     sent_ = 0;
   }
-  if (written < 0 && errno != EINTR && errno != EAGAIN)
+  deaf_ = written < 0 && errno != EINTR && errno != EAGAIN;
+  if (deaf_)
     fail(std::string("standard output: the engine takes no questions: ") + std::strerror(errno));
 }
 

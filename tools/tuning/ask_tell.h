@@ -74,7 +74,8 @@ class engine_channel {
   std::atomic<bool>& stop_;
   std::string fault_;
   std::string incoming_, outgoing_;
-  size_t sent_ = 0;  // of outgoing_
+  size_t sent_ = 0;    // of outgoing_
+  bool deaf_ = false;  // nobody takes what is written
   int64_t lines_ = 0, next_id_ = 1;
   std::unordered_map<int64_t, size_t> open_;  // place of the questions that wait
   std::vector<std::pair<bool, sample_input>> answers_;
