@@ -68,7 +68,7 @@ class Engine:
         self.words = self.tune.stderr.read().decode()
         self.code = self.tune.wait()
         for worker in self.workers:
-            worker["process"].communicate()
+            worker["process"].wait()
 
     def follow(self, process, name):
         args = (process.stdout, name, self.events)
@@ -85,8 +85,8 @@ class Engine:
         try:
             process.stdin.write(line)
             process.stdin.flush()
-        except OSError:
-            pass  # its end is an event of its own
+        except (OSError, ValueError):
+            pass  # its end is an event of its own; or closed here
 
     def give(self, number, line):
         worker = self.random.choice([w for w in self.workers if w["alive"]])
