@@ -2,6 +2,7 @@
 """ask_tell_test.py PROGRAM DIRECTORY: `tune --ask-tell` with an engine that answers late, out of
 order and twice, loses a worker, talks nonsense, or goes away. The set has the bytes of plain `tune`."""
 
+import contextlib
 import json
 import os
 import queue
@@ -47,7 +48,8 @@ class Engine:
                     self.lost(self.workers[name])
                     continue
                 for worker in self.workers:
-                    worker["process"].stdin.close()
+                    with contextlib.suppress(BrokenPipeError):  # of the one that was killed
+                        worker["process"].stdin.close()
                 continue
             if name != "tune":
                 self.answered(name, line)

@@ -53,6 +53,7 @@ class frame_store {
     } catch (const CLI::ParseError& fault) {
       throw error("arguments", fault.what());
     }
+    take_sensor(o_);
     goal_ = objective_of(o_.objective_name);
   }
 
