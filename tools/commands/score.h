@@ -1,5 +1,5 @@
-// What `tune --ask-tell` and `score` have in common beside the lines: the command line itself, which
-// tells the one that answers what the search is about.
+// What `tune --ask-tell` and `score` have in common beside the lines: the command line itself,
+// which tells the one that answers what the search is about.
 #pragma once
 
 #include <string>
