@@ -1,3 +1,5 @@
+// Longer than other files: the steps of the plain and of the fine mode work on one frame and share
+// most of what they do to it.
 #include "cnr/cnr_driver.h"
 
 #include <algorithm>
