@@ -110,6 +110,25 @@ void queue_jobs(pool* workers, vorn_job* first, int count, int useful) {
   for (int i = 0; i < wakes; ++i) pthread_cond_signal(&workers->queue_ready);
 }
 
+// The first job of the queue, which is not empty; queue_lock held.
+vorn_job* take_job(pool* workers) {
+  vorn_job* job = workers->queue_head;
+  workers->queue_head = job->next;
+  vorn::store(&workers->cur_queue_size, workers->cur_queue_size - 1);
+  return job;
+}
+
+void run_job(vorn_job* job) {
+  job->routine(job->arg);
+  std::free(job);
+}
+
+// Whether the submitter of a stage does jobs of its own: with one worker that one is meant to, and
+// bound workers have processors and a priority that the submitter has not.
+bool submitter_helps(const pool* workers) {
+  return workers->max_thread_num > 1 && workers->bind_core != 1;
+}
+
 // Waits, queue_lock held, until there is a job or the pool shuts down.
 void wait_for_job(pool* workers) {
   const auto idle = [workers] { return workers->cur_queue_size == 0 && !workers->shutdown; };
@@ -220,12 +239,9 @@ void* vorn_thread_routine(void* start_record) {
   for (;;) {
     wait_for_job(workers);
     if (workers->shutdown) break;  // even with jobs queued: destroy drops them
-    vorn_job* job = workers->queue_head;
-    workers->queue_head = job->next;
-    vorn::store(&workers->cur_queue_size, workers->cur_queue_size - 1);
+    vorn_job* job = take_job(workers);
     pthread_mutex_unlock(&workers->queue_lock);
-    job->routine(job->arg);
-    std::free(job);
+    run_job(job);
     lock_soon(&workers->queue_lock);
   }
   pthread_mutex_unlock(&workers->queue_lock);
@@ -249,11 +265,23 @@ int vorn::add_jobs(pool* workers, void* (*routine)(void*), void* jobs, size_t jo
 
 int vorn::add_stage(pool* workers, void* (*routine)(void*), void* jobs, size_t job_bytes,
                     int count) {
-  // The slices of a stage do not wait for each other, so that more workers than processors would
+  // The slices of a stage do not wait for each other, so that more threads than processors would
   // only take turns.
   const int processors = workers->polls.processors;
+  const int threads = processors < workers->max_thread_num ? processors : workers->max_thread_num;
   return add_jobs(workers, routine, jobs, job_bytes, count,
-                  processors < workers->max_thread_num ? processors : workers->max_thread_num);
+                  submitter_helps(workers) ? threads - 1 : threads);
+}
+
+void vorn::help_stage(pool* workers, void* (*routine)(void*)) {
+  while (submitter_helps(workers) && load(workers->cur_queue_size) > 0) {
+    lock_soon(&workers->queue_lock);
+    const bool own = workers->queue_head && workers->queue_head->routine == routine;
+    vorn_job* job = own ? take_job(workers) : nullptr;
+    pthread_mutex_unlock(&workers->queue_lock);
+    if (!job) return;
+    run_job(job);
+  }
 }
 
 int vorn_threadpool_destroy(pool* workers) {

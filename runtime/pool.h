@@ -85,8 +85,13 @@ int create_pool(pool** out, int thread_num, int bind_core);
 int add_jobs(pool* workers, void* (*routine)(void*), void* jobs, size_t job_bytes, int count,
              int useful);
 
-// The same for the jobs of one stage. They may not wait for each other: no more workers are woken
-// than processors are there.
+// The same for the jobs of one stage. They may not wait for each other: no more threads work on
+// them than processors are there, the caller among them, who has to call help_stage next.
 int add_stage(pool* workers, void* (*routine)(void*), void* jobs, size_t job_bytes, int count);
+
+// Runs waiting jobs of this routine on the calling thread, which is on a processor already, where a
+// worker has to be woken and may end up behind another one. Not in a pool of one worker, and not
+// with bound ones.
+void help_stage(pool* workers, void* (*routine)(void*));
 
 }  // namespace vorn
