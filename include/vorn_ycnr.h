@@ -21,10 +21,10 @@
  * luma-denoised frame, which is the input of the chroma filter.
  *
  * Threads. One frame at a time per handle: a process call uses the handle's workers and scratch
- * memory alone and returns when the frame is done. A call that finds its handle in use by another
- * thread is refused with an ERROR log line. Different handles may be used on different threads at
- * the same time; they share nothing but the log level, which the last init sets. The workers block
- * all signals but those of their own faults.
+ * memory alone, works on the frame itself too and returns when it is done; it needs 128 KB of
+ * stack. A call that finds its handle in use by another thread is refused with an ERROR log line.
+ * Different handles may be used on different threads at the same time; they share nothing but the
+ * log level, which the last init sets. The workers block all signals but those of their own faults.
  *
  * Processes. A handle works in the process that made it. In a child of fork() frames are refused
  * with one ERROR log line, deinit frees the handle's memory, and handles made in the child work.
