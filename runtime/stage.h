@@ -33,7 +33,7 @@ template <typename Job, int N>
 int run_jobs(pool* workers, void* (*process)(void*), Job (&jobs)[N]) {
   reset_thread_done(workers);
   const int queued = add_stage(workers, process, jobs, sizeof(Job), N);
-  help_stage(workers, process);
+  if (queued > 0) help_stage(workers, process);
   const int result = sync_thread_done(workers, queued);
   return queued == N ? result : -1;
 }

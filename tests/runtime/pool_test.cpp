@@ -104,6 +104,50 @@ TEST(Pool, ThousandsOfShortStages) {
   }
 }
 
+struct place {
+  pthread_t* thread;
+  pool* workers;
+};
+
+void* tell_thread(void* arg) {
+  const place* job = static_cast<place*>(arg);
+  *job->thread = pthread_self();
+  one_thread_done(job->workers);
+  return nullptr;
+}
+
+// How many of a stage's four jobs ran on this thread, the workers asleep before.
+int own_jobs(int workers_number, int bind_core) {
+  pool* workers = nullptr;
+  EXPECT_EQ(vorn::create_pool(&workers, workers_number, bind_core), 0);
+  usleep(20000);
+  pthread_t threads[4];
+  place jobs[4];
+  for (int i = 0; i < 4; ++i) jobs[i] = {&threads[i], workers};
+  EXPECT_EQ(vorn::run_jobs(workers, tell_thread, jobs), 0);
+  int own = 0;
+  for (const pthread_t thread : threads) own += pthread_equal(thread, pthread_self()) != 0;
+  EXPECT_EQ(vorn_threadpool_destroy(workers), 0);
+  return own;
+}
+
+// A worker that is woken may end up behind the thread that works, so the submitter of a stage does
+// jobs itself: all of them where there is no second processor. Bound workers and a single one do
+// what is theirs.
+TEST(Pool, TheSubmitterOfAStageDoesJobs) {
+  cpu_set_t all, one;
+  ASSERT_EQ(sched_getaffinity(0, sizeof all, &all), 0);
+  CPU_ZERO(&one);
+  for (size_t cpu = 0; CPU_COUNT(&one) == 0; ++cpu)
+    if (CPU_ISSET(cpu, &all)) CPU_SET(cpu, &one);
+  log_capture quiet;  // of the binding
+  EXPECT_EQ(own_jobs(1, 0), 0);
+  EXPECT_EQ(own_jobs(4, 1), 0);
+  ASSERT_EQ(sched_setaffinity(0, sizeof one, &one), 0);
+  EXPECT_EQ(own_jobs(4, 0), 4);
+  EXPECT_EQ(sched_setaffinity(0, sizeof all, &all), 0);
+}
+
 void* count_one(void* workers) {
   one_thread_done(static_cast<pool*>(workers));
   return nullptr;

@@ -1,34 +1,7 @@
 #!/usr/bin/env bash
 # program_test.sh PROGRAM DIRECTORY: the program as a user runs it: exit codes, messages, pipes, whole
 # outputs or none.
-set -uo pipefail
-program=$1
-work=$2
-rm -rf "$work"
-mkdir -p "$work"
-cd "$work" || exit 1
-faults=0
-
-# check WHAT COMMAND...: the command must succeed.
-check() {
-  local what=$1
-  shift
-  if ! "$@"; then
-    echo "FAILED: $what"
-    faults=$((faults + 1))
-  fi
-}
-# refuses MESSAGE-PART ARGUMENT...: exit code 2, one line on standard error that holds the part.
-refuses() {
-  local part=$1 code
-  shift
-  "$program" "$@" >out.txt 2>err.txt
-  code=$?
-  if [ $code != 2 ] || [ "$(wc -l <err.txt)" != 1 ] || ! grep -qF -- "$part" err.txt; then
-    echo "FAILED: vorn-ycnr $* -> code $code: $(cat err.txt)"
-    faults=$((faults + 1))
-  fi
-}
+. "$(dirname "$0")/program_checks.sh"
 
 check "demo" "$program" demo -o demo --size 322x242 --noise 8 >demo.txt 2>demo_err.txt
 check "without a log" [ ! -s demo_err.txt ]
