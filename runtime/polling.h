@@ -26,6 +26,11 @@ inline int load(const int& counter) {
 inline void store(int* counter, int value) {
   __atomic_store_n(counter, value, __ATOMIC_SEQ_CST);
 }
+// A store that no later load of this thread overtakes, on emulators of AArch64 either: they let an
+// LDAR pass the STLR before it, which processors do not.
+inline void store_first(int* counter, int value) {
+  __atomic_exchange_n(counter, value, __ATOMIC_SEQ_CST);
+}
 inline int add(int* counter, int value) {
   return __atomic_add_fetch(counter, value, __ATOMIC_SEQ_CST);
 }

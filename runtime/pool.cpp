@@ -333,7 +333,7 @@ int sync_thread_done(pool* workers, int count) {
   const auto done = [workers, count] { return vorn::load(workers->done_count) == count; };
   if (vorn::poll(&workers->polls, done)) return 0;
   lock_soon(&workers->pro_lock);
-  vorn::store(&workers->awaited, count);
+  vorn::store_first(&workers->awaited, count);
   if (done()) {
     vorn::store(&workers->awaited, 0);
   } else {

@@ -116,11 +116,20 @@ void* tell_thread(void* arg) {
   return nullptr;
 }
 
+// Waits until so many workers sleep.
+void asleep(pool* workers, int count) {
+  for (int sleepers = -1; sleepers != count; usleep(100)) {
+    pthread_mutex_lock(&workers->queue_lock);
+    sleepers = workers->sleepers;
+    pthread_mutex_unlock(&workers->queue_lock);
+  }
+}
+
 // How many of a stage's four jobs ran on this thread, the workers asleep before.
 int own_jobs(int workers_number, int bind_core) {
   pool* workers = nullptr;
   EXPECT_EQ(vorn::create_pool(&workers, workers_number, bind_core), 0);
-  usleep(20000);
+  asleep(workers, workers_number);
   pthread_t threads[4];
   place jobs[4];
   for (int i = 0; i < 4; ++i) jobs[i] = {&threads[i], workers};
@@ -297,9 +306,16 @@ TEST(Pool, WorkersTakeNoSignals) {
   EXPECT_EQ(vorn_threadpool_destroy(workers), 0);
 }
 
+// Opens the gate once destroy has asked for the shutdown; the pool stays until its workers are
+// through.
 void* open_late(void* arg) {
-  usleep(20000);  // let destroy ask for the shutdown first
-  open_gate(static_cast<gate*>(arg));
+  const gate_job* first = static_cast<gate_job*>(arg);
+  for (int shutdown = 0; !shutdown; usleep(100)) {
+    pthread_mutex_lock(&first->workers->queue_lock);
+    shutdown = first->workers->shutdown;
+    pthread_mutex_unlock(&first->workers->queue_lock);
+  }
+  open_gate(first->at);
   return nullptr;
 }
 
@@ -315,7 +331,7 @@ TEST(Pool, DestroyDropsJobsThatNoWorkerHasTaken) {
   }
   wait_entered(&at, 2);
   pthread_t opener;
-  ASSERT_EQ(pthread_create(&opener, nullptr, open_late, &at), 0);
+  ASSERT_EQ(pthread_create(&opener, nullptr, open_late, &jobs[0]), 0);
   EXPECT_EQ(vorn_threadpool_destroy(workers), 0);
   pthread_join(opener, nullptr);
   EXPECT_EQ(at.entered, 2);
