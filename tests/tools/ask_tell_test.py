@@ -185,5 +185,34 @@ for what, line, words in (
     run = subprocess.run([program, "score"], input=line.encode(), capture_output=True)
     check(f"score, {what}", run.returncode == 2 and words in run.stderr.decode(), run.stderr)
 
+# A user of its own with few threads; whoever may not be another user leaves this out.
+OTHER = ["setpriv", "--reuid=61234", "--clear-groups", "--inh-caps=+dac_read_search", "--ambient-caps=+dac_read_search"]
+QUESTION = json.dumps({"ask": 8, "gain": 8, "sample": 0, "luma": [1, 3, 60, 40, 20, 0, 0, 5, 5, 5, 0, 0, 64, 0, 0]})
+os.rename("b/away.png", "b/clean.png")
+if subprocess.run([*OTHER, "true"], capture_output=True).returncode == 0:
+    tuning = subprocess.Popen([program, "tune", *SEARCH, "--ask-tell", "-o", "few.json"], **PIPES)
+    first = tuning.stdout.readline() + tuning.stdout.readline()  # the job, and a question without a denoiser
+    tuning.kill()
+    tuning.communicate()
+    for limit, threads in ((1, 1), (1, 4), (2, 1), (2, 4), (3, 2), (4, 4), (6, 4)):
+        run = subprocess.run([*OTHER, "prlimit", f"--nproc={limit}", program, "score", "--threads", str(threads)],
+                             input=first + (QUESTION + "\n").encode() * 10, capture_output=True, timeout=60)  # fmt: skip
+        good = run.returncode == 0 and run.stdout.count(b'"luma"') == 11 if limit > 1 else (
+            run.returncode == 2 and b"no thread" in run.stderr)  # fmt: skip
+        check(f"{limit} threads, --threads {threads}", good and b"error" not in run.stdout, run.stdout + run.stderr)
+    # The threads for its denoisers go to others after it has begun.
+    score = subprocess.Popen([*OTHER, "prlimit", "--nproc=9", program, "score", "--threads", "4"], **PIPES)
+    score.stdin.write(first)
+    score.stdin.flush()
+    score.stdout.readline()
+    others = [subprocess.Popen([*OTHER, "sleep", "60"]) for _ in range(8)]
+    while any(open(f"/proc/{other.pid}/comm").read() != "sleep\n" for other in others):
+        pass
+    said, words = score.communicate((QUESTION + "\n").encode() * 10, timeout=60)
+    check("threads that went elsewhere: no answers, and why", score.returncode == 2 and b"no thread" in words, said + words)
+    for other in others:
+        other.kill()
+        other.wait()
+
 print(f"{len(failed) - sum(failed)} passed, {sum(failed)} failed")
 sys.exit(any(failed))

@@ -1,5 +1,7 @@
 // vorn-ycnr score: answers the questions of `tune --ask-tell`, with the frames kept in memory.
+#include <algorithm>
 #include <condition_variable>
+#include <cstdlib>
 #include <deque>
 #include <filesystem>
 #include <iostream>
@@ -119,13 +121,17 @@ class frame_store {
   std::map<int64_t, std::shared_ptr<kept_sample>> kept_;
 };
 
-// Questions in, answers out, on several threads.
+// Questions in, answers out, on several threads or on the caller's. Where the system has no thread
+// left for a denoiser, the thread that wanted it hands its question back and ends; the last one
+// ends the program, so that whoever asked asks another one.
 class answering {
  public:
   explicit answering(int threads) {
-    for (int i = 1; i < threads && group_.start([this] { work(); }); ++i) {
-    }
-    has_threads_ = threads > 1;
+    // With its denoiser's, each is two.
+    const int most = threads > 1 ? std::min(threads, threads_to_be_had(2 * threads) / 2) : 0;
+    const std::lock_guard<std::mutex> guard(lock_);
+    while (most > 1 && working_ < most && group_.start([this] { work(); })) ++working_;
+    has_threads_ = working_ > 0;
   }
   ~answering() { end(); }
   answering(const answering&) = delete;
@@ -134,6 +140,7 @@ class answering {
   // The questions to come are about this job.
   void begin(const job_lines& job) { store_ = std::make_shared<frame_store>(job); }
 
+  // Throws no_threads where there is none but the caller's, and it cannot answer.
   void take(const question& q) {
     if (!store_) throw error("", "a question before the job");
     if (!has_threads_) return reply(q, *store_, own_);
@@ -142,14 +149,13 @@ class answering {
     ready_.notify_one();
   }
 
-  // Answers what is waiting. The calling thread helps.
+  // Waits until what is waiting has been answered.
   void end() {
     {
       const std::lock_guard<std::mutex> guard(lock_);
       ended_ = true;
     }
     ready_.notify_all();
-    if (has_threads_) work();
     group_.join();
   }
 
@@ -159,12 +165,31 @@ class answering {
     for (;;) {
       std::unique_lock<std::mutex> guard(lock_);
       ready_.wait(guard, [&] { return ended_ || !waiting_.empty(); });
-      if (waiting_.empty()) return;
+      if (waiting_.empty()) {
+        --working_;
+        return;
+      }
       const auto [q, store] = waiting_.front();
       waiting_.pop_front();
       guard.unlock();
-      reply(q, *store, runner);
+      try {
+        reply(q, *store, runner);
+      } catch (const no_threads& fault) {
+        guard.lock();
+        if (working_ == 1) give_up(fault);
+        --working_;
+        waiting_.emplace_front(q, store);
+        ready_.notify_one();
+        return;
+      }
     }
+  }
+
+  // The other thread waits for lines and cannot be told.
+  [[noreturn]] void give_up(const no_threads& fault) {
+    const std::lock_guard<std::mutex> guard(output_);
+    note(fault.what());
+    std::_Exit(kExitBadInput);
   }
 
   void reply(const question& q, frame_store& store, trial_runner& runner) {
@@ -174,6 +199,8 @@ class answering {
       a = store.answer_to(q, runner);
     } catch (const std::bad_alloc&) {
       a.error = "out of memory";
+    } catch (const no_threads&) {
+      throw;
     } catch (const std::exception& fault) {
       a.error = fault.what();
     }
@@ -185,6 +212,7 @@ class answering {
 
   thread_group group_;
   bool has_threads_ = false, ended_ = false;
+  int working_ = 0;  // threads that take questions
   trial_runner own_;
   std::shared_ptr<frame_store> store_;
   std::mutex lock_, output_;
@@ -213,6 +241,8 @@ int run(const score_options& o) {
         answers.begin(job);
       }
       if (kind == line_kind::question) answers.take(q);
+    } catch (const no_threads&) {
+      throw;
     } catch (const error& fault) {
       answers.end();
       throw error("standard input: line " + std::to_string(number), fault.what());

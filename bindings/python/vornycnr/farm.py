@@ -45,7 +45,8 @@ class TuneResult:
     stopped: bool
     trials: int = 0  # a tuning over all samples of a gain counting one
     scores: int = 0  # a tuning on one sample counting one
-    lost: int = 0  # batches that were lost with their worker and given to another one
+    retried: int = 0  # batches whose scorer failed, handed out again; those of a worker that is gone
+    # the scheduler gives to another one by itself, uncounted
     seconds: float = 0.0
     gains: List[Dict[str, Any]] = field(default_factory=list)  # what was found, by gain
 
@@ -255,7 +256,7 @@ class _Search:
             self.result.scores += len(questions)
             self.tell(future.result())
         elif tries < self.retries and not self.result.stopped:
-            self.result.lost += 1
+            self.result.retried += 1
             self.submit(questions, tries + 1)
         else:
             number = json.loads(questions[0])["ask"]
@@ -347,7 +348,7 @@ def tune(
     """Searches a tuning set; the file has the bytes that `vorn-ycnr tune ARGUMENTS` writes.
 
     arguments are those of the command, with -o. batch is how many scores a worker gets at a time, at
-    most; retries how often a batch whose worker was lost is given to another one. progress shows a
+    most; retries how often a batch is handed out again after its scorer failed. progress shows a
     line on standard error with the time left; None: when that is a terminal. Ctrl-C, or should_stop()
     becoming true, ends the search with the best so far in the file. FarmError where it fails.
     """
