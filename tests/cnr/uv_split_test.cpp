@@ -4,6 +4,8 @@
 
 #include <climits>
 #include <cstring>
+#include <numeric>
+#include <vector>
 
 #include "cnr/cnr_driver.h"
 #include "tests/support/canvas.h"
@@ -50,6 +52,24 @@ TEST(UvSplit, GainBeyondEightBits) {
     EXPECT_EQ(split_value(255, INT_MIN, 1)[0], 0);
     EXPECT_EQ(split_value(0, INT_MIN, 1)[0], 0);
   });
+}
+
+// Jobs of an odd number of bytes: every pair that begins in them is split or merged, whole.
+TEST(UvSplit, APairThatBeginsInTheLastByteIsTaken) {
+  for (int bytes : {1, 7, 33}) {
+    const int pairs = (bytes + 1) / 2;
+    std::vector<uint8_t> uv(36), u(20), v(20), merged(36);
+    std::iota(uv.begin(), uv.end(), uint8_t{1});
+    split_uv_job split{u.data(), v.data(), uv.data(), 0, 0, bytes, stage_handle()->pool};
+    split_UV_process(&split);
+    for (int i = 0; i < 20; ++i) {
+      EXPECT_EQ(u[i], i < pairs ? uv[2 * i] : 0) << bytes;
+      EXPECT_EQ(v[i], i < pairs ? uv[2 * i + 1] : 0) << bytes;
+    }
+    merge_uv_job merge{u.data(), v.data(), merged.data(), 0, bytes, stage_handle()->pool};
+    mergeUV_process(&merge);
+    for (int i = 0; i < 36; ++i) EXPECT_EQ(merged[i], i < 2 * pairs ? uv[i] : 0) << bytes;
+  }
 }
 
 TEST(UvSplit, FollowsTheModel) {
