@@ -130,8 +130,7 @@ outcome run_filters(denoise_handle_t* handle, frame* io, filters wanted) {
   pool* const workers = handle->pool;
   const bool fine = handle->fine, both = wanted.luma && wanted.chroma;
   // Dumps between the filters show whole frames. Otherwise only what no filter writes is copied.
-  const bool whole = fine || vorn::dumps("persist.vendor.cam.ynr2.output") ||
-                     vorn::dumps("persist.vendor.cam.cnr4.input");
+  const bool whole = fine || vorn::shows_frames_between_filters();
   const int luma = io->luma_bytes(), chroma = both && !whole ? io->chroma_bytes() : 0;
   io->copy_input(workers, wanted.luma ? luma + chroma : 0, io->bytes);
   if (wanted.luma && (fine ? vorn::ynr_process_fine(handle, &io->src, &io->dst, handle->grids)
@@ -150,7 +149,7 @@ outcome run_filters(denoise_handle_t* handle, frame* io, filters wanted) {
                                       : uni_color_noise_reduce_process(handle, &io->src, &io->dst,
                                                                        &handle->cnr_param);
   if (result == 0) return outcome::done;
-  if (both) take_luma();
+  if (both && !handle->keep_src) take_luma();
   return outcome::chroma_failed;
 }
 
@@ -171,6 +170,10 @@ vorn::handle_use::handle_use(denoise_handle_t* handle) : handle_(handle), refusa
 
 vorn::handle_use::~handle_use() {
   if (!refusal_) __atomic_store_n(&handle_->busy, 0, __ATOMIC_RELEASE);
+}
+
+bool vorn::shows_frames_between_filters() {
+  return dumps("persist.vendor.cam.ynr2.output") || dumps("persist.vendor.cam.cnr4.input");
 }
 
 void vorn::close_enlarged(denoise_handle_t* handle) {

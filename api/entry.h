@@ -36,6 +36,9 @@ using frame_process = int32_t (*)(denoise_handle_t* handle, _tag_uni_image* src,
 int32_t process_call(denoise_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst,
                      Denoise_Parameters_t* params, frame_process process);
 
+// Whether a dump between the filters is switched on, for which they write to the source.
+bool shows_frames_between_filters();
+
 // The process of vorn_ycnr_process.
 int32_t process_frame(denoise_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst,
                       Denoise_Parameters_t* params);

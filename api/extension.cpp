@@ -90,26 +90,34 @@ struct planes_call {
 int32_t planes_call::run(denoise_handle_t* on, int width, int height, int chroma_rows) {
   const size_t luma_bytes = bytes_of(width) * bytes_of(height);
   const size_t frame_bytes = luma_bytes * 3 / 2;
-  unsigned char* input = on ? packed_frames(on, frame_bytes) : nullptr;
-  if (!input) {
+  // Contiguous frames are read and written where they lie. Fine mode writes to its source.
+  const bool same_size = from.width == width && from.height == height;
+  const bool kept = same_size && vorn::is_packed(from) && !overlap(to, from) &&
+                    process_frame == vorn::process_frame && !vorn::shows_frames_between_filters();
+  const bool direct = same_size && vorn::is_packed(to) && !overlap(from, to);
+  const bool packs = !kept || !direct;
+  unsigned char* const packed = on && packs ? packed_frames(on, frame_bytes) : nullptr;
+  if (!on || (packs && !packed)) {
     VORN_LOG_AS(vorn::kLogError, name, "malloc failed\n");
     vorn::copy_planes(from, to, 0);
     return VORN_FAIL;
   }
-  vorn::pack_luma(on->pool, from, input, width, height);
-  if (chroma_rows > 0) vorn::pack_chroma(on->pool, from, input + luma_bytes, width, height / 2);
+  unsigned char* const input = kept ? from.plane[0] : packed;
+  if (!kept) {
+    vorn::pack_luma(on->pool, from, input, width, height);
+    if (chroma_rows > 0) vorn::pack_chroma(on->pool, from, input + luma_bytes, width, height / 2);
+  }
   if (chroma_rows < even(from.height) / 2) vorn::copy_planes(from, to, 1);
-
-  const bool direct =
-      to.width == width && to.height == height && vorn::is_packed(to) && !overlap(from, to);
-  unsigned char* result = direct ? to.plane[0] : input + frame_bytes;
+  unsigned char* const result = direct ? to.plane[0] : packed + frame_bytes;
   Denoise_Parameters_t params = {0, &luma, &chroma};
   _tag_uni_image src = {}, dst = {};
   src.width = dst.width = width;
   src.height = dst.height = height;
   src.plane[0] = input;
   dst.plane[0] = result;
+  on->keep_src = kept;
   const int32_t code = process_frame(on, &src, &dst, &params);
+  on->keep_src = false;
   if (!direct) {
     vorn::unpack_luma(on->pool, result, to, width);
     vorn::unpack_chroma(on->pool, result + luma_bytes, to, width, chroma_rows);

@@ -36,7 +36,8 @@ struct chroma_frame {
   chroma_level fine, coarse;
   vorn::stage_times stages;
 
-  bool luma_in_dst;  // filtered, and to be copied into src
+  bool luma_in_dst;  // filtered
+  bool keep_src;     // else luma in dst is copied into src
 
   void split();
   int take_luma() const;
@@ -71,7 +72,7 @@ void chroma_frame::split() {
              [=] { return luma_in_dst ? take_luma() : vorn::make_guide(cnr, src); });
 }
 
-// dst's luma into src and, halved, into the guide, a few rows at a time.
+// dst's luma into src, unless that is kept, and, halved, into the guide, a few rows at a time.
 int chroma_frame::take_luma() const {
   const unsigned char* const from = dst.plane[0];
   unsigned char* const to = src.plane[0];
@@ -82,8 +83,9 @@ int chroma_frame::take_luma() const {
     for (int y = begin; y < end; y += kRows) {
       const int until = std::min(y + kRows, end);
       const int last = until < guide.height ? 2 * until : src.height;
-      std::memcpy(to + 2 * y * stride, from + 2 * y * stride,
-                  static_cast<size_t>((last - 2 * y) * stride));
+      if (!keep_src)
+        std::memcpy(to + 2 * y * stride, from + 2 * y * stride,
+                    static_cast<size_t>((last - 2 * y) * stride));
       vorn::down2_rows(from, src.height, src.width, guide.plane[0], guide.width, guide.width, y,
                        until);
     }
@@ -343,7 +345,8 @@ int run_frame(denoise_handle_t* owner, const _tag_uni_image& src, const _tag_uni
                         vorn::level_of(owner->cnr, 0),
                         vorn::level_of(owner->cnr, 1),
                         {owner->cnr->pool->sink, kDriver, ""},
-                        luma_in_dst};
+                        luma_in_dst,
+                        luma_in_dst && owner->keep_src};
   frame.split();
   filter(&frame);
   frame.merge();

@@ -32,7 +32,8 @@ namespace vorn {
 int cnr_check_frame(const cnr_handle_t* handle, int width, int height, int scale);
 
 // One frame with the handle's tuning whose luma is filtered already, in dst: it goes into src on
-// its way to the guide. Errors as above; src's luma may then be of either kind.
+// its way to the guide, unless the handle says that src is kept. Errors as above; src's luma may
+// then be of either kind.
 int cnr_process_filtered(denoise_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst);
 
 // One frame with the handle's tuning in fine mode: coarse blotches are taken out before the

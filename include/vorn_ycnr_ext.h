@@ -52,11 +52,13 @@ typedef struct vorn_ycnr_planes {
 
 /* Denoises one frame from src into dst, which have the handle's size and the same layout. Other
  * than with vorn_ycnr_process, src is never written to, and dst may be src itself. A null tuning
- * switches its algorithm off. The handle keeps a packed copy of both frames from the first call on
- * (3 bytes per pixel). Of an odd height, the last row of chroma is the source's; an odd width has
- * its chroma copied, and is refused with the chroma filter on. dst's planes are src's, with the
- * same or another stride, or lie apart from them. Returns 0, or -1 with an ERROR log line; dst then
- * holds the input if both records are usable and have one layout and size. */
+ * switches its algorithm off. NV12 of the handle's size, both even, whose chroma follows its luma,
+ * all without gaps, is read and written where it lies; other frames are packed first, into memory
+ * that the handle keeps from the first of them on (3 bytes per pixel). Of an odd height, the last
+ * row of chroma is the source's; an odd width has its chroma copied, and is refused with the chroma
+ * filter on. dst's planes are src's, with the same or another stride, or lie apart from them.
+ * Returns 0, or -1 with an ERROR log line; dst then holds the input if both records are usable and
+ * have one layout and size. */
 VORN_API int32_t vorn_ycnr_process_planes(denoise_handle_t* handle, const vorn_ycnr_planes* src,
                                           const vorn_ycnr_planes* dst,
                                           const ycnr_ynr_tuning_param* ynr,

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "tests/support/frames.h"
+#include "tests/support/guarded.h"
 #include "tests/support/host.h"
 
 namespace {
@@ -111,6 +112,42 @@ TEST(Extension, PlanesGiveTheBytesOfTheContiguousFrame) {
         EXPECT_EQ(from.give(), dst.bytes());
         EXPECT_TRUE(from.surroundings_intact());
       }
+  }
+}
+
+// A camera's buffer, say, that other programs look at meanwhile.
+TEST(Extension, AContiguousSourceIsReadWhereItLies) {
+  constexpr int kWidth = 128, kHeight = 96;
+  constexpr size_t kBytes = kWidth * kHeight * 3 / 2;
+  denoiser one(kWidth, kHeight);
+  const guarded_buffer source(kBytes, guarded_buffer::side::begin);
+  for (int enables = 0; enables < 4; ++enables) {
+    for (int scale = 0; scale < 3; ++scale) {
+      frame src(kWidth, kHeight), dst(kWidth, kHeight);
+      tuning with(enables & 1, enables >> 1);
+      with.cnr.scale = scale;
+      src.draw(static_cast<uint32_t>(7 + scale));
+      ASSERT_EQ(mprotect(source.data(), kBytes, PROT_READ | PROT_WRITE), 0);
+      std::copy_n(src.bytes().begin(), kBytes, source.data());
+      ASSERT_EQ(mprotect(source.data(), kBytes, PROT_READ), 0);
+      ASSERT_EQ(one.run(src, dst, with), 0);
+      vorn_ycnr_planes from = {VORN_LAYOUT_NV12, kWidth, kHeight, {}, {kWidth, kWidth}};
+      from.plane[0] = source.data();
+      from.plane[1] = source.data() + kWidth * kHeight;
+      std::vector<uint8_t> result(kBytes);
+      vorn_ycnr_planes to = from;
+      to.plane[0] = result.data();
+      to.plane[1] = result.data() + kWidth * kHeight;
+      for (const auto call : {vorn_ycnr_process_planes, vorn_ycnr_process_any}) {
+        std::fill(result.begin(), result.end(), uint8_t{0xee});
+        ASSERT_EQ(call(one.get(), &from, &to, &with.ynr, &with.cnr), 0);
+        EXPECT_EQ(result, dst.bytes()) << enables << " scale " << scale;
+      }
+      planes apart(VORN_LAYOUT_NV12, kWidth, kHeight, 3);
+      ASSERT_EQ(vorn_ycnr_process_any(one.get(), &from, &apart.record, &with.ynr, &with.cnr), 0);
+      EXPECT_EQ(apart.give(), dst.bytes());
+      ASSERT_EQ(vorn_ycnr_process_any_fine(one.get(), &from, &to, &with.ynr, &with.cnr), 0);
+    }
   }
 }
 

@@ -347,8 +347,10 @@ static void test_made_and_destroyed_500_times(void) {
       kilobytes = status_value("VmRSS:");
     }
   }
-  CHECK(bnum_allocs() == blocks);
-  CHECK(status_value("Threads:") == threads);
+  /* libobs's own threads hold a block or two at times, and a thread that was joined is counted for a
+   * moment; what each of 400 filters left behind would be 400. */
+  CHECK(bnum_allocs() < blocks + 50);
+  CHECK(status_value("Threads:") < threads + 50);
   const long grown = status_value("VmRSS:") - kilobytes;
   fprintf(stderr, "400 filters: %ld KB more, %ld threads\n", grown, threads);
   CHECK(grown < 1024); /* one leaked denoiser of this size would be 0.3 MB each time */
