@@ -26,6 +26,18 @@ check "tune" "$program" tune demo/clean.png --sensor sensor.json --rounds 1 --lu
 check "its gains" grep -qE '^ +16 ' tune.txt
 check "auto, own set" "$program" denoise demo/noisy_gain16.png -o d.png --sensor sensor.json --tuning own.json 2>auto.txt
 says "(entry 16)" auto.txt
+# Two shots of a scene without a clean one; the gain that is not told comes from their noise.
+for seed in 1 2; do
+  check "shot" "$program" noise demo/clean.png --add 8 --seed $seed -o shot_$seed.png
+done
+check "burst" "$program" tune --burst shot_1.png shot_2.png --luma-only --rounds 1 -o burst.json >burst.txt 2>gain.txt
+says "shots held against each other" burst.json
+check "gain of the noise" grep -qE 'shot_1.png: gain ([789]|[789]\.[0-9]),' gain.txt
+refuses "are the same picture" tune --burst 8 shot_1.png shot_1.png --force -o x.json
+refuses "much the noisier" tune --burst 8 shot_1.png demo/clean.png -o x.json
+refuses "has psnr alone" tune --burst 8 shot_1.png shot_2.png --objective mix -o x.json
+refuses "clean pictures stand before it" tune --burst shot_1.png shot_2.png demo/clean.png -o x.json
+refuses "its size differs" tune --burst 8 shot_1.png clean_192x192.nv12 -o x.json
 refuses "tells no ISO" noise demo/clean.png --fit -o x.json
 refuses "2 gains for 1 files" noise demo/clean.png --fit --gain 1,2 -o x.json
 refuses "no evenly lit surface" noise demo/noisy_gain16.png --fit --gain 16 -o x.json

@@ -3,13 +3,16 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <nlohmann/json.hpp>
+#include <random>  // the normal distribution
 
 #include "tests/support/pictures.h"
 #include "tools/denoiser.h"
 #include "tools/error.h"
 #include "tools/lab/chart.h"
 #include "tools/lab/metrics.h"
+#include "tools/lab/pair_check.h"
 #include "tools/lab/report_page.h"
 
 namespace vorn::tool {
@@ -85,6 +88,91 @@ TEST(Search, ChromaTrialsSeeTheLumaResult) {
   frame f = samples[0].noisy;
   denoiser(f.padded_width, f.padded_height).run(f, t);
   EXPECT_NEAR(psnr_apart, compare_frames(f, samples[0].clean).psnr_uv, 1e-9);
+}
+
+// The clean picture with normal noise; correlated with the left neighbour's by `lag`. Nothing is
+// clipped: clipped noise has another mean, which no shot can tell from the scene.
+frame shot_of(const frame& clean, double deviation, double lag, uint64_t seed) {
+  vorn_test::random_source engine(seed);
+  std::normal_distribution<double> noise(0, deviation / std::sqrt(1 + lag * lag));
+  frame f = clean;
+  double before[2] = {0, 0};
+  for (size_t i = 0; i < f.data.size(); ++i) {
+    const double now = noise(engine);
+    double& last = before[f.data.data() + i < f.chroma() ? 0 : i % 2];
+    f.data[i] = static_cast<uint8_t>(std::lround(clean.data[i] + now + lag * last));
+    last = now;
+  }
+  return f;
+}
+
+// Two shots of one scene, each held against the other.
+std::vector<tuning_sample> shots_of(const frame& clean, double deviation, double lag) {
+  const frame a = shot_of(clean, deviation, lag, 1), b = shot_of(clean, deviation, lag, 2);
+  const double luma = mean_squared_error(luma_view(a), luma_view(b)) / 2;
+  const double chroma =
+      (mean_squared_error(u_view(a), u_view(b)) + mean_squared_error(v_view(a), v_view(b))) / 4;
+  return {{"a", b, a, luma, chroma}, {"b", a, b, luma, chroma}};
+}
+
+TEST(Burst, EstimatesPsnrWithoutTheCleanPicture) {
+  frame clean = draw_chart(320, 240);
+  for (uint8_t& b : clean.data) b = static_cast<uint8_t>(64 + b / 2);
+  for (const double deviation : {1.5, 4.0, 10.0}) {
+    for (const double lag : {0.0, 0.5}) {
+      const std::vector<tuning_sample> shots = shots_of(clean, deviation, lag);
+      std::vector<tuning_sample> known;
+      for (const tuning_sample& s : shots) known.push_back({s.name, clean, s.noisy});
+      tuning_bench estimate(shots, objective::psnr, 1), truth(known, objective::psnr, 1);
+      std::vector<tuning> tunings;
+      for (const double strength : {1.0, 8.0, 64.0})
+        tunings.push_back(default_tuning_set().nearest(strength).values);
+      const auto luma = estimate.score_luma(tunings, false), is = truth.score_luma(tunings, false);
+      estimate.use_luma(tunings[1]);
+      truth.use_luma(tunings[1]);
+      const auto chroma = estimate.score_chroma(tunings, true);
+      const auto chroma_is = truth.score_chroma(tunings, false);
+      for (size_t i = 0; i < tunings.size(); ++i) {
+        EXPECT_NEAR(luma[i].psnr, is[i].psnr, 0.2) << deviation << ", " << lag << ": tuning " << i;
+        EXPECT_NEAR(chroma[i].psnr, chroma_is[i].psnr, 0.2)
+            << deviation << ", " << lag << ": tuning " << i;
+        EXPECT_EQ(chroma[i].ssim, 0);  // nothing is said of structure
+      }
+      EXPECT_NEAR(estimate.score_input_luma().psnr, truth.score_input_luma().psnr, 0.1);
+    }
+  }
+}
+
+TEST(Burst, ShotsHaveToDifferByNoiseAlone) {
+  const frame wide = draw_chart(336, 240);
+  const auto part = [&](int left) {
+    frame f = make_frame(320, 240);
+    for (int y = 0; y < 240; ++y)
+      std::copy_n(wide.luma() + y * 336 + left, 320, f.luma() + y * 320);
+    for (int y = 0; y < 120; ++y)
+      std::copy_n(wide.chroma() + y * 336 + left, 320, f.chroma() + y * 320);
+    return f;
+  };
+  const frame clean = part(8);
+  for (const double gain : {1.0, 8.0, 64.0})
+    EXPECT_EQ(fault_of_shots(vorn_test::noisy(clean, gain, 1), vorn_test::noisy(clean, gain, 2)),
+              "")
+        << gain;
+  const frame a = vorn_test::noisy(clean, 8, 1);
+  const auto fault = [&](const frame& b) { return fault_of_shots(a, b); };
+  EXPECT_NE(fault(a).find("same picture"), std::string::npos);
+  EXPECT_NE(fault(vorn_test::noisy(part(10), 8, 2)).find("beside the first"), std::string::npos);
+  EXPECT_NE(fault(clean).find("much the noisier"), std::string::npos);
+  EXPECT_NE(fault(vorn_test::noisy(clean, 32, 2)).find("much the noisier"), std::string::npos);
+  frame brighter = vorn_test::noisy(clean, 8, 2), warmer = brighter, moved = brighter;
+  for (uint8_t* p = brighter.luma(); p != brighter.chroma(); ++p)
+    *p = static_cast<uint8_t>(std::min(255, *p + 2));
+  EXPECT_NE(fault(brighter).find("luma of the second shot is 2.0 grey levels higher"),
+            std::string::npos);
+  for (size_t i = 1; i < size_t{320} * 120; i += 2) warmer.chroma()[i] += 3;
+  EXPECT_NE(fault(warmer).find("V of the second shot"), std::string::npos);
+  for (int y = 64; y < 112; ++y) std::fill_n(moved.luma() + y * 320 + 96, 48, uint8_t{90});
+  EXPECT_NE(fault(moved).find("something moved"), std::string::npos);
 }
 
 TEST(Figures, LostTexture) {

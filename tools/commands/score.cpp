@@ -82,7 +82,7 @@ class frame_store {
     guard.unlock();  // the sample itself stays as it is from now on
     naming(s.name, [&] {
       sample_figures& half = wanted.luma ? a.figures.luma : a.figures.chroma;
-      half = runner.run(std::move(input), t, s.clean, wanted, goal_);
+      half = runner.run(std::move(input), t, s.held_against(), wanted, goal_);
     });
     return a;
   }

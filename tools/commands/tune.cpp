@@ -42,7 +42,7 @@ void on_interrupt(int) {
 }
 
 std::string description(const tune_options& o) {
-  const size_t pictures = o.clean.size() + o.pairs.size();
+  const size_t pictures = o.clean.size() + o.pairs.size() + 2 * o.bursts.size();
   std::string text = "Searched for best " + o.objective_name + " on " + std::to_string(pictures) +
                      (pictures == 1 ? " picture" : " pictures");
   if (!o.clean.empty()) {
@@ -50,6 +50,7 @@ std::string description(const tune_options& o) {
             short_number(o.model.read_noise) + " e, luma blur";
     for (double blur : o.luma_blurs) text += " " + short_number(blur);
   }
+  if (!o.bursts.empty()) text += "; shots held against each other, PSNR as estimated";
   return text + ".";
 }
 
@@ -58,6 +59,7 @@ void open_output(const tune_options& o, const std::string& path, std::optional<o
   if (path.empty()) return;
   std::vector<std::string> inputs = o.clean;
   for (const noisy_pair& pair : o.pairs) inputs.insert(inputs.end(), {pair.noisy, pair.clean});
+  for (const shot_pair& burst : o.bursts) inputs.insert(inputs.end(), {burst.first, burst.second});
   refuse_replacing(path, inputs);
   if (!o.force) refuse_replacing(path, {o.start_file});
   file.emplace(path);
@@ -118,7 +120,6 @@ class tuning_run {
     gains_ = all_gains(o);
     open_output(o, o.output, set_file_);
     open_output(o, o.report, report_file_);
-    check_options(o);
     if (o.ask_tell) {
       if (o.output == "-") throw error("--output", "standard output is taken by --ask-tell");
       engine_.emplace(STDIN_FILENO, STDOUT_FILENO, stop_requested);
@@ -230,7 +231,9 @@ class tuning_run {
       const tuning_sample& s = samples[i];
       frame after = s.noisy;
       denoiser(after.padded_width, after.padded_height).run(after, r.best);
-      entry.pictures.push_back(make_report_picture(s.name, s.noisy, after, s.clean, pixels));
+      const frame none;
+      entry.pictures.push_back(make_report_picture(
+          s.name, s.noisy, after, s.held_against().noisy() ? none : s.clean, pixels));
     }
     entry.pictures_left_out = samples.size() - pictures;
     entries_.push_back(std::move(entry));
@@ -271,6 +274,8 @@ class tuning_run {
 
 int run(tune_options o) {
   take_sensor(o);
+  check_options(o);
+  find_gains(o);
   return tuning_run(o).run();
 }
 
@@ -284,7 +289,7 @@ void add_tune(CLI::App& program, job& chosen) {
   command->footer(
       "All inputs and outputs are checked first; pairs have to lie upon each other to a third of "
       "a\n"
-      "pixel. Ctrl-C ends the search and keeps the best so far.\n"
+      "pixel, shots of --burst to a sixth. Ctrl-C ends the search and keeps the best so far.\n"
       "--ask-tell leaves the trials, and the reading of the pictures, to an engine of\n"
       "your own that talks in JSON lines: docs/farm.md. vorn-ycnr score answers them.\n"
       "Example:\n"

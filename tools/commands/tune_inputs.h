@@ -16,9 +16,16 @@ struct noisy_pair {
   std::string noisy, clean;
 };
 
+// Two noisy shots of one still scene.
+struct shot_pair {
+  double gain = 0;  // 0: not told
+  std::string first, second;
+};
+
 struct tune_options {
   std::vector<std::string> clean;
   std::vector<noisy_pair> pairs;
+  std::vector<shot_pair> bursts;
   std::vector<double> gains = {1, 2, 4, 8, 16, 32, 64};
   std::string objective_name = "psnr";
   std::string start_file;
@@ -43,10 +50,14 @@ void add_tune_options(CLI::App& command, tune_options& o);
 // --sensor, where it is given: its noise, and its gains unless there are others.
 void take_sensor(tune_options& o);
 
+// Gains of bursts that were not told: from EXIF ISO, else from the noise; in words what was taken.
+void find_gains(tune_options& o);
+
 // Rising, each once.
 std::vector<double> all_gains(const tune_options& o);
 // The pictures of one gain with their noise: clean pictures first, every one with every blur, then
-// the pairs, in the order of the command line.
+// the pairs, then the bursts, each shot of them held against the other, in the order of the command
+// line.
 size_t sample_count(const tune_options& o, double gain);
 tuning_sample sample_at(const tune_options& o, double gain, size_t index);
 std::vector<tuning_sample> samples_for(const tune_options& o, double gain);
@@ -54,7 +65,8 @@ std::vector<tuning_sample> samples_for(const tune_options& o, double gain);
 void check_options(const tune_options& o);
 // Reads every input once: a name that is wrong must not come to light after an hour of search.
 void check_inputs(const tune_options& o);
-// An `error` when it is one of a pair that does not lie upon the other, unless --force takes it.
+// An `error` when it is one of a pair or a burst that does not fit the other, unless --force takes
+// it.
 void check_sample(const tune_options& o, double gain, size_t index, const tuning_sample& s);
 
 }  // namespace vorn::tool

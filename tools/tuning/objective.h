@@ -22,10 +22,23 @@ constexpr double kTexturePrice = 6;
 // block-wise deviations on the clean ones.
 double lost_texture(const frame& f, const frame& clean);
 
-// Figures of one frame against its clean version, as far as they are wanted. Sums and quotients
+// What a frame is held against: its clean version, or another shot of the scene with noise of its
+// own. Such noise is not known to the frame, so it adds its variance to the squared error,
+// E (f - other)^2 = E (f - clean)^2 + variance, and is taken off again.
+struct reference {
+  const frame& picture;
+  double luma_noise = 0, chroma_noise = 0;  // variance, of chroma the mean of U's and V's; 0: clean
+
+  bool noisy() const { return luma_noise > 0 || chroma_noise > 0; }
+};
+
+// Figures of one frame against its reference, as far as they are wanted. Sums and quotients
 // alone, so that they have the same bits on every machine; logarithms are taken where they meet.
 struct sample_figures {
-  double mse = 0;  // of Y, or the mean of U's and V's; grey levels squared
+  // Of Y, or the mean of U's and V's; grey levels squared. Against a noisy reference an estimate,
+  // at least a hundredth of the reference's noise.
+  double mse = 0;
+  // Against a clean reference only: noise hides structure and texture.
   double ssim = 0;
   double lost_texture = 0;  // luma only
 };
@@ -39,8 +52,8 @@ struct tuning_score {
 };
 
 // all: with every figure, else with those that the objective needs.
-sample_figures luma_figures(const frame& f, const frame& clean, objective goal, bool all);
-sample_figures chroma_figures(const frame& f, const frame& clean, objective goal, bool all);
+sample_figures luma_figures(const frame& f, const reference& r, objective goal, bool all);
+sample_figures chroma_figures(const frame& f, const reference& r, objective goal, bool all);
 // Means over `count` samples, and the value under the objective in dB.
 tuning_score combine(const sample_figures* each, size_t count, objective goal);
 

@@ -45,7 +45,7 @@ class local_scorer : public scorer {
       const tuning& t = wanted.candidates[i / samples_.size()];
       naming(samples_[at].name, [&] {
         result.figures[i] = runner.run(wanted.luma ? samples_[at].noisy : luma_results_[at], t,
-                                       samples_[at].clean, wanted, goal_);
+                                       samples_[at].held_against(), wanted, goal_);
       });
       result.done[i] = 1;
     });
@@ -105,15 +105,16 @@ void trial_runner::denoise(frame& f, const tuning& t) {
   place->run(f, t);
 }
 
-sample_figures trial_runner::run(frame f, const tuning& t, const frame& clean,
+sample_figures trial_runner::run(frame f, const tuning& t, const reference& r,
                                  const trials_wanted& wanted, objective goal) {
   denoise(f, t);
-  return wanted.luma ? luma_figures(f, clean, goal, wanted.all)
-                     : chroma_figures(f, clean, goal, wanted.all);
+  return wanted.luma ? luma_figures(f, r, goal, wanted.all)
+                     : chroma_figures(f, r, goal, wanted.all);
 }
 
 sample_input figures_of_input(const tuning_sample& s, objective goal) {
-  return {luma_figures(s.noisy, s.clean, goal, true), chroma_figures(s.noisy, s.clean, goal, true)};
+  const reference r = s.held_against();
+  return {luma_figures(s.noisy, r, goal, true), chroma_figures(s.noisy, r, goal, true)};
 }
 
 tuning half_of(tuning t, bool luma) {

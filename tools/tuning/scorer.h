@@ -18,7 +18,12 @@ namespace vorn::tool {
 
 struct tuning_sample {
   std::string name;
-  frame clean, noisy;
+  frame clean;  // or another shot, whose noise is below
+  frame noisy;
+  // Variance of the noise of `clean`, grey levels squared; of chroma the mean of U's and V's.
+  double luma_noise = 0, chroma_noise = 0;
+
+  reference held_against() const { return {clean, luma_noise, chroma_noise}; }
 };
 
 // A sample as it came in.
@@ -65,8 +70,8 @@ std::unique_ptr<scorer> score_here(const std::vector<tuning_sample>& samples, ob
 class trial_runner {
  public:
   void denoise(frame& f, const tuning& t);
-  // Of f after t, against clean.
-  sample_figures run(frame f, const tuning& t, const frame& clean, const trials_wanted& wanted,
+  // Of f after t, against r.
+  sample_figures run(frame f, const tuning& t, const reference& r, const trials_wanted& wanted,
                      objective goal);
 
  private:

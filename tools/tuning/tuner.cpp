@@ -45,8 +45,8 @@ tuning guess_tuning(const std::vector<sample_input>& inputs) {
 tuning guess_tuning(const std::vector<tuning_sample>& samples) {
   std::vector<sample_input> inputs;
   for (const tuning_sample& s : samples)
-    inputs.push_back({luma_figures(s.noisy, s.clean, objective::psnr, false),
-                      chroma_figures(s.noisy, s.clean, objective::psnr, false)});
+    inputs.push_back({luma_figures(s.noisy, s.held_against(), objective::psnr, false),
+                      chroma_figures(s.noisy, s.held_against(), objective::psnr, false)});
   return guess_tuning(inputs);
 }
 

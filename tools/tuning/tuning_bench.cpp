@@ -18,11 +18,16 @@ field_values values_of(const tuning& t) {
 
 }  // namespace
 
+struct known_score {
+  tuning_score score;
+  bool all;  // with every figure
+};
+
 struct tuning_bench::state {
   std::unique_ptr<scorer> where;
   objective goal;
   std::vector<sample_input> inputs;  // none yet: empty
-  std::map<field_values, tuning_score> luma_known, chroma_known;
+  std::map<field_values, known_score> luma_known, chroma_known;
   int trials = 0;
   const std::atomic<bool>* stop = nullptr;
 
@@ -40,7 +45,7 @@ struct tuning_bench::state {
       keys.push_back(values_of(t));
       const bool repeated = std::find(keys.begin(), keys.end() - 1, keys.back()) != keys.end() - 1;
       const auto found = known.find(keys.back());
-      const bool done = found != known.end() && (!all || found->second.ssim > 0);
+      const bool done = found != known.end() && (!all || found->second.all);
       if (!repeated && !done) todo.candidates.push_back(t);
     }
     const trials_done parts = where->run(todo, stop);
@@ -48,7 +53,8 @@ struct tuning_bench::state {
     for (size_t i = 0; i < todo.candidates.size(); ++i) {
       const char* const first = parts.done.data() + i * samples;
       if (std::find(first, first + samples, 0) != first + samples) continue;
-      known[values_of(todo.candidates[i])] = combine(&parts.figures[i * samples], samples, goal);
+      known[values_of(todo.candidates[i])] = {combine(&parts.figures[i * samples], samples, goal),
+                                              all};
       ++trials;
     }
     tuning_score left_out;
@@ -56,7 +62,7 @@ struct tuning_bench::state {
     std::vector<tuning_score> scores;
     for (const auto& key : keys) {
       const auto found = known.find(key);
-      scores.push_back(found == known.end() ? left_out : found->second);
+      scores.push_back(found == known.end() ? left_out : found->second.score);
     }
     return scores;
   }
@@ -113,9 +119,9 @@ void tuning_bench::heed(const std::atomic<bool>* stop) {
 std::vector<std::pair<int32_t, double>> tuning_bench::best_per_value(int field) const {
   const auto& known = tuning_field_at(field).luma ? state_->luma_known : state_->chroma_known;
   std::map<int32_t, double> best;
-  for (const auto& [values, score] : known) {
-    const auto [at, fresh] = best.emplace(values[field], score.value);
-    if (!fresh) at->second = std::max(at->second, score.value);
+  for (const auto& [values, entry] : known) {
+    const auto [at, fresh] = best.emplace(values[field], entry.score.value);
+    if (!fresh) at->second = std::max(at->second, entry.score.value);
   }
   return {best.begin(), best.end()};
 }
