@@ -1,22 +1,13 @@
-// Steadies a denoised stream: where nothing moves, a frame is blended with the one before it.
-//
-// Runs after the filter, on its results, so that motion is judged on pictures with little noise
-// left. Luma is cut into blocks of 8x8. A block is still when the mean of its absolute differences
-// to the former result, and the difference of the block means of luma and of both chroma planes,
-// stay within what the noise explains. A still block takes 11/16 of the
-// former result; towards 1.5 times the limit that share falls to nothing, and a block takes the
-// least share of the blocks around it, between whose centres shares are interpolated. No sample
-// moves by more than two deviations of that noise, so what the test misses leaves no ghost. A
-// frame in which most blocks move is a cut and stays as it is. Integers only: the same bytes on
-// every machine.
+// Steadies a denoised stream of frames: vorn_temporal.h in the tool's terms.
 #pragma once
 
-#include <cstdint>
-#include <optional>
-#include <vector>
+#include <memory>
+#include <new>
 
+#include "tools/error.h"
 #include "tools/picture/frame.h"
 #include "tools/tuning/tuning_set.h"
+#include "vorn_temporal.h"
 
 namespace vorn::tool {
 
@@ -24,15 +15,22 @@ class temporal_blend {
  public:
   // Blends f, the next frame of the stream as t has denoised it, with the result of the call
   // before. The first frame, and one of another size, stay as they are.
-  void run(frame& f, const tuning& t);
-
-  // Frames taken for the first after a cut.
-  int cuts() const { return cuts_; }
+  void run(frame& f, const tuning& t) {
+    if (!stream_) stream_.reset(vorn_tuning_temporal_new());
+    const int32_t stride = f.padded_width;
+    const vorn_ycnr_planes planes = {
+        VORN_LAYOUT_NV12, f.width, f.height, {f.luma(), f.chroma(), nullptr}, {stride, stride, 0}};
+    const int32_t code = stream_ ? vorn_tuning_temporal_run(stream_.get(), &planes, &t.luma)
+                                 : int32_t{VORN_TUNING_MEMORY};
+    if (code == VORN_TUNING_MEMORY) throw std::bad_alloc();
+    if (code < 0) throw error("--temporal", vorn_tuning_result_text(code));
+  }
 
  private:
-  std::optional<frame> former_;
-  std::vector<uint8_t> shares_, least_;
-  int cuts_ = 0;
+  struct freeing {
+    void operator()(vorn_temporal* stream) const { vorn_tuning_temporal_free(stream); }
+  };
+  std::unique_ptr<vorn_temporal, freeing> stream_;
 };
 
 }  // namespace vorn::tool

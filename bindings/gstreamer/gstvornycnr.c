@@ -102,6 +102,7 @@ static gboolean gst_vorn_ycnr_set_info(GstVideoFilter* filter, GstCaps* in_caps,
   ycnr_init_param size = {padded_width(GST_VIDEO_INFO_WIDTH(in_info)),
                           padded_height(GST_VIDEO_INFO_HEIGHT(in_info))};
   memset(self->follower, 0, sizeof *self->follower);
+  vorn_tuning_temporal_reset(self->blend);
   if (self->handle && self->width == size.width && self->height == size.height) return TRUE;
 
   release_denoiser(self);
@@ -167,6 +168,7 @@ static gboolean gst_vorn_ycnr_sink_event(GstBaseTransform* base, GstEvent* event
     GST_OBJECT_LOCK(self);
     pace_flush(&self->pace);
     GST_OBJECT_UNLOCK(self);
+    vorn_tuning_temporal_reset(self->blend); /* in line with the frames, as they are */
   }
   if (GST_EVENT_TYPE(event) == GST_EVENT_TAG || GST_EVENT_TYPE(event) == GST_EVENT_STREAM_START)
     hear_iso(self, event);
@@ -244,6 +246,22 @@ static void count_frame(GstVornYcnr* self, GstClockTime time) {
     gst_element_post_message(GST_ELEMENT(self), gst_message_new_latency(GST_OBJECT(self)));
 }
 
+/* Behind the filter, where "temporal" is on; switched on again, it begins anew. Without memory for
+ * the frame before, frames go on as they are. */
+static void steady_frame(GstVornYcnr* self, const vorn_ycnr_planes* frame,
+                         const ycnr_ynr_tuning_param* luma) {
+  GST_OBJECT_LOCK(self);
+  const gboolean on = self->temporal;
+  GST_OBJECT_UNLOCK(self);
+  if (!on) {
+    vorn_tuning_temporal_reset(self->blend);
+    return;
+  }
+  if (!self->blend) self->blend = vorn_tuning_temporal_new();
+  if (vorn_tuning_temporal_run(self->blend, frame, luma) < 0)
+    GST_WARNING_OBJECT(self, "a frame of %dx%d is not blended", frame->width, frame->height);
+}
+
 static GstFlowReturn gst_vorn_ycnr_transform_frame(GstVideoFilter* filter, GstVideoFrame* in,
                                                    GstVideoFrame* out) {
   GstVornYcnr* self = GST_VORN_YCNR(filter);
@@ -261,6 +279,7 @@ static GstFlowReturn gst_vorn_ycnr_transform_frame(GstVideoFilter* filter, GstVi
                       ("luma levels %d, chroma scale %d", luma.layer, chroma.scale));
     return GST_FLOW_ERROR;
   }
+  steady_frame(self, &to, &luma);
   count_frame(self, gst_util_get_timestamp() - start);
   return GST_FLOW_OK;
 }
@@ -269,6 +288,7 @@ static void gst_vorn_ycnr_finalize(GObject* object) {
   GstVornYcnr* self = GST_VORN_YCNR(object);
   release_denoiser(self);
   g_free(self->follower);
+  vorn_tuning_temporal_free(self->blend);
   g_free(self->tuning_file);
   G_OBJECT_CLASS(gst_vorn_ycnr_parent_class)->finalize(object);
 }

@@ -9,6 +9,7 @@
 
 #include "pace.h"
 #include "vorn_noise.h"
+#include "vorn_temporal.h"
 #include "vorn_tuning.h"
 #include "vorn_ycnr.h"
 
@@ -27,6 +28,7 @@ struct _GstVornYcnr {
   gboolean luma;
   gboolean chroma;
   gboolean fine;
+  gboolean temporal;
   vorn_tuning_set* tuning; /* never NULL between start and stop */
   Pace pace;
 
@@ -34,6 +36,7 @@ struct _GstVornYcnr {
   denoise_handle_t* handle;
   gint width, height;            /* of the handle: padded */
   vorn_noise_follower* follower; /* of the automatic gain */
+  vorn_temporal* blend;          /* NULL before "temporal" is first on */
 };
 
 /* Properties, with their texts and ranges, into the class; their defaults into an instance. */

@@ -13,6 +13,7 @@ enum {
   PROP_LUMA,
   PROP_CHROMA,
   PROP_FINE,
+  PROP_TEMPORAL,
   PROP_STATS
 };
 
@@ -73,6 +74,9 @@ static void set_property(GObject* object, guint id, const GValue* value, GParamS
     case PROP_FINE:
       self->fine = g_value_get_boolean(value);
       break;
+    case PROP_TEMPORAL:
+      self->temporal = g_value_get_boolean(value);
+      break;
     default:
       G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
   }
@@ -103,6 +107,9 @@ static void get_property(GObject* object, guint id, GValue* value, GParamSpec* s
       break;
     case PROP_FINE:
       g_value_set_boolean(value, self->fine);
+      break;
+    case PROP_TEMPORAL:
+      g_value_set_boolean(value, self->temporal);
       break;
     case PROP_STATS:
       g_value_take_boxed(value, pace_stats(&self->pace));
@@ -168,6 +175,13 @@ void gst_vorn_ycnr_install_properties(GObjectClass* object) {
           "Filter on four shifted grids of blocks and take out coarse blotches of "
           "colour: luma 0.1 to 0.4 dB better, chroma 0.7 to 1.1, in about four times "
           "the time",
+          FALSE, at_any_time));
+  g_object_class_install_property(
+      object, PROP_TEMPORAL,
+      g_param_spec_boolean(
+          "temporal", "Temporal blend",
+          "Blend what stands still with the frame before, against flicker; begins anew at a cut, "
+          "a seek and new caps",
           FALSE, at_any_time));
   g_object_class_install_property(
       object, PROP_STATS,

@@ -167,6 +167,10 @@ for _name, _result, _arguments in (
     ("save", c_int32, (c_void_p, c_char_p, POINTER(Fault))),
     ("check", c_int32, (*_records, POINTER(Fault))),
     ("version", c_char_p, ()),
+    ("temporal_new", c_void_p, ()),
+    ("temporal_free", None, (c_void_p,)),
+    ("temporal_reset", None, (c_void_p,)),
+    ("temporal_run", c_int32, (c_void_p, POINTER(Planes), POINTER(LumaParam))),
     ("follow", c_int32, (POINTER(Follower), c_void_p, c_void_p, POINTER(NoiseFrame), *_records)),
 ):
     _declare(tuning_lib, "vorn_tuning_" + _name, _result, *_arguments)

@@ -37,6 +37,7 @@ class Denoiser:
 
     def __init__(self, width: int, height: int, *, workers: int = 4) -> None:
         self._handle: Optional[int] = None
+        self._blend: Optional[int] = None
         width, height, workers = map(operator.index, (width, height, workers))
         if width < 1 or height < 1:
             raise ValueError(f"a frame of {width}x{height} has no pixels")
@@ -61,12 +62,19 @@ class Denoiser:
         """Frees the denoiser, after the frame at hand if another thread is in one. May be repeated."""
         if self._process != os.getpid():
             # Nobody in a forked child is in a frame, whatever the copied lock says.
-            handle, self._handle = self._handle, None
+            handle, blend = self._take()
         else:
             with self._lock:
-                handle, self._handle = self._handle, None
+                handle, blend = self._take()
         if handle:
             _native.lib.vorn_ycnr_deinit(handle)
+        _native.tuning_lib.vorn_tuning_temporal_free(blend)
+
+    def _take(self) -> Tuple[Optional[int], Optional[int]]:
+        """What the library holds for this denoiser, which is closed from then on."""
+        taken = self._handle, self._blend
+        self._handle = self._blend = None
+        return taken
 
     def __enter__(self) -> "Denoiser":
         return self
@@ -107,12 +115,15 @@ class Denoiser:
         luma: bool = True,
         chroma: bool = True,
         fine: bool = False,
+        temporal: bool = False,
     ) -> Bytes:
         """Denoises one NV12 frame of an even size: (height * 3 / 2, width) uint8, in and out.
 
         Without a tuning the default set's for gain 8 is taken. luma and chroma switch a filter off;
         fine=True takes the fine mode: luma better by 0.1 to 0.4 dB and chroma by 0.7 to 1.1, in about
-        four times the time.
+        four times the time. temporal=True takes the frame for the next one of a video and blends what
+        stands still in it with the result before, against flicker; cuts are found, and restart() begins
+        another video.
         """
         frame = _array(frame, (self.height * 3 // 2, self.width), "frame")
         if self.width % 2 or self.height % 2:
@@ -124,7 +135,7 @@ class Denoiser:
             frame[self.height :], half, (frame.strides[0], 2, 1), writeable=False
         )
         self._run(frame[: self.height], pairs, result[: self.height],
-                  result[self.height :].reshape(half), tuning, luma, chroma, fine)  # fmt: skip
+                  result[self.height :].reshape(half), tuning, luma, chroma, fine, temporal)  # fmt: skip
         return result
 
     def planes(
@@ -136,16 +147,22 @@ class Denoiser:
         luma: bool = True,
         chroma: bool = True,
         fine: bool = False,
+        temporal: bool = False,
     ) -> Tuple[Bytes, Bytes]:
         """Denoises a luma plane (height, width) with its chroma (rounded up halves, 2), U first.
 
-        Strided views will do. Returns the two as new arrays. fine as for nv12."""
+        Strided views will do. Returns the two as new arrays. fine and temporal as for nv12."""
         y = _array(y, (self.height, self.width), "y")
         half = ((self.height + 1) // 2, (self.width + 1) // 2)
         uv = _array(uv, (*half, 2), "uv")
         new_y, new_uv = np.empty(y.shape, np.uint8), np.empty(uv.shape, np.uint8)
-        self._run(_in_rows(y), _in_rows(uv), new_y, new_uv, tuning, luma, chroma, fine)
+        self._run(_in_rows(y), _in_rows(uv), new_y, new_uv, tuning, luma, chroma, fine, temporal)
         return new_y, new_uv
+
+    def restart(self) -> None:
+        """The next frame with temporal=True is the first of a video."""
+        with self._lock_of_this_process():
+            _native.tuning_lib.vorn_tuning_temporal_reset(self._blend)
 
     def _open_handle(self) -> int:
         if not self._handle:
@@ -166,7 +183,7 @@ class Denoiser:
         return record
 
     def _run(self, y: Bytes, uv: Bytes, new_y: Bytes, new_uv: Bytes, tuning: Optional[Tuning],
-             luma: bool, chroma: bool, fine: bool) -> None:  # fmt: skip
+             luma: bool, chroma: bool, fine: bool, temporal: bool) -> None:  # fmt: skip
         if tuning is None:
             tuning = _default_tuning(DEFAULT_GAIN)
         if not isinstance(tuning, Tuning):
@@ -180,8 +197,22 @@ class Denoiser:
             lib = _native.lib
             process = lib.vorn_ycnr_process_any_fine if fine else lib.vorn_ycnr_process_any
             code = process(self._open_handle(), *map(ctypes.byref, records))
+            if code == 0 and temporal:
+                self._steady(records[1], records[2])
         if code != 0:
             raise DenoiseError(f"the frame of {self.width}x{self.height} was refused ({code})")
+
+    def _steady(self, frame: _native.Planes, luma: _native.LumaParam) -> None:
+        """Blends a result with the one before, in place. The lock is held."""
+        if not self._blend:
+            self._blend = _native.tuning_lib.vorn_tuning_temporal_new()
+        code = _native.tuning_lib.vorn_tuning_temporal_run(
+            self._blend, ctypes.byref(frame), ctypes.byref(luma)
+        )
+        if code == _native.TUNING_MEMORY:
+            raise MemoryError("no memory for the frame before")
+        if code < 0:
+            raise DenoiseError(f"the frame of {self.width}x{self.height} cannot be blended ({code})")
 
 
 _default_set = None

@@ -8,6 +8,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include "vorn_temporal.h"
 #include "vorn_ycnr_ext.h"
 
 /* Two strengths in one set, so that a changed gain shows in the bytes. */
@@ -278,6 +279,61 @@ GST_START_TEST(test_fine_mode_while_playing) {
     process = fine % 2 ? vorn_ycnr_process_fine : vorn_ycnr_process;
     check_frame(h, GST_VIDEO_FORMAT_I420, 131, 66, 7, 0, TRUE, TRUE);
   }
+  gst_harness_teardown(h);
+}
+GST_END_TEST;
+
+/* The next frame of a still scene: what comes out is the library's frame after its blend. */
+static void check_steady(GstHarness* h, vorn_temporal* stream, GstVideoFormat format, gint width,
+                         gint32 becomes) {
+  static guint32 seed = 1;
+  Picture* in = picture_new(width, 96, 7);
+  GRand* rand = g_rand_new_with_seed(seed++);
+  for (gint i = 0; i < width * 96; ++i) in->y[i] += g_rand_int_range(rand, 0, 2);
+  g_rand_free(rand);
+  Picture* wanted = denoised(in, 0, TRUE, TRUE);
+  Picture* alone = denoised(in, 0, TRUE, TRUE);
+  const vorn_ycnr_planes planes = {VORN_LAYOUT_I420,
+                                   width,
+                                   96,
+                                   {wanted->y, wanted->u, wanted->v},
+                                   {width, wanted->cw, wanted->cw}};
+  fail_unless_equals_int(vorn_tuning_temporal_run(stream, &planes, &kLuma[0]), becomes);
+  fail_unless((memcmp(wanted->y, alone->y, width * 96) == 0) == (becomes == VORN_TEMPORAL_FIRST));
+  GstBuffer* out = gst_harness_push_and_pull(h, to_buffer(in, format, 3));
+  assert_shows(out, wanted, format);
+  gst_buffer_unref(out);
+  picture_free(in);
+  picture_free(wanted);
+  picture_free(alone);
+}
+
+/* Begins anew with new caps, after a flush and where it is switched on again. */
+GST_START_TEST(test_temporal) {
+  GstHarness* h = harness();
+  vorn_temporal* stream = vorn_tuning_temporal_new();
+  g_object_set(h->element, "temporal", TRUE, NULL);
+  for (guint f = 0; f < G_N_ELEMENTS(kFormats); ++f) {
+    gst_harness_set_src_caps(h, caps_for(kFormats[f], f == 1 ? 131 : 128, 96));
+    for (gint round = 0; round < 3; ++round) {
+      vorn_tuning_temporal_reset(stream);
+      check_steady(h, stream, kFormats[f], f == 1 ? 131 : 128, VORN_TEMPORAL_FIRST);
+      check_steady(h, stream, kFormats[f], f == 1 ? 131 : 128, VORN_TEMPORAL_BLENDED);
+      check_steady(h, stream, kFormats[f], f == 1 ? 131 : 128, VORN_TEMPORAL_BLENDED);
+      if (round == 0) {
+        gst_harness_push_event(h, gst_event_new_flush_start());
+        gst_harness_push_event(h, gst_event_new_flush_stop(TRUE));
+        GstSegment segment;
+        gst_segment_init(&segment, GST_FORMAT_TIME);
+        gst_harness_push_event(h, gst_event_new_segment(&segment));
+      } else if (round == 1) {
+        g_object_set(h->element, "temporal", FALSE, NULL);
+        check_frame(h, kFormats[f], f == 1 ? 131 : 128, 96, 3, 0, TRUE, TRUE);
+        g_object_set(h->element, "temporal", TRUE, NULL);
+      }
+    }
+  }
+  vorn_tuning_temporal_free(stream);
   gst_harness_teardown(h);
 }
 GST_END_TEST;
@@ -626,6 +682,7 @@ static Suite* vornycnr_suite(void) {
   tcase_add_test(tests, test_layouts_strides_sizes);
   tcase_add_test(tests, test_switches);
   tcase_add_test(tests, test_fine_mode_while_playing);
+  tcase_add_test(tests, test_temporal);
   tcase_add_test(tests, test_gain_while_playing);
   tcase_add_test(tests, test_gain_of_the_stream);
   tcase_add_test(tests, test_renegotiation);
