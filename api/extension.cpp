@@ -90,10 +90,12 @@ struct planes_call {
 int32_t planes_call::run(denoise_handle_t* on, int width, int height, int chroma_rows) {
   const size_t luma_bytes = bytes_of(width) * bytes_of(height);
   const size_t frame_bytes = luma_bytes * 3 / 2;
-  // Contiguous frames are read and written where they lie. Fine mode writes to its source.
+  // Contiguous frames are read and written where they lie. Fine mode writes to its source, and to
+  // write to a packed copy would be in vain.
   const bool same_size = from.width == width && from.height == height;
-  const bool kept = same_size && vorn::is_packed(from) && !overlap(to, from) &&
-                    process_frame == vorn::process_frame && !vorn::shows_frames_between_filters();
+  const bool keeps_src =
+      process_frame == vorn::process_frame && !vorn::shows_frames_between_filters();
+  const bool kept = keeps_src && same_size && vorn::is_packed(from) && !overlap(to, from);
   const bool direct = same_size && vorn::is_packed(to) && !overlap(from, to);
   const bool packs = !kept || !direct;
   unsigned char* const packed = on && packs ? packed_frames(on, frame_bytes) : nullptr;
@@ -115,7 +117,7 @@ int32_t planes_call::run(denoise_handle_t* on, int width, int height, int chroma
   src.height = dst.height = height;
   src.plane[0] = input;
   dst.plane[0] = result;
-  on->keep_src = kept;
+  on->keep_src = keeps_src;
   const int32_t code = process_frame(on, &src, &dst, &params);
   on->keep_src = false;
   if (!direct) {
