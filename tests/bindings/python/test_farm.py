@@ -4,6 +4,7 @@ import os
 import shutil
 import signal
 import subprocess
+import threading
 
 import pytest
 
@@ -94,3 +95,37 @@ def test_files_are_done_skipped_or_in_the_table(client, folder):
     assert (clean / "noisy5.png").read_bytes() == (folder / "one.png").read_bytes()
     with pytest.raises(ValueError, match="more than one input"):
         farm.denoise(client, [noisy[0], noisy[0]], str(clean), program=program)
+
+
+def script(path, text):
+    """In the program's place; "$2" is the input."""
+    path.write_text(f'#!/bin/sh\nfirst() {{ mkdir "$0.$(basename "$2")" 2>/dev/null; }}\n{text}\nexec {program} "$@"\n')
+    path.chmod(0o755)
+    return str(path)
+
+
+def copies(folder, name):
+    names = [str(folder / f"{name}{i}.png") for i in range(4)]
+    for copy in names:
+        shutil.copy(folder / "a/noisy_gain8.png", copy)
+    return names
+
+
+def test_a_file_that_failed_or_lost_its_worker_is_tried_again(client, folder):
+    flaky = script(folder / "flaky", 'first "$@" && case $2 in *k1.png) echo unlucky >&2; exit 2;;'
+                   " *k2.png) kill -KILL $PPID; sleep 60;; esac")  # fmt: skip
+    files = copies(folder, "k")
+    table = farm.denoise(client, files, str(folder / "again"), ["--gain", "8"], program=flaky, retries=1)
+    assert [row.state for row in table] == ["done"] * 4, farm.format_table(table)
+    assert len({(folder / "again" / f"k{i}.png").read_bytes() for i in range(4)}) == 1
+    (folder / "flaky.k1.png").rmdir()
+    table = farm.denoise(client, files, str(folder / "once"), ["--gain", "8"], program=flaky, retries=0)
+    assert [row.state for row in table] == ["done", "failed", "done", "done"] and table[1].reason == "unlucky"
+
+
+def test_an_interrupt_leaves_the_rest_in_the_table(client, folder):
+    slow = script(folder / "slow", 'case $2 in *s0.png) ;; *) exec sleep 5;; esac')
+    files = copies(folder, "s")
+    threading.Timer(2, lambda: os.kill(os.getpid(), signal.SIGINT)).start()
+    table = farm.denoise(client, files, str(folder / "slow-clean"), ["--gain", "8"], program=slow)
+    assert [row.reason for row in table[1:]] == ["stopped"] * 3, farm.format_table(table)
