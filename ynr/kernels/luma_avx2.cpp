@@ -100,25 +100,25 @@ static void make_indices(const unsigned char* tile, const index_rule* rules, run
 }
 
 // The centre column's weights from Rings rows above to Rings rows below in pairs of rows, the block
-// itself (256) included; the last row stands alone.
+// itself (256) included; the last row stands alone, as the second one.
 template <int Rings>
 static inline void columns(const run_pairs& pairs, int half, __m256i (&column)[Rings + 1]) {
   const __m256i first = _mm256_set1_epi32(0xFFFF);
   const auto at = [&](int i) { return pairs.weight[3 * Rings + i][half]; };
   if (Rings == 1) {
     column[0] = _mm256_or_si256(_mm256_and_si256(at(0), first), _mm256_set1_epi32(256 << 16));
-    column[1] = _mm256_srli_epi32(at(0), 16);
+    column[1] = _mm256_andnot_si256(first, at(0));
   }
   if (Rings == 2) {
     column[0] = at(0);
     column[1] = _mm256_or_si256(_mm256_slli_epi32(at(1), 16), _mm256_set1_epi32(256));
-    column[Rings] = _mm256_srli_epi32(at(1), 16);
+    column[Rings] = _mm256_andnot_si256(first, at(1));
   }
   if (Rings == 3) {
     column[0] = at(0);
     column[1] = _mm256_or_si256(_mm256_and_si256(at(2), first), _mm256_set1_epi32(256 << 16));
     column[Rings - 1] = at(1);
-    column[Rings] = _mm256_srli_epi32(at(2), 16);
+    column[Rings] = _mm256_andnot_si256(first, at(2));
   }
 }
 
@@ -183,15 +183,16 @@ static inline void blend_blocks(const unsigned char* tile, const half_weights<Ri
           _mm_setr_epi8(-1, 1, -1, 5, -1, 2, -1, 6, -1, 3, -1, 7, -1, 4, -1, 8)),
       _mm256_broadcastsi128_si256(
           _mm_setr_epi8(-1, 0, -1, 6, -1, 1, -1, 7, -1, 2, -1, 8, -1, 3, -1, 9))};
+  // Of the first eight bytes of two rows.
   const __m256i centre_bytes = _mm256_broadcastsi128_si256(
-      _mm_setr_epi8(-1, 3, -1, -1, -1, 4, -1, -1, -1, 5, -1, -1, -1, 6, -1, -1));
+      _mm_setr_epi8(-1, 3, -1, 11, -1, 4, -1, 12, -1, 5, -1, 13, -1, 6, -1, 14));
   const unsigned char* block = tile + 32 * Half + 4 * Lane - kMaxRings;
   for (int r = 0; r < 4; ++r) sum[r] = _mm256_shuffle_epi32(w.start, Lane * 0x55);
-  __m256i above = _mm256_setzero_si256();  // centre column of the row before, as low words
+  __m256i above = _mm256_setzero_si256();  // the row before
 #pragma GCC unroll 10
   for (int row = -Rings; row <= 3 + Rings; ++row) {
     const unsigned char* at = block + row * kTilePitch;
-    const __m256i pixels = load_halves(at, at + 16);
+    const __m256i pixels = load(at);  // 16 bytes of either block
 #pragma GCC unroll 3
     for (int ring = 0; ring < Rings; ++ring) {
       const int d = ring + 1;
@@ -203,16 +204,15 @@ static inline void blend_blocks(const unsigned char* tile, const half_weights<Ri
       if (row - d >= 0) add<Lane>(&sum[row - d], sides, of[2][Half]);
     }
     // The centre column in pairs of rows: (row - 1, row) is pair i of the output row whose rows
-    // 2 i - R and 2 i - R + 1 they are; the last row of a column stands alone.
-    const __m256i centre = _mm256_shuffle_epi8(pixels, centre_bytes);
-    const __m256i both = _mm256_or_si256(above, _mm256_slli_epi32(centre, 16));
+    // 2 i - R and 2 i - R + 1 they are; of the last pair only the second row counts.
+    const __m256i both = _mm256_shuffle_epi8(_mm256_unpacklo_epi64(above, pixels), centre_bytes);
 #pragma GCC unroll 4
     for (int i = 0; i < Rings; ++i) {
       const int r = row - 1 - (2 * i - Rings);
       if (r >= 0 && r < 4) add<Lane>(&sum[r], both, w.column[i]);
     }
-    if (row - Rings >= 0) add<Lane>(&sum[row - Rings], centre, w.column[Rings]);
-    above = centre;
+    if (row - Rings >= 0) add<Lane>(&sum[row - Rings], both, w.column[Rings]);
+    above = pixels;
     // The sums so far stay in registers: compilers else put products off and store them.
     asm("" : "+x"(sum[0]), "+x"(sum[1]), "+x"(sum[2]), "+x"(sum[3]));
   }
