@@ -69,7 +69,11 @@ struct pyramid_rows {
     }
   }
 
-  // A pair of rows shorter than a step, in a step of its own; without details the enlarged ones.
+  // Whether rows shorter than a step are worth one of their own: in the forms with the smallest
+  // steps, for what takes longer sample by sample.
+  static bool takes_short(int width) { return V::kNarrower == kernel_form::scalar && width >= 4; }
+
+  // A pair of such rows, in a step of its own; without details the enlarged ones.
   static void up_short(const uint8_t* a, const uint8_t* b, const uint8_t* detail_even,
                        const uint8_t* detail_odd, uint8_t* out_even, uint8_t* out_odd, int width) {
     const size_t samples = static_cast<size_t>(width), coarse = samples / 2 + 1;
@@ -89,10 +93,6 @@ struct pyramid_rows {
     __builtin_memcpy(out_even, even, samples);
     __builtin_memcpy(out_odd, odd, samples);
   }
-  // Whether such rows are worth that: the forms with the smallest steps, for what takes longer
-  // sample by sample.
-  static bool takes_short(int width) { return V::kNarrower == kernel_form::scalar && width >= 4; }
-
   static void up(const uint8_t* a, const uint8_t* b, uint8_t* even, uint8_t* odd, int width) {
     if (width < 2 * kStep) {
       if (takes_short(width)) return up_short(a, b, nullptr, nullptr, even, odd, width);
@@ -156,14 +156,26 @@ struct pyramid_rows {
     V::store(out + width - kStep, last);
   }
 
+  template <reg (*Rule)(reg, reg)>
+  static void combine_short(const uint8_t* a, const uint8_t* b, uint8_t* out, int width) {
+    const size_t samples = static_cast<size_t>(width);
+    uint8_t p[kStep] = {}, q[kStep] = {};
+    __builtin_memcpy(p, a, samples);
+    __builtin_memcpy(q, b, samples);
+    V::store(p, Rule(V::load(p), V::load(q)));
+    __builtin_memcpy(out, p, samples);
+  }
+
   static void subtract(const uint8_t* a, const uint8_t* b, uint8_t* out, int width) {
-    if (!V::kOwnDetail || width < kStep) return narrower().subtract(a, b, out, width);
-    combine<V::detail>(a, b, out, width);
+    if (V::kOwnDetail && width >= kStep) return combine<V::detail>(a, b, out, width);
+    if (takes_short(width)) return combine_short<V::detail>(a, b, out, width);
+    narrower().subtract(a, b, out, width);
   }
 
   static void add(const uint8_t* a, const uint8_t* d, uint8_t* out, int width) {
-    if (!V::kOwnDetail || width < kStep) return narrower().add(a, d, out, width);
-    combine<V::merge>(a, d, out, width);
+    if (V::kOwnDetail && width >= kStep) return combine<V::merge>(a, d, out, width);
+    if (takes_short(width)) return combine_short<V::merge>(a, d, out, width);
+    narrower().add(a, d, out, width);
   }
 
   // Eight inner columns per step; the first and the last column by the mirrored rule.
