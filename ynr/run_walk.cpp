@@ -78,7 +78,9 @@ class run_walk {
         map_(pass.map),
         kernels_(luma_kernels_of(active_kernel_form())),
         table_(pass.table) {
-    std::memset(rows_, 0, sizeof rows_);
+    const int runs = std::min(kBandRuns, (src_->width + kRunPixels - 1) / kRunPixels);
+    used_ = static_cast<size_t>(runs * kRunPixels + 2 * kTileMargin);
+    for (int r = 0; r < kBufferRows; ++r) std::memset(rows_ + r * kTilePitch, 0, used_);
   }
 
   void walk(int row_begin, int row_end) {
@@ -94,6 +96,7 @@ class run_walk {
   void walk_band(int band_x, int row_begin, int row_end) {
     const int runs = std::min(kBandRuns, (src_->width - band_x + kRunPixels - 1) / kRunPixels);
     int top = 0;  // buffer row of the first row that the window reaches
+    if (planned_x_ != band_x) whole_ = part_ = kNone;  // the columns of carry_ were another band's
     for (int y = row_begin; y < row_end; y += 4) {
       const mask_row row = mask_row_for(Rings, mask_, src_->width, y);
       // All plans first: the kernels read them in wide pieces, which wait for stores just made.
@@ -141,7 +144,8 @@ class run_walk {
     constexpr int kKept = 2 * Rings;
     top += 4;
     if (top + 4 + kKept > kBufferRows) {
-      std::memmove(rows_, rows_ + top * kTilePitch, kKept * kTilePitch);
+      for (int r = 0; r < kKept; ++r)
+        std::memcpy(rows_ + r * kTilePitch, rows_ + (top + r) * kTilePitch, used_);
       top = 0;
     }
     fetch(top + kKept, band_x, y + Rings, 4);
@@ -154,13 +158,9 @@ class run_walk {
     int runs = 0;
     for (; runs < count && plans[runs].written == kWholeRun && !plans[runs].by_blocks; ++runs)
       rules[runs] = {&plans[runs].rules, table_, plans[runs].scalar};
-    if (runs) {
-      const bool first = carried_.x != x || carried_.y != y || carried_.runs != runs;
-      const ptrdiff_t column = (tile - rows_) % kTilePitch;
+    if (runs)
       kernels_.filter[Rings - 1](tile, rules, runs, written_at(x, y), dst_->stride[0],
-                                 carry_ + column, first);
-      carried_ = {x, y + 4, runs};
-    }
+                                 carry_of(tile), moves_on(&whole_, {x, y, runs}));
     return runs;
   }
 
@@ -168,15 +168,33 @@ class run_walk {
   void filter_partly(const run_plan& plan, const unsigned char* tile, int x, int y) {
     const run_rules rules = {&plan.rules, table_, plan.scalar};
     unsigned char pixels[4 * kRunPixels];
-    const ptrdiff_t column = (tile - rows_) % kTilePitch;
-    kernels_.filter[Rings - 1](tile, &rules, 1, pixels, kRunPixels, carry_ + column, true);
+    kernels_.filter[Rings - 1](tile, &rules, 1, pixels, kRunPixels, carry_of(tile),
+                               moves_on(&part_, {x, y, 1}));
     unsigned char* out = written_at(x, y);
-    for (int i = 0; i < kRunBlocks; ++i) {
-      if (!(plan.written >> i & 1)) continue;
-      for (int r = 0; r < 4; ++r)
+    for (int i = 0, next; i < kRunBlocks; i = next) {  // neighbours at once
+      const bool written = plan.written >> i & 1;
+      for (next = i + 1; next < kRunBlocks && (plan.written >> next & 1) == written;) ++next;
+      for (int r = 0; written && r < 4; ++r)
         std::memcpy(out + static_cast<ptrdiff_t>(r) * dst_->stride[0] + 4 * i,
-                    pixels + r * kRunPixels + 4 * i, 4);
+                    pixels + r * kRunPixels + 4 * i, static_cast<size_t>(4 * (next - i)));
     }
+  }
+
+  unsigned char* carry_of(const unsigned char* tile) {
+    return carry_ + (tile - rows_) % kTilePitch;
+  }
+
+  // Runs from column x on in the block row at y.
+  struct place {
+    int x, y, runs;
+  };
+  static constexpr place kNone = {-1, -1, 0};
+
+  // Goes on from what a call left to the runs at `to`. Returns whether it left nothing for these.
+  static bool moves_on(place* left_for, const place& to) {
+    const bool first = left_for->x != to.x || left_for->y != to.y || left_for->runs != to.runs;
+    *left_for = {to.x, to.y + 4, to.runs};
+    return first;
   }
 
   unsigned char* written_at(int x, int y) {
@@ -189,13 +207,12 @@ class run_walk {
   int* map_;
   const luma_kernels& kernels_;
   const weight_table* table_;  // null: the weight map fits none
+  size_t used_;                // bytes of a buffer row that the level's bands reach
   int planned_x_ = -1;         // band that the plans are for: they outlive a queue's chunks
   run_plan plans_[kBandRuns];
   alignas(64) unsigned char rows_[kBufferRows * kTilePitch];
-  // What the last call for whole runs left for the block row at y: see run_filter.
-  struct {
-    int x, y, runs;
-  } carried_ = {-1, -1, 0};
+  // What the last call for whole runs, and that for a part of one, left: see run_filter.
+  place whole_ = kNone, part_ = kNone;
   alignas(64) unsigned char carry_[kCarryRows * kTilePitch];
 };
 

@@ -10,6 +10,7 @@
 #include "tests/support/forms.h"
 #include "ynr/block_sums.h"
 #include "ynr/exported/window.h"
+#include "ynr/run_walk.h"
 
 namespace {
 
@@ -69,6 +70,24 @@ TEST(WindowWalk, ForeignWeightMaps) {
       ASSERT_TRUE(dst.same(want)) << kind;
     });
   }
+}
+
+// Rows handed out in chunks, of a level so wide that each chunk is walked in two bands of columns;
+// the second one ends within a run. What a band leaves for its next rows is not for the other.
+TEST(WindowWalk, ChunksOfTwoBands) {
+  constexpr int kHeight = 64;
+  canvas src = textured(2092, kHeight);
+  int map[800];
+  model::weight_map(map, 45.0f, 800);
+  vorn::weight_table table;
+  ASSERT_TRUE(vorn::make_weight_table(&table, map));
+  with_every_form([&] {
+    canvas at_once(src), in_chunks(src);
+    process7x7_pro(src.image(), at_once.image(), nullptr, map, 0, kHeight);
+    vorn::row_queue rows(kHeight, 4);
+    vorn::walk_queue({src.image(), in_chunks.image(), nullptr, map, 3, &table}, &rows);
+    ASSERT_TRUE(in_chunks.same(at_once));
+  });
 }
 
 TEST(WindowWalk, ThreeAndSevenReadMaskRowZero) {
