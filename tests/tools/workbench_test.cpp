@@ -141,6 +141,10 @@ TEST_F(Workbench, RequestsAreChecked) {
   EXPECT_THROW(api.figures({{"picture", "0"}}), error);
   EXPECT_THROW(api.save({{"set", json::object()}}), error);
   EXPECT_THROW(api.file({{"kind", "other"}, {"values", values}}), error);
+  const json set_of_page = api.state({})["set"];
+  EXPECT_NE(api.file({{"kind", "c"}, {"set", set_of_page}}).find("camera_nearest"),
+            std::string::npos);
+  EXPECT_EQ(api.size({})["gain"], 8);  // by its name
   const json figures = api.figures({{"values", values}, {"before", true}, {"slow", true}});
   EXPECT_GT(figures["after"]["psnr_y"].get<double>(),
             figures["before"]["psnr_y"].get<double>() + 2);

@@ -157,12 +157,22 @@ pixels workbench_api::view(const json& request) {
   return viewer_.render(r);
 }
 
-// Size of the picture, and its quality where there is a clean version; slow adds SSIM and texture.
+// Size of the picture and its gain: from its name, else that of the default set's noise that it is
+// like, 0 where no noise is found.
+json workbench_api::size(const json& request) {
+  const size_t index = picture_of(request);
+  const auto p = project_.picture(index);
+  double gain = project_.inputs()[index].gain;
+  if (!(gain > 0)) gain = gains_of(measure_noise({p->noisy}, noise_scene::any)).luma;
+  return {{"width", p->noisy.width}, {"height", p->noisy.height}, {"gain", finite(gain)}};
+}
+
+// The quality where there is a clean version; slow adds SSIM and texture.
 json workbench_api::figures(const json& request) {
   const size_t index = picture_of(request);
   const auto p = project_.picture(index);
   const bool slow = flag(request, "slow");
-  json out = {{"width", p->noisy.width}, {"height", p->noisy.height}};
+  json out = json::object();
   if (!p->has_clean()) return out;
   out["after"] = quality_json(*viewer_.denoised(index, values_of(request)), p->clean, slow);
   if (flag(request, "before")) out["before"] = quality_json(p->noisy, p->clean, slow);
@@ -261,6 +271,7 @@ json workbench_api::save(const json& request) {
 std::string workbench_api::file(const json& request) {
   const std::string kind = text(request, "kind", "");
   if (kind == "set") return tuning_set_to_json(set_from(request));
+  if (kind == "c") return tuning_set_to_c_header(set_from(request), "camera");
   const tuning values = values_of(request);
   if (kind == "dump") return luma_to_dump_text(values) + "\n" + chroma_to_dump_text(values);
   if (kind != "report") throw error(kind, "is no kind of file");

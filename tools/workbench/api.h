@@ -19,6 +19,7 @@ class workbench_api {
   // Every call takes the request's object. A fault in it is an `error` that says what is wrong.
   nlohmann::ordered_json state(const nlohmann::ordered_json& request);
   pixels view(const nlohmann::ordered_json& request);
+  nlohmann::ordered_json size(const nlohmann::ordered_json& request);
   nlohmann::ordered_json figures(const nlohmann::ordered_json& request);
   nlohmann::ordered_json patch(const nlohmann::ordered_json& request);
   nlohmann::ordered_json weights(const nlohmann::ordered_json& request);
@@ -29,7 +30,7 @@ class workbench_api {
   nlohmann::ordered_json keep(const nlohmann::ordered_json& request);
   nlohmann::ordered_json drop(const nlohmann::ordered_json& request);
   nlohmann::ordered_json save(const nlohmann::ordered_json& request);
-  // A file made from the set or a picture, as text: kind "report", "set", "dump".
+  // A file made from the set or a picture, as text: kind "report", "set", "c", "dump".
   std::string file(const nlohmann::ordered_json& request);
 
   double last_frame_ms() const { return viewer_.last_ms(); }

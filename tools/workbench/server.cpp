@@ -122,6 +122,7 @@ void workbench_server::state::add_routes() {
     response.set_content(api.file(request), "text/plain; charset=utf-8");
   });
   json_call("state", &workbench_api::state);
+  json_call("size", &workbench_api::size);
   json_call("figures", &workbench_api::figures);
   json_call("patch", &workbench_api::patch);
   json_call("weights", &workbench_api::weights);

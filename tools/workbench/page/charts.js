@@ -1,11 +1,13 @@
 // ---- small line charts -----------------------------------------------------------------------------
-// lines: [{ name, colour, points: [[x, y], ...], dots }]. Values that are null leave a gap.
+// lines: [{ name, colour, points: [[x, y], ...], dots }]. Values that are null leave a gap. logY: y is
+// log10 of what the axis tells.
 function chart(lines, options) {
   const o = { width: 360, height: 150, left: 38, right: 8, top: lines.some(l => l.name) ? 20 : 8, bottom: 24, ...options };
   let legend = o.left;
   const points = lines.flatMap(l => l.points.filter(p => p[1] !== null && isFinite(p[1])));
   const svg = tagged("svg", { viewBox: `0 0 ${o.width} ${o.height}`, role: "img", "aria-label": o.title || "chart" });
   if (!points.length) return svg;
+  const power = v => v >= 4 || v <= -2 ? "1e" + v.toFixed(1) : Number((10 ** v).toPrecision(2)).toString();
   const fx = o.logX ? v => Math.log2(v) : v => v;
   const range = (list, low, high) => {
     let a = low ?? Math.min(...list), b = high ?? Math.max(...list);
@@ -18,7 +20,7 @@ function chart(lines, options) {
   for (let i = 0; i <= 3; ++i) {
     const y = y0 + (y1 - y0) * i / 3;
     svg.append(tagged("line", { x1: o.left, x2: o.width - o.right, y1: py(y), y2: py(y), stroke: "var(--line)" }),
-      tagged("text", { x: o.left - 4, y: py(y) + 3, "text-anchor": "end" }, short(y, y1 - y0)));
+      tagged("text", { x: o.left - 4, y: py(y) + 3, "text-anchor": "end" }, o.logY ? power(y) : short(y, y1 - y0)));
   }
   const ticks = o.ticks || [0, 1, 2, 3, 4].map(i => o.logX ? 2 ** (x0 + (x1 - x0) * i / 4) : x0 + (x1 - x0) * i / 4);
   for (const x of ticks) svg.append(tagged("text", { x: px(x), y: o.height - o.bottom + 12, "text-anchor": "middle" }, short(x, o.logX ? x : x1 - x0)));

@@ -69,14 +69,16 @@ async function showPatch(current) {
   const cells = of => names.map(n => make("td", {}, of(f[n])));
   const table = make("table", {}, make("tr", {}, make("th", {}, `${S.patch.width}×${S.patch.height}`), ...names.map(n => make("th", {}, n))),
     ...["y", "u", "v"].map(c => make("tr", {}, make("td", {}, c.toUpperCase() + " mean ± dev."), ...cells(p => `${number(p[c].mean, 1)} ± ${number(p[c].deviation, 2)}`))));
-  if (f.before.edge || f.after.edge) {
+  if (!f.before.edge && !f.after.edge) table.append(make("tr", {}, make("td", { colspan: names.length + 1, class: "soft" }, "no single slanted edge in it")));
+  else {
     const edge = key => cells(p => p.edge ? number(p.edge[key], key === "height" ? 0 : 3) : "no edge");
     table.append(make("tr", {}, make("td", {}, "edge ½, cycles/px"), ...edge("half")),
       make("tr", {}, make("td", {}, "edge ⅒"), ...edge("tenth")), make("tr", {}, make("td", {}, "edge height"), ...edge("height")));
   }
   const curves = [table];
   const spectrum = (key, of) => names.filter(n => f[n][key] && f[n][key].length).map(n => ({ name: n, colour: colours[n], points: f[n][key].map((v, i) => [i / of, v !== null && v < 0 ? null : v]) }));
-  if (f.before.spectrum.length) curves.push(make("p", { class: "soft" }, "Power spectrum, grey levels²"), chart(spectrum("spectrum", 32), { low: 0, xLabel: "cycles per pixel", title: "noise power spectrum" }));
+  const decades = l => ({ ...l, points: l.points.map(([x, v]) => [x, v > 0 ? Math.log10(Math.max(v, 1e-3)) : null]) });  // below is rounding
+  if (f.before.spectrum.length) curves.push(make("p", { class: "soft" }, "Power spectrum, grey levels², logarithmic"), chart(spectrum("spectrum", 32).map(decades), { logY: true, xLabel: "cycles per pixel", title: "noise power spectrum" }));
   else curves.push(make("p", { class: "soft" }, "The spectrum needs 32×32 pixels or more."));
   if (f.after.texture && f.after.texture.length) curves.push(make("p", { class: "soft" }, "Texture kept, share of the clean picture's"), chart(spectrum("texture", 32).filter(l => l.name !== "clean"), { low: 0, high: 1.2, xLabel: "cycles per pixel", title: "texture transfer" }));
   if (f.before.edge || f.after.edge) curves.push(make("p", { class: "soft" }, "Contrast of the edge"),

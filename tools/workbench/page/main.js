@@ -41,12 +41,18 @@ listeners.push(showAll);
 async function openPicture(index) {
   S.picture = index;
   S.patch = S.block = null;
+  ["view", "picture", "figures"].forEach(drop);  // faults of the picture before
   try {
-    const size = await call("figures", { picture: index, values: values() });
+    const size = await call("size", { picture: index });
+    if (S.picture !== index) return;  // another one was chosen meanwhile
+    S.pictures[index].gain = S.pictures[index].gain || size.gain;
     const same = S.size && S.size.width === size.width && S.size.height === size.height;
     S.size = { width: size.width, height: size.height };
     if (!same) { S.view.zoom = 0; centre(); }
-  } catch (e) { report("picture", e); }
+  } catch (e) {
+    if (S.picture !== index) return;
+    report("view", e);
+  }
   const gain = S.pictures[index].gain;
   if (gain) S.entry = S.set.entries.reduce((best, e, i) => Math.abs(Math.log2(e.gain / gain)) < Math.abs(Math.log2(S.set.entries[best].gain / gain)) ? i : best, 0);
   buildView();
@@ -63,6 +69,9 @@ function openTab(name) {
   figuresSoon();
   if (name === "figures") showWeights();
 }
+// What both tools find stands among the figures.
+function markPatch() { S.marking = !S.marking; if (S.marking) openTab("figures"); changed("view"); }
+function weighBlocks() { S.weighing = !S.weighing; if (S.weighing) openTab("figures"); changed("block"); }
 function flip() { if (S.b) { S.showB = !S.showB; changed("values"); } }
 function keepB() {
   const name = make("input", { type: "text", value: S.b ? S.b.name : "before this", "aria-label": "Name" });
@@ -98,9 +107,13 @@ document.addEventListener("keydown", e => {
     s: () => { v.mode = "slider"; changed("view"); }, d: () => { v.mode = "side"; changed("view"); }, 0: () => zoomTo(0), f: () => zoomTo(1),
     "+": () => zoomBy(1), "=": () => zoomBy(1), "-": () => zoomBy(-1), ",": () => { v.split = Math.max(0, v.split - 0.02); paint(); }, ".": () => { v.split = Math.min(1, v.split + 0.02); paint(); },
     c: () => { v.channel = { rgb: "y", y: "u", u: "v", v: "rgb" }[v.channel]; changed("view"); }, l: () => { v.level = (v.level + 1) % 5; $("level").value = v.level; changed("view"); },
-    p: () => { S.marking = !S.marking; changed("view"); }, w: () => { S.weighing = !S.weighing; changed("block"); }, " ": () => swapSides(true),
+    p: markPatch, w: weighBlocks, " ": () => swapSides(true),
   };
-  ["before", "after", "clean", "change", "leftover", "detail", "mask"].forEach((m, i) => { act[i + 1] = () => { if ($("modes").querySelector(`[data-value=${m}]`)) { v.mode = m; changed("view"); } }; });
+  ["before", "after", "clean", "change", "leftover", "detail", "mask"].forEach((m, i) => { act[i + 1] = () => {
+    if (!$("modes").querySelector(`[data-value=${m}]`)) { note("hint", "This picture has no clean version (--clean).", []); setTimeout(() => drop("hint"), 3000); return; }
+    v.mode = m;
+    changed("view");
+  }; });
   if (moves[e.key] && (e.target === canvas || e.target === document.body)) {
     const [dx, dy] = moves[e.key], step = (e.shiftKey ? 0.5 : 0.1) / scaleNow();
     if (!v.zoom) v.zoom = scaleNow();
@@ -133,15 +146,15 @@ on("takeB", "click", () => edit("take", () => { entryNow().values = S.b.values.s
 on("save", "click", () => S.file ? save() : askSaveAs());
 on("saveAs", "click", askSaveAs);
 on("help", "click", showKeys);
-on("export", "change", e => { if (e.target.value) exportAs(e.target.value); e.target.value = ""; });
+on("export", "change", e => { if (e.target.value) exportAs(e.target.value); e.target.value = ""; canvas.focus(); });
 on("picture", "change", e => openPicture(Number(e.target.value)));
 on("entry", "change", e => { S.entry = Number(e.target.value); changed("values"); });
 on("left", "change", e => { S.view.left = e.target.value; changed("view"); });
 on("right", "change", e => { S.view.right = e.target.value; changed("view"); });
 on("level", "change", e => { S.view.level = Number(e.target.value); changed("view"); });
 on("amplify", "change", e => { S.view.amplify = Number(e.target.value); changed("view"); });
-on("patchTool", "click", () => { S.marking = !S.marking; if (S.marking) openTab("figures"); changed("view"); });
-on("weightTool", "click", () => { S.weighing = !S.weighing; if (S.weighing) openTab("figures"); changed("block"); });
+on("patchTool", "click", markPatch);
+on("weightTool", "click", weighBlocks);
 document.querySelectorAll("[role=tab]").forEach(t => t.addEventListener("click", () => openTab(t.dataset.tab)));
 const root = document.documentElement;
 function setTheme(name) { root.dataset.theme = name; }

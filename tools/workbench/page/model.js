@@ -34,8 +34,9 @@ async function call(name, body, raw) {
     connectionLost();
     throw new Fault("the program does not answer");
   }
-  if (lost) connectionBack();
+  if (lost && response.status !== 404) connectionBack();
   if (!response.ok) {
+    if (response.status === 404) { startedAnew(); throw new Fault("the program does not answer"); }
     let what = "the program answered " + response.status;
     try { what = (await response.json()).fault || what; } catch (e) { /* not one of ours */ }
     throw new Fault(what);
@@ -46,22 +47,30 @@ async function call(name, body, raw) {
 // Notes above the picture; one of each kind, so that a fault that stays does not pile up.
 function note(kind, text, buttons, bad) {
   drop(kind);
+  for (const other of document.querySelectorAll(".note")) if (other.firstChild.textContent === text) other.remove();
   const box = make("div", { class: bad ? "note bad" : "note", "data-kind": kind }, make("span", {}, text));
   for (const [label, action] of buttons || []) box.append(make("button", { onclick: () => { drop(kind); action(); } }, label));
   box.append(make("button", { "aria-label": "Close", onclick: () => drop(kind) }, "×"));
   $("notes").append(box);
 }
 const drop = kind => document.querySelectorAll(`.note[data-kind="${kind}"]`).forEach(e => e.remove());
+const keepCopy = ["Keep a copy of the set", () => download("set.json", JSON.stringify(S.set, null, 1))];
 const report = (kind, e) => { if (!(e instanceof Fault) || e.message !== "the program does not answer") note(kind, e.message, [], true); };
 
 function connectionLost() {
   if (lost) return;
   lost = true;
-  note("connection", "The program does not answer. What you changed stays in this page; it goes on as soon as the program is back at this address.",
-    [["Keep a copy of the set", () => download("set.json", JSON.stringify(S.set, null, 1))]], true);
+  note("connection", "The program does not answer. What you changed stays in this page.", [keepCopy], true);
   setTimeout(async function again() {
     try { await call("state"); } catch (e) { setTimeout(again, 1500); }
   }, 1500);
+}
+// Every run has an address of its own: another one at the same port knows nothing of this page.
+function startedAnew() {
+  lost = true;
+  if (!document.querySelector("[data-kind=anew]"))
+    note("anew", "The program was started anew: open the address that it printed. What was kept on disk is offered there; changes since then are in this page alone.", [keepCopy], true);
+  drop("connection");
 }
 function connectionBack() {
   lost = false;
@@ -103,7 +112,7 @@ function keepSoon() {
       if (JSON.stringify(S.set) === JSON.stringify(S.saved) && !S.b) await call("drop");
       else await call("keep", { set: S.set, entry: S.entry, b: S.b });
       drop("keep");
-    } catch (e) { report("keep", new Fault("Unsaved work could not be kept on disk: " + e.message)); }
+    } catch (e) { if (!lost) report("keep", new Fault("Unsaved work could not be kept on disk: " + e.message)); }
   }, 600);
 }
 
@@ -131,9 +140,12 @@ function download(name, text, type) {
 }
 async function exportAs(kind) {
   const names = { report: "report.html", set: "set.json", dump: "tuning.txt", c: "tuning.h" };
+  drop("export");
+  if (kind === "report") note("export", "The report is being made…");
   try {
     const response = await call("file", { kind, set: S.set, values: values(), picture: S.picture,
       gain: entryNow().gain, label: "gain " + entryNow().gain }, true);
     download(names[kind], await response.text());
+    drop("export");
   } catch (e) { report("export", e); }
 }

@@ -24,7 +24,8 @@ function buildParameters() {
   };
   half(true);
   half(false);
-  panel.append(make("p", { class: "soft" }, "● differs from the saved set. Rest the pointer or the focus on a row to see quality over it."));
+  panel.append(make("div", { id: "about", "aria-live": "off" }, make("div", { class: "words" },
+    "● differs from the saved set. Rest the pointer or the focus on a row for what it does and quality over it."), make("div", { class: "curve" })));
 }
 function row(index, field) {
   const w = wordsOf(field), name = field.level < 0 ? field.key : `${field.key}[${field.level}]`;
@@ -33,18 +34,15 @@ function row(index, field) {
   const reset = make("button", { class: "reset", title: "Back to the saved value", "aria-label": `${name} back to the saved value`,
     onclick: () => setValue(index, savedValue(index)) }, "↺");
   const head = make("span", { class: "name", id: "name" + index }, name, w.unit ? make("small", {}, " " + w.unit) : null);
-  const help = make("div", { class: "words" }, w.short + (w.choices ? "" : ` (${w.low} to ${w.high})`),
-    w.long && field.level < 1 ? make("details", {}, make("summary", {}, "more"), w.long) : null);
-  const curve = make("div", { class: "curve", id: "curve" + index });
   let update;
   if (w.choices) {
-    const choices = field.key === "pRadius" ? [...w.choices, 0] : w.choices;
+    const choices = w.choices;
     const text = v => field.key === "pRadius" && v === 0 ? "copy" : field.key === "enable" ? (v ? "on" : "off") : String(v);
     const buttons = choices.map(v => make("button", { onclick: () => setValue(index, v), "aria-label": `${name} ${text(v)}` }, text(v)));
-    box.append(head, make("span", { class: "group", role: "group", "aria-labelledby": "name" + index }, ...buttons), reset, help, curve);
+    box.append(head, make("span", { class: "group", role: "group", "aria-labelledby": "name" + index, "aria-description": w.short }, ...buttons), reset);
     update = v => buttons.forEach((b, i) => b.setAttribute("aria-pressed", String(choices[i] === v)));
   } else {
-    const slider = make("input", { type: "range", min: wideRange(w) ? 0 : w.low, max: wideRange(w) ? 1000 : w.high, step: 1, "aria-label": title });
+    const slider = make("input", { type: "range", min: wideRange(w) ? 0 : w.low, max: wideRange(w) ? 1000 : w.high, step: 1, "aria-label": title, "aria-description": w.short });
     const exact = make("input", { type: "number", step: 1, min: w.low, max: w.high, "aria-label": title + ", number" });
     slider.addEventListener("input", e => { latency.input = latency.input || e.timeStamp || performance.now(); setValue(index, fromSlider(w, slider.value)); });
     exact.addEventListener("change", () => {
@@ -54,12 +52,12 @@ function row(index, field) {
         exact.value = values()[index];
       } else { drop("value"); setValue(index, v); }
     });
-    box.append(head, slider, exact, reset, help, curve);
+    box.append(head, slider, exact, reset);
     update = v => { slider.value = toSlider(w, v); slider.setAttribute("aria-valuetext", String(v)); if (document.activeElement !== exact) exact.value = v; };
   }
-  box.addEventListener("pointerenter", () => sweepSoon(index));
+  box.addEventListener("pointerenter", () => sweepSoon(index, 200));
   box.addEventListener("pointerleave", () => sweepSoon(-1));
-  box.addEventListener("focusin", () => sweepSoon(index));
+  box.addEventListener("focusin", () => sweepSoon(index, 0));
   rows.push({ index, field, box, update });
   return box;
 }
@@ -74,11 +72,24 @@ function showParameters() {
   }
 }
 
+// What the parameter under the pointer does stands below all rows, so that none moves away.
+let aboutTimer = 0, aboutIndex = -1;
+function tellAbout(index) {
+  if (index === aboutIndex) return;
+  aboutIndex = index;
+  const field = S.fields[index], w = wordsOf(field), box = $("about");
+  box.firstChild.replaceChildren(make("strong", {}, field.level < 0 ? field.key : `${field.key}[${field.level}]`), ": " + w.short + (w.choices ? "" : ` (${w.low} to ${w.high})`),
+    ...(w.long ? [make("details", {}, make("summary", {}, "more"), w.long)] : []));
+  box.lastChild.textContent = "";
+}
+
 // Quality over one parameter, a point at a time, until something else is looked at.
 let sweepTimer = 0, sweepRun = 0;
-function sweepSoon(index) {
+function sweepSoon(index, delay) {
   clearTimeout(sweepTimer);
+  clearTimeout(aboutTimer);
   ++sweepRun;
+  if (index >= 0) aboutTimer = setTimeout(() => tellAbout(index), delay);
   if (index < 0 || !S.pictures[S.picture].clean) return;
   sweepTimer = setTimeout(() => sweep(index, ++sweepRun), 450);
 }
@@ -91,7 +102,7 @@ function sweepValues(index) {
   return [...new Set([...list, now])].filter(v => v >= w.low && v <= w.high).sort((a, b) => a - b);
 }
 async function sweep(index, run) {
-  const field = S.fields[index], base = values().slice(), picture = S.picture;
+  const field = S.fields[index], w = wordsOf(field), base = values().slice(), picture = S.picture;
   const key = field.luma ? "psnr_y" : null, points = [];
   const list = sweepValues(index).sort((a, b) => Math.abs(a - base[index]) - Math.abs(b - base[index]));
   for (const v of list) {
@@ -105,8 +116,8 @@ async function sweep(index, run) {
     } catch (e) { report("sweep", e); return; }
     if (run !== sweepRun) return;
     points.sort((a, b) => a[0] - b[0]);
-    document.querySelectorAll(".curve").forEach(c => { if (c.id !== "curve" + index) c.textContent = ""; });
-    $("curve" + index).replaceChildren(chart([{ name: (field.luma ? "luma" : "chroma") + " PSNR, dB", colour: "var(--accent)", points, dots: true }],
-      { mark: base[index], height: 120, title: "quality over " + field.key }));
+    tellAbout(index);
+    $("about").lastChild.replaceChildren(chart([{ name: (field.luma ? "luma" : "chroma") + " PSNR, dB", colour: "var(--accent)", points, dots: true }],
+      { mark: base[index], height: 120, ticks: w.choices, title: "quality over " + field.key }));
   }
 }

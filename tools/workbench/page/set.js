@@ -65,7 +65,7 @@ function askNewEntry() {
   });
 }
 function askSaveAs() {
-  const name = make("input", { type: "text", required: true, value: "set.json", "aria-label": "File name" });
+  const name = make("input", { type: "text", required: true, value: S.file.split("/").pop() || "set.json", "aria-label": "File name" });
   ask("Save as", [make("label", {}, "in the set's directory ", name)], "Save", () => {
     if (!/^[^\/\0.][^\/\0]*\.json$/.test(name.value)) return "A plain file name that ends in .json, please.";
     save(name.value, false);

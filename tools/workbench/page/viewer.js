@@ -62,12 +62,17 @@ async function fetchLayer(version) {
     if (!lost && versionsInView().includes(version)) fetchLayer(version);
   }
 }
-// From the slider's event to the frame after the new pixels were painted.
+// From the slider's event to the end of the frame in which the new pixels are painted: a message that
+// is sent within a frame arrives when the frame is done.
 function seen(input) {
   requestAnimationFrame(() => {
-    latency.times.push(performance.now() - input);
-    if (latency.times.length > 200) latency.times.shift();
-    readout();
+    const { port1, port2 } = new MessageChannel();
+    port1.onmessage = () => {
+      latency.times.push(performance.now() - input);
+      if (latency.times.length > 200) latency.times.shift();
+      readout();
+    };
+    port2.postMessage(0);
   });
 }
 function refresh() {
