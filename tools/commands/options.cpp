@@ -13,10 +13,10 @@ namespace {
 
 file_kind kind_named(const std::string& option, const std::string& name) {
   for (const file_kind kind : {file_kind::png, file_kind::jpeg, file_kind::y4m, file_kind::nv12,
-                               file_kind::nv21, file_kind::i420}) {
+                               file_kind::nv21, file_kind::i420, file_kind::camera_raw}) {
     if (name == file_kind_name(kind)) return kind;
   }
-  throw error(option, "\"" + name + "\" is not one of png, jpeg, y4m, nv12, nv21, i420");
+  throw error(option, "\"" + name + "\" is not one of png, jpeg, y4m, nv12, nv21, i420, dng");
 }
 
 // What an option of its own says about each key of the tuning records.
@@ -77,7 +77,7 @@ void add_picture_options(CLI::App& command, picture_options& options, bool write
           [&options](const std::string& name) {
             options.read_as = kind_named("--in-format", name);
           },
-          "Kind of the input where its name does not say: png, jpeg, y4m, nv12, nv21, i420")
+          "Kind of the input where its name does not say: png, jpeg, y4m, nv12, nv21, i420, dng")
       ->type_name("KIND")
       ->group("Files");
   if (!writes) return;

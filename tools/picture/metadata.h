@@ -11,7 +11,8 @@
 
 namespace vorn::tool {
 
-enum class file_kind { unknown, png, jpeg, y4m, nv12, nv21, i420 };
+// camera_raw: read alone.
+enum class file_kind { unknown, png, jpeg, y4m, nv12, nv21, i420, camera_raw };
 
 // Dots per unit of length, as the formats count them.
 struct pixel_density {

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "tools/error.h"
+#include "tools/picture/camera_raw.h"
 #include "tools/picture/formats.h"
 #include "tools/picture/output_file.h"
 
@@ -90,6 +91,8 @@ const char* file_kind_name(file_kind kind) {
       return "nv21";
     case file_kind::i420:
       return "i420";
+    case file_kind::camera_raw:
+      return "dng";
     case file_kind::unknown:
       break;
   }
@@ -110,6 +113,11 @@ file_kind file_kind_of(const std::string& path) {
   if (ending == "nv12" || ending == "yuv") return file_kind::nv12;
   if (ending == "nv21") return file_kind::nv21;
   if (ending == "i420") return file_kind::i420;
+  // The makers' kinds of a sensor's frame; what is in them is LibRaw's to find.
+  for (const char* const raw :
+       {"dng", "cr2", "cr3", "crw", "nef", "nrw", "arw", "sr2", "srf", "srw", "orf", "rw2", "rwl",
+        "raf", "pef", "dcr", "kdc", "erf", "mrw", "mef", "mos", "iiq", "3fr", "fff", "x3f"})
+    if (ending == raw) return file_kind::camera_raw;
   return file_kind::unknown;
 }
 
@@ -133,11 +141,14 @@ std::unique_ptr<frame_reader> open_named(const std::string& path, const picture_
   const file_kind content = kind_of_content(bytes);
   if (content != file_kind::unknown) kind = content;
   if (kind == file_kind::unknown) {
-    throw error(name, "unknown kind of file (png, jpeg, y4m, nv12, nv21, i420; see --in-format)");
+    throw error(name,
+                "unknown kind of file (png, jpeg, y4m, nv12, nv21, i420, dng; see --in-format)");
   }
   stream_info info;
-  frame f = kind == file_kind::png ? decode_png(bytes.data(), bytes.size(), name, &info)
-                                   : decode_jpeg(bytes.data(), bytes.size(), name, &info);
+  const auto decode = kind == file_kind::png          ? decode_png
+                      : kind == file_kind::camera_raw ? decode_camera_raw
+                                                      : decode_jpeg;
+  frame f = decode(bytes.data(), bytes.size(), name, &info);
   auto reader = std::make_unique<single_reader>(std::move(f));
   reader->info = std::move(info);
   return reader;
@@ -178,6 +189,8 @@ std::unique_ptr<frame_writer> open_writer(const std::string& path, const picture
     case file_kind::nv21:
     case file_kind::i420:
       return open_raw_writer(path, kind, options.out_stride);
+    case file_kind::camera_raw:
+      throw error(path, "raw camera files are read, not written; see --out-format");
     case file_kind::unknown:
       break;
   }

@@ -1,5 +1,5 @@
-// Reading and writing pictures and streams of pictures: PNG, JPEG, y4m, and raw NV12, NV21 and
-// I420.
+// Reading and writing pictures and streams of pictures: PNG, JPEG, y4m, raw NV12, NV21 and
+// I420; and reading the raw files of cameras (camera_raw.h).
 //
 // Colour. RGB pictures are converted with the full-range BT.601 matrix (that of JPEG), chroma
 // averaged over 2x2 pixels; writing RGB, every chroma sample serves its 2x2 pixels unchanged. So a
