@@ -46,5 +46,5 @@ struct denoise_handle_t {
   ynr_handle_t* plane;              // of the size of a chroma plane, for fine mode, or null
   unsigned char* grids;             // scratch of the fine mode's luma grids, or null
   bool fine;                        // the frame under way is to be denoised in fine mode
-  bool keep_src;                    // nor may it be written to, as vorn_ycnr_process does
+  bool keep_src;                    // the frame under way has a source that stays as it is
 };

@@ -17,11 +17,12 @@ namespace vorn {
 
 constexpr int kFineGrained = 128;  // noise without correlation, or nothing measured
 
-// Differences on level 1 over those on level 0, in 1/256: about 135 for noise of a sensor with
-// nothing but demosaicing behind it, 330 for what camera pipelines leave.
 struct chroma_planes {
   const _tag_uni_image &u, &v;
 };
+
+// Differences on level 1 over those on level 0, in 1/256: about 135 for noise of a sensor with
+// nothing but demosaicing behind it, 330 for what camera pipelines leave.
 int chroma_coarseness(const _tag_uni_image& guide, const chroma_planes& fine,
                       const chroma_planes& coarse);
 

@@ -13,7 +13,7 @@ namespace vorn {
 float reciprocal_estimate(float x);
 
 // The estimate refined by two steps, for any x that reciprocal_estimate takes. Slow where the
-// machine has no fused multiply-add; see reciprocal_of.
+// machine has no fused multiply-add; see reciprocal_table.
 float refined_reciprocal(float x);
 
 constexpr int kReciprocals = 6377;  // divisors 0..6376: mask values and total block weights

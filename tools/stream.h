@@ -1,7 +1,7 @@
 // Frames of a stream through several denoisers at a time, given out in their order.
 //
 // One thread reads, some filter, one writes; a frame is written as soon as it and all before it are
-// done, so a live stream is not held up by the frames to come. At most frames_at_a_time + 2 frames
+// done, so a live stream is not held up by the frames to come. At most plan.denoisers + 2 frames
 // are in memory beside the denoisers' own.
 #pragma once
 

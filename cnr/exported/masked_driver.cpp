@@ -13,9 +13,7 @@ namespace {
 
 using vorn::chroma_level;
 
-// Level 1 filtered, then doubled into dst_uv; and level 0 filtered into dst_uv. Not 0 when a stage
-// could not be queued.
-
+// Level 1 filtered, then doubled into dst_uv. Not 0 when a stage could not be queued.
 int filter_coarse_level(cnr_handle_t* cnr, const chroma_level& fine, const chroma_level& coarse,
                         _tag_cnr_param* param, _tag_uni_image* mask, unsigned char* dst_uv) {
   if (vorn::halve_chroma(cnr) != 0 ||
@@ -27,6 +25,7 @@ int filter_coarse_level(cnr_handle_t* cnr, const chroma_level& fine, const chrom
   return pyramid_up_uv(cnr, coarse.u, fine.u, coarse.v, fine.v, dst_uv);
 }
 
+// Level 0 filtered into dst_uv. Results as of filter_coarse_level.
 int filter_fine_level(cnr_handle_t* cnr, const chroma_level& fine, _tag_cnr_param* param,
                       _tag_uni_image* mask, unsigned char* dst_uv) {
   if (reduce_color_noise_mask_hor_thread(cnr, fine.guide, fine.u, fine.v, fine.across_u,

@@ -1,5 +1,6 @@
-// The leaf kernels of the chroma denoiser, one table per kernel form. Walks, borders, tails, factor
-// rows and tables are shared and stand in hor_ver.cpp and uv_split.cpp.
+// The leaf kernels of the chroma denoiser, one table per kernel form. Walks, borders, tails and
+// factor rows are shared and stand in chroma_spans.cpp, chroma_pass.cpp and uv_split.cpp, the
+// tables in cnr_tables.cpp.
 //
 // The filter kernel computes the rule of chroma_rule.h in 16-bit lanes, exactly, for spans of
 // pixels that share one list of taps:

@@ -1,16 +1,26 @@
 // The x86-64 forms of the chroma kernels, written once over a form's vector type V:
 //
+// clang-format off
 //   kBytes, kNarrower              bytes per register; the form that takes shorter spans
-//   reg, load, store, words(n)     words: n in every 16-bit lane
-//   unpack_low, unpack_high (_words)  interleave bytes (words) within 128-bit lanes
+//   reg, load, store               a register, and any kBytes of memory
+//   load_halves(p, low, high)      kBytes 16-bit numbers in the pixel order of unpacked bytes
+//   from_eights                    a register from its bytes, eight to a number, the first lowest
+//   words(n)                       n in every 16-bit lane
+//   unpack_low, unpack_high        interleave bytes within 128-bit lanes;
+//     (_low_words, _high_words)    the same for words
 //   pack, pack_words               words to bytes and 32-bit lanes to words, their way back
 //   in_order(r)                    the pixel order of what pack makes of two consecutive registers
-//   and_, or_, xor_, minus_8 (saturating), plus_16, plus_8, times_16, high_16 (of unsigned
-//   products) right_16<n>, minus_16, signed_right_16<4> pair_products(bytes, factors)  products of
-//   unsigned bytes and positive ones, added in pairs rounded_product(d2, radial)    the index of a
-//   distance: (d2 * radial + 2^14) >> 15, or any
+//   and_, or_                      of all bits
+//   minus_8 (saturating), plus_8   of unsigned bytes
+//   plus_16, times_16              of 16-bit lanes, wrapping
+//   high_16                        upper halves of unsigned 16-bit products
+//   smaller_16                     of signed 16-bit lanes
+//   right_16<n>, signed_right_16<n>  shifts of 16-bit lanes
+//   pair_products(bytes, factors)  products of unsigned bytes and positive ones, added in pairs
+//   rounded_product(d2, radial)    the index of a distance: (d2 * radial + 2^14) >> 15, or any
 //                                  number from kRangeWeights on
 //   sums                           weighted sums of kTaps taps at a time; see madd_sums
+// clang-format on
 //
 // V is a type of its file's unnamed namespace: every form so gets functions of its own, and none
 // compiled for a newer machine can end up in another.
@@ -64,11 +74,15 @@ struct chroma_x86 {
     }
   };
 
-  // kBytes pixels per step. d32 is 32 * d, at most 61632; the multiplication by edge_a goes
-  // together with the luma difference, whose multiple of 32 the mask leaves alone. d2 = d32 * (grey
-  // + 2048)
-  // >> 16; d2 * radial * 256 is rounded at bit 15 to the index; the radial factor 128 stands as
-  // 32767 and gives d2 itself up to 16384, far past the last weight. Exact.
+  // kBytes pixels per step. Exact.
+  //
+  // clang-format off
+  //     d32   = 32 * d, at most 61632; the multiplication by edge_a goes together with the luma
+  //             difference, whose multiple of 32 the mask leaves alone
+  //     d2    = d32 * (grey + 2048) >> 16
+  //     index = d2 * radial * 256, rounded at bit 15; the radial factor 128 stands as 32767 and
+  //             gives d2 itself up to 16384, far past the last weight
+  // clang-format on
   template <typename Table>
   static void filter_span(const chroma_span& s, const chroma_weights& weights) {
     constexpr int kTaps = V::sums::kTaps;

@@ -36,7 +36,9 @@ void add_picture_options(CLI::App& command, picture_options& options, bool write
 // "1920x1080" into width and height.
 void parse_size(const std::string& text, picture_options& options);
 
-// --tuning, --gain, --luma-only, --chroma-only and an option for every field.
+constexpr double kDefaultGain = 8;
+
+// What add_tuning_options' options ask for.
 struct tuning_options {
   std::string file;         // empty: the set inside the tool
   std::string sensor_file;  // profile of the camera whose gains are meant; empty: the set's own
@@ -46,19 +48,21 @@ struct tuning_options {
   bool fine = false;
   std::vector<std::pair<int, int32_t>> overrides;  // field index, value
 
-  // The set that the options name, its entry for the gain (or kDefaultGain), and that entry with
-  // the overrides. Gains of a sensor are those of a set of --tuning; in the default set they pick
-  // the entries that the profile says they are like.
+  // The set that the options name.
   tuning_set load_set() const;
+  // Its tuning for the gain (or kDefaultGain), picked by entries_for, with what applied_to does.
+  // The filter of --luma-only or --chroma-only is on, whatever the set says.
   tuning resolve() const;
-  // The entries for a gain of the sensor, luma's and chroma's; without one both are the nearest.
+  // The entries for a gain, luma's and chroma's. In a set of --tuning both are the nearest; in the
+  // default set a sensor's profile says which gains its own are like.
   std::pair<tuning_entry, tuning_entry> entries_for(double at_gain) const;
   // t with the overrides, and only the halves that are wanted.
   tuning applied_to(tuning t) const;
 };
 
-constexpr double kDefaultGain = 8;
-// automatic: without --gain, or with --gain auto, the gain is measured; else it is kDefaultGain.
+// Adds --tuning, --gain, --sensor, --luma-only, --chroma-only, --fine and an option for every
+// field. automatic: without --gain, or with --gain auto, the gain is measured; else it is
+// kDefaultGain.
 void add_tuning_options(CLI::App& command, tuning_options& options, bool automatic = false);
 
 }  // namespace vorn::tool

@@ -29,8 +29,8 @@ static inline void store(void* p, __m256i v) {
 }
 
 // Neighbours go in pairs whose weights the blend uses side by side: per ring the left and right one
-// of the row above, the own row and the row below, then the rows of the centre column, from the
-// uppermost on: kColumn names them by ring and row.
+// of the row above, the own row and the row below, then the centre column's neighbours in the order
+// of make_indices, which columns takes apart (luma_avx2.cpp).
 constexpr int pairs_of(int rings) {
   return 4 * rings;
 }

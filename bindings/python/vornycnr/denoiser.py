@@ -44,12 +44,13 @@ class Denoiser:
         if not 1 <= workers <= 4:
             raise ValueError(f"workers must be 1 to 4, not {workers}")
         self.width, self.height = width, height
-        if (width + 1) * (height + 1) * 3 >= 2**31:
-            raise ValueError(f"a frame of {width}x{height} is too large: width * height * 3 must stay "
-                             "below 2^31")  # fmt: skip
+        inside = self._filtered_size()
+        if inside[0] * inside[1] * 3 >= 2**31:
+            raise ValueError(f"a frame of {width}x{height} is too large: width * height * 3 of the "
+                             f"{inside[0]}x{inside[1]} inside must stay below 2^31")  # fmt: skip
         self._lock = threading.Lock()
         self._process = os.getpid()
-        options = _native.Options(*self._filtered_size(), workers, 0)
+        options = _native.Options(*inside, workers, 0)
         self._handle = _native.lib.vorn_ycnr_open(ctypes.byref(options))
         if not self._handle:
             raise DenoiseError(f"no denoiser for frames of {width}x{height}: no memory or no threads")

@@ -11,6 +11,7 @@ import stat
 import subprocess
 import sys
 import threading
+import types
 from dataclasses import replace
 from pathlib import Path
 
@@ -257,6 +258,16 @@ def test_bad_arrays_are_refused():
     denoiser.close()
     with pytest.raises(ValueError, match="closed"):
         denoiser.nv12(np.zeros((144, 128), np.uint8), TUNING)
+
+
+def test_largest_frames_go_by_the_size_inside(monkeypatch):
+    nothing = types.SimpleNamespace(vorn_ycnr_open=lambda options: None)  # no such memory needed
+    monkeypatch.setattr(_native, "lib", nothing)
+    for make, largest in ((vornycnr.Denoiser, 26754), (vornycnr.denoiser._PictureDenoiser, 26752)):
+        with pytest.raises(vornycnr.DenoiseError):
+            make(largest, 26754)
+        with pytest.raises(ValueError, match="inside must stay below"):
+            make(largest + 1, 26756)
 
 
 def test_bad_gains_and_records_are_refused_by_name():
