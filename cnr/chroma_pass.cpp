@@ -9,6 +9,7 @@ chroma_pass describe_pass(const _tag_uni_image& guide, const _tag_uni_image& src
                           const _tag_uni_image& dst_v, const _tag_cnr_param& param) {
   const bool swapped = param.color_edge_u > param.color_edge_v;
   chroma_pass pass;
+  pass.swapped = swapped;
   pass.guide = guide.plane[0];
   pass.src_a = (swapped ? src_v : src_u).plane[0];
   pass.src_b = (swapped ? src_u : src_v).plane[0];

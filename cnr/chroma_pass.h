@@ -26,6 +26,9 @@ struct chroma_pass {
   int radius;
   int step;
   int level_mode;
+  bool swapped;  // A is V
+  uint8_t* pairs =
+      nullptr;  // where filter_spans puts rows of a vertical pass, instead of the planes
   chroma_weights weights;
 };
 

@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "cnr/chroma_pass.h"
+#include "pyramid/kernels/pyramid_kernels.h"
 
 namespace vorn {
 namespace {
@@ -99,11 +100,16 @@ class row_distances {
   int first_ = 0;  // the first row in sequence that left something
 };
 
+// A row of a segment on its way into pairs.
+struct pair_line {
+  alignas(64) uint8_t a[kSegment + kStripRows], b[kSegment + kStripRows];
+};
+
 // Columns begin..end-1 of row y, which share the span's taps; at least kMinSpan of them. With
-// `left`, which is for rows in sequence, no more than a segment.
+// `left`, which is for rows in sequence, and `line` no more than a segment.
 void filter_line(const chroma_pass& pass, direction dir, const radial_line& factors, int y,
                  int begin, int end, const ptrdiff_t* taps, int tap_count,
-                 row_distances* left = nullptr) {
+                 row_distances* left = nullptr, pair_line* line = nullptr) {
   alignas(64) int16_t radial[kSegment + kStripRows + kFill];
   const int64_t start = dither_start(pass, dir, y);
   const auto kernel = active_chroma_kernels().filter;
@@ -114,8 +120,8 @@ void filter_line(const chroma_pass& pass, direction dir, const radial_line& fact
     chroma_span span = {pass.guide + at,
                         pass.src_a + at,
                         pass.src_b + at,
-                        pass.dst_a + at,
-                        pass.dst_b + at,
+                        line ? line->a : pass.dst_a + at,
+                        line ? line->b : pass.dst_b + at,
                         taps,
                         tap_count,
                         radial,
@@ -124,6 +130,10 @@ void filter_line(const chroma_pass& pass, direction dir, const radial_line& fact
                         count};
     if (left) left->prepare(y, tap_count == 4, &span);
     kernel(span, pass.weights);
+    if (line)
+      active_pyramid_kernels().interleave(pass.swapped ? line->b : line->a,
+                                          pass.swapped ? line->a : line->b, pass.pairs + 2 * at,
+                                          count);
     x += count;
   }
 }
@@ -275,13 +285,15 @@ void filter_spans(const chroma_pass& pass, direction dir, int row_begin, int row
   const radial_line factors(pass);
   ptrdiff_t taps[kMaxFastTaps];
   row_distances left;
+  pair_line line;
   const bool shared = pass.radius == 3 && pass.step == 2;  // four taps are then those of `left`
   for (int x = 0, end; x < pass.width; x = end) {
     end = pass.width - x > kSegment + kStripRows ? x + kSegment : pass.width;
     left.restart(row_begin);
     for (int y = row_begin; y < row_end; ++y) {
       const int count = list_taps(pass, y, pass.height, pass.width, taps);
-      filter_line(pass, dir, factors, y, x, end, taps, count, shared ? &left : nullptr);
+      filter_line(pass, dir, factors, y, x, end, taps, count, shared ? &left : nullptr,
+                  pass.pairs ? &line : nullptr);
     }
   }
 }

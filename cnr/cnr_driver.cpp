@@ -36,17 +36,21 @@ struct chroma_frame {
   chroma_level fine, coarse;
   vorn::stage_times stages;
 
-  bool luma_in_dst;  // filtered
-  bool keep_src;     // else luma in dst is copied into src
+  bool luma_in_dst;      // filtered
+  bool keep_src;         // else luma in dst is copied into src
+  bool to_pairs;         // level 0 goes into dst's pairs as it is filtered
+  bool unsplit = false;  // and comes from src's: nothing else reads its planes
 
   void split();
   int take_luma() const;
   void halve(const char* name);
   void filter(const chroma_level& level, _tag_uni_image* out_u, _tag_uni_image* out_v,
               const char* across, const char* along, int number);
+  void filter_finest(const char* across, const char* along);
   bool coarse_level_changes() const;
   void skip_coarse_level();
   void add_coarse_change();
+  unsigned char* pairs_of_dst() const;
   void merge();
 
   void filter_both_levels();
@@ -59,12 +63,20 @@ struct chroma_frame {
   void filter_planes(vorn::plane_filter filter, denoise_handle_t* owner, int strength);
 };
 
+// For the log line of a step that another one does, or none: with the time that nothing takes.
+int nothing() {
+  return 0;
+}
+
 // The source's U,V pairs into the planes of level 0, its luma into their guide.
 void chroma_frame::split() {
   const int gain = param->saturation, width = src.width, rows = src.height / 2;
   unsigned char *const pairs = chroma_plane(src), *const u = fine.u->plane[0],
                        *const v = fine.v->plane[0];
+  unsplit = to_pairs && gain == 0 &&
+            (param->scale == 0 || (param->scale == 2 && !coarse_level_changes()));
   stages.run(gain ? "splitUV saturation" : "splitUV", 0, [=] {
+    if (unsplit) return nothing();
     return gain ? split_UV_saturation_thread(cnr, pairs, u, v, gain, width, rows)
                 : split_UV_thread(cnr, pairs, u, v, width, rows);
   });
@@ -117,9 +129,8 @@ bool chroma_frame::coarse_level_changes() const {
   return taps || fine.u->width % 2 != 0 || fine.u->height % 2 != 0;
 }
 
-// Its lines stand in the log all the same, with the time that nothing takes.
+// Its lines stand in the log all the same.
 void chroma_frame::skip_coarse_level() {
-  const auto nothing = [] { return 0; };
   stages.run("pyramid_down_yuv %d", 0, nothing);
   stages.run("reduce_color_noise_hor %d", 1, nothing);
   stages.run("reduce_color_noise_ver %d", 1, nothing);
@@ -150,10 +161,31 @@ void chroma_frame::add_coarse_change() {
   });
 }
 
+// Where dst's pairs stand, whatever dst's own record says of its size.
+unsigned char* chroma_frame::pairs_of_dst() const {
+  return chroma_plane(src) - src.plane[0] + dst.plane[0];
+}
+
+// Level 0 across and along, into dst's pairs.
+void chroma_frame::filter_finest(const char* across, const char* along) {
+  stages.run(across, 0, [&] {
+    return unsplit ? vorn::split_and_filter_hor(cnr, chroma_plane(src), *fine.guide, *fine.u,
+                                                *fine.v, *fine.across_u, *fine.across_v, *param)
+                   : reduce_color_noise_hor_thread(cnr, fine.guide, fine.u, fine.v, fine.across_u,
+                                                   fine.across_v, param);
+  });
+  stages.run(along, 0, [&] {
+    return vorn::filter_ver_to_pairs(cnr, *fine.guide, *fine.across_u, *fine.across_v, *fine.u,
+                                     *fine.v, pairs_of_dst(), *param);
+  });
+}
+
 void chroma_frame::merge() {
-  stages.run("mergeUV", 0, [this] {
-    return mergeUV_thread(cnr, chroma_plane(src) - src.plane[0] + dst.plane[0], fine.u->plane[0],
-                          fine.v->plane[0], src.width, src.height / 2);
+  const bool done = to_pairs && (param->scale == 0 || param->scale == 2);
+  stages.run("mergeUV", 0, [=] {
+    return done ? nothing()
+                : mergeUV_thread(cnr, pairs_of_dst(), fine.u->plane[0], fine.v->plane[0], src.width,
+                                 src.height / 2);
   });
 }
 
@@ -177,7 +209,7 @@ void chroma_frame::filter_both_levels() {
   param->level_mode = 0;
   param->smooth_radius = kFineRadius;
   param->smooth_step = kFineStep;
-  filter(fine, fine.u, fine.v, kAcross, kAlong, 0);
+  filter_finest(kAcross, kAlong);
 }
 
 // Scale 1.
@@ -193,7 +225,7 @@ void chroma_frame::filter_coarse_level() {
 // Scale 0.
 void chroma_frame::filter_fine_level() {
   param->level_mode = -1;
-  filter(fine, fine.u, fine.v, "reduce_color_noise_hor", "reduce_color_noise_ver", 0);
+  filter_finest("reduce_color_noise_hor", "reduce_color_noise_ver");
 }
 
 // ---- fine mode
@@ -332,7 +364,7 @@ constexpr char kDriver[] = "color_noise_reduce_process";  // in the log lines of
 // One frame; filter(&frame) is what stands between its split and its merge.
 template <typename Filter>
 int run_frame(denoise_handle_t* owner, const _tag_uni_image& src, const _tag_uni_image& dst,
-              _tag_cnr_param* param, const Filter& filter, bool luma_in_dst = false) {
+              _tag_cnr_param* param, const Filter& filter, bool luma_in_dst, bool to_pairs) {
   if (vorn::cnr_check_frame(owner->cnr, src.width, src.height, param->scale) != 0) return -1;
   char timestamp[256] = {};
   getTimestamp_NR(timestamp, sizeof(timestamp));
@@ -346,7 +378,8 @@ int run_frame(denoise_handle_t* owner, const _tag_uni_image& src, const _tag_uni
                         vorn::level_of(owner->cnr, 1),
                         {owner->cnr->pool->sink, kDriver, ""},
                         luma_in_dst,
-                        luma_in_dst && owner->keep_src};
+                        luma_in_dst && owner->keep_src,
+                        to_pairs};
   frame.split();
   filter(&frame);
   frame.merge();
@@ -426,12 +459,13 @@ int uni_color_noise_reduce_process(void* handle, _tag_uni_image* src, _tag_uni_i
 int color_noise_reduce_process(void* handle, _tag_uni_image* src, _tag_uni_image* dst,
                                _tag_cnr_param* param) {
   if (!handle || !src || !dst || !param) return -1;
-  return run_frame(static_cast<denoise_handle_t*>(handle), *src, *dst, param, filter_by_scale);
+  return run_frame(static_cast<denoise_handle_t*>(handle), *src, *dst, param, filter_by_scale,
+                   false, true);
 }
 
 int vorn::cnr_process_filtered(denoise_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst) {
   _tag_cnr_param param = told_record(handle->cnr_param);
-  return run_frame(handle, *src, *dst, &param, filter_by_scale, true);
+  return run_frame(handle, *src, *dst, &param, filter_by_scale, true, true);
 }
 
 int vorn::cnr_process_fine(denoise_handle_t* handle, _tag_uni_image* src, _tag_uni_image* dst,
@@ -441,7 +475,7 @@ int vorn::cnr_process_fine(denoise_handle_t* handle, _tag_uni_image* src, _tag_u
   const int range_factor = tuning.range_factor;
   if (filter) tuning.range_factor -= range_factor / 2;
   _tag_cnr_param param = record_of(tuning);
-  return run_frame(handle, *src, *dst, &param, [&](chroma_frame* frame) {
+  const auto filter_frame = [&](chroma_frame* frame) {
     if (tuning.scale < 0 || tuning.scale > 2) return;
     const _tag_uni_image& coarse = *frame->coarse.u;
     const int coarseness = coarse.width > 0 && coarse.height > 0
@@ -450,5 +484,6 @@ int vorn::cnr_process_fine(denoise_handle_t* handle, _tag_uni_image* src, _tag_u
     frame->filter_finely();
     const int strength = plane_strength(range_factor, coarseness);
     if (filter && strength > 0) frame->filter_planes(filter, handle, strength);
-  });
+  };
+  return run_frame(handle, *src, *dst, &param, filter_frame, false, false);
 }

@@ -21,3 +21,21 @@ VORN_API int reduce_color_noise_ver_thread(cnr_handle_t* handle, _tag_uni_image*
                                            _tag_uni_image* src_u, _tag_uni_image* src_v,
                                            _tag_uni_image* dst_u, _tag_uni_image* dst_v,
                                            _tag_cnr_param* param);
+
+namespace vorn {
+
+// A horizontal pass that takes src_u and src_v apart from U,V pairs on its way, a few rows at a
+// time: split_UV_thread and the pass in one stage.
+int split_and_filter_hor(cnr_handle_t* handle, const unsigned char* src_uv,
+                         const _tag_uni_image& guide, const _tag_uni_image& src_u,
+                         const _tag_uni_image& src_v, const _tag_uni_image& dst_u,
+                         const _tag_uni_image& dst_v, const _tag_cnr_param& param);
+
+// A vertical pass into U,V pairs: the pass and mergeUV_thread in one stage, and no planes written
+// in between where the kernels can run the pass. dst_u and dst_v are for where they cannot.
+int filter_ver_to_pairs(cnr_handle_t* handle, const _tag_uni_image& guide,
+                        const _tag_uni_image& src_u, const _tag_uni_image& src_v,
+                        const _tag_uni_image& dst_u, const _tag_uni_image& dst_v,
+                        unsigned char* dst_uv, const _tag_cnr_param& param);
+
+}  // namespace vorn
