@@ -25,8 +25,8 @@ void plan_run(run_plan* plan, bool short_rules) {
     }
     plan->by_blocks |= m == 1;
     plan->written |= static_cast<uint32_t>(m != 0) << i;
-    plan->scalar |= static_cast<uint32_t>(scalar) << i;
-    // Blocks that stay as they are take any rule.
+    // Blocks that stay as they are take any rule: the vector one costs nothing more.
+    plan->scalar |= static_cast<uint32_t>(scalar && m != 0) << i;
     values[i] = m > 1 ? m : static_cast<unsigned char>(kNeutralMask);
   }
   make_mask_rules(&plan->rules, values, short_rules);
