@@ -96,8 +96,27 @@ std::string repeat_command(const row& r, kernel_form form, const options& o, siz
          std::to_string(trial);
 }
 
+double now() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+// Tells how far a row is, every few seconds, on standard error.
+class progress {
+ public:
+  void tell(const row& r, kernel_form form, size_t done, size_t trials) {
+    if (now() < next_) return;
+    next_ = now() + kSeconds;
+    fprintf(stderr, "   %-28s %-9s %7zu of %zu trials, %.0f s\n", r.name.c_str(),
+            vorn::kernel_form_name(form), done, trials, next_ - kSeconds - start_);
+  }
+
+ private:
+  static constexpr double kSeconds = 10;
+  double start_ = now(), next_ = start_ + kSeconds;
+};
+
 // Runs all trials of a row in one form. Returns whether they passed.
-bool check(const row& r, kernel_form form, const options& o) {
+bool check(const row& r, kernel_form form, const options& o, progress* so_far) {
   const auto all = geometries(r, o.thorough);
   double largest = 0;
   size_t run = 0;
@@ -108,7 +127,7 @@ bool check(const row& r, kernel_form form, const options& o) {
     under_way = {r.name, form, repeat_command(r, form, o, i)};
     trial t(g, form, r.tolerance);
     r.body(t);
-    ++run;
+    so_far->tell(r, form, ++run, all.size());
     largest = std::max(largest, t.result().largest);
     if (!t.result().report.empty()) {
       printf("FAILED %s (%s)\n  %s\n  %s\n  repeat: %s\n", r.name.c_str(),
@@ -130,10 +149,6 @@ bool emulated() {
 #else
   return false;
 #endif
-}
-
-double now() {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
 // Median seconds of one call.
@@ -271,6 +286,7 @@ int main(int argc, char** argv) {
   for (const row& r : rows()) exact |= r.name == o.only;
   bool ok = true;
   int checked = 0;
+  progress so_far;
   for (const row& r : rows()) {
     if (r.name.find(o.only) == std::string::npos || (exact && r.name != o.only)) continue;
     for (kernel_form form : forms_of(r, o)) {
@@ -283,7 +299,7 @@ int main(int argc, char** argv) {
       else if (o.bench)
         bench(r, form);
       else
-        ok &= check(r, form, o);
+        ok &= check(r, form, o, &so_far);
     }
   }
   if (o.list || o.bench || o.count) return 0;
