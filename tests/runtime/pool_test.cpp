@@ -13,6 +13,7 @@
 #include "runtime/exported/pool.h"
 #include "runtime/stage.h"
 #include "tests/support/host.h"
+#include "tests/support/workers.h"
 
 namespace {
 
@@ -116,20 +117,11 @@ void* tell_thread(void* arg) {
   return nullptr;
 }
 
-// Waits until so many workers sleep.
-void asleep(pool* workers, int count) {
-  for (int sleepers = -1; sleepers != count; usleep(100)) {
-    pthread_mutex_lock(&workers->queue_lock);
-    sleepers = workers->sleepers;
-    pthread_mutex_unlock(&workers->queue_lock);
-  }
-}
-
 // How many of a stage's four jobs ran on this thread, the workers asleep before.
 int own_jobs(int workers_number, int bind_core) {
   pool* workers = nullptr;
   EXPECT_EQ(vorn::create_pool(&workers, workers_number, bind_core), 0);
-  asleep(workers, workers_number);
+  wait_asleep(workers, workers_number);
   pthread_t threads[4];
   place jobs[4];
   for (int i = 0; i < 4; ++i) jobs[i] = {&threads[i], workers};
