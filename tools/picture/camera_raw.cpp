@@ -1,6 +1,7 @@
 #include "tools/picture/camera_raw.h"
 
 #ifdef VORN_TOOL_LIBRAW
+#include <dlfcn.h>
 #include <libraw/libraw.h>
 #endif
 
@@ -87,6 +88,14 @@ void set_development(libraw_output_params_t& p) {
   p.fbdd_noiserd = 0;
 }
 
+// LibRaw shares work out by OpenMP, whose runtime ends the program where no second thread is to be
+// had. The calling thread works alone, then; no name of that runtime is linked.
+void take_no_threads() {
+  using set_count = void (*)(int);
+  if (void* const set = dlsym(RTLD_DEFAULT, "omp_set_num_threads"))
+    reinterpret_cast<set_count>(set)(1);
+}
+
 // The orientation as EXIF numbers it, from LibRaw's: bits for mirrored, upside down, transposed.
 int orientation_of(int flip) {
   switch (flip) {
@@ -131,6 +140,7 @@ std::vector<uint8_t> exif_of(int orientation, double iso) {
 
 frame decode_camera_raw(const uint8_t* bytes, size_t size, const std::string& name,
                         stream_info* info) {
+  take_no_threads();
   const auto raw = std::make_unique<LibRaw>();  // some hundred kilobytes
   int faults = 0;
   raw->set_dataerror_handler(count_fault, &faults);
