@@ -79,7 +79,7 @@ class viewer {
  private:
   struct result {
     std::string key;
-    std::shared_ptr<const frame> picture;
+    std::shared_ptr<frame> picture;
   };
   template <typename Make>
   std::shared_ptr<const frame> kept(const std::string& key, const Make& make);

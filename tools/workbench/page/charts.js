@@ -7,7 +7,7 @@ function chart(lines, options) {
   const points = lines.flatMap(l => l.points.filter(p => p[1] !== null && isFinite(p[1])));
   const svg = tagged("svg", { viewBox: `0 0 ${o.width} ${o.height}`, role: "img", "aria-label": o.title || "chart" });
   if (!points.length) return svg;
-  const power = v => v >= 4 || v <= -2 ? "1e" + v.toFixed(1) : Number((10 ** v).toPrecision(2)).toString();
+  const power = v => v >= 4 || v <= -2 ? (10 ** v).toExponential(1).replace("+", "") : Number((10 ** v).toPrecision(2)).toString();
   const fx = o.logX ? v => Math.log2(v) : v => v;
   const range = (list, low, high) => {
     let a = low ?? Math.min(...list), b = high ?? Math.max(...list);
