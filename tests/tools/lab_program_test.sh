@@ -26,6 +26,14 @@ check "tune" "$program" tune demo/clean.png --sensor sensor.json --rounds 1 --lu
 check "its gains" grep -qE '^ +16 ' tune.txt
 check "auto, own set" "$program" denoise demo/noisy_gain16.png -o d.png --sensor sensor.json --tuning own.json 2>auto.txt
 says "(entry 16)" auto.txt
+# A set by formula, also for gains between and beyond those that were measured.
+check "from profile" "$program" tuning from-profile sensor.json --gains 2,4,8,16,32 -o formula.json
+"$program" tuning show formula.json >formula.txt
+check "its strengths rise" awk '/^luma 0pIntensity/ { ok = NF == 7; for (i = 4; i <= NF; i++) ok = ok && $i > $(i - 1) } END { exit !ok }' formula.txt
+check "the measured gains" "$program" tuning from-profile sensor.json -o formula.json
+check "two entries" [ "$(grep -c '"gain"' formula.json)" = 2 ]
+refuses "is no JSON text" tuning from-profile demo/clean.png -o x.json
+
 # Two shots of a scene without a clean one; the gain that is not told comes from their noise.
 for seed in 1 2; do
   check "shot" "$program" noise demo/clean.png --add 8 --seed $seed -o shot_$seed.png

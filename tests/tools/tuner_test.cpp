@@ -12,8 +12,10 @@
 #include "tools/error.h"
 #include "tools/lab/chart.h"
 #include "tools/lab/metrics.h"
+#include "tools/lab/noise_meter.h"
 #include "tools/lab/pair_check.h"
 #include "tools/lab/report_page.h"
+#include "tools/tuning/from_noise.h"
 
 namespace vorn::tool {
 namespace {
@@ -173,6 +175,48 @@ TEST(Burst, ShotsHaveToDifferByNoiseAlone) {
   EXPECT_NE(fault(warmer).find("V of the second shot"), std::string::npos);
   for (int y = 64; y < 112; ++y) std::fill_n(moved.luma() + y * 320 + 96, 48, uint8_t{90});
   EXPECT_NE(fault(moved).find("something moved"), std::string::npos);
+}
+
+// The formula, fed with what the meter says of two shots, beside the default set's best entry. The
+// chart is smoother than the photographs that it is meant for, and would be filtered more.
+TEST(FromNoise, SuitsTheNoiseWhateverItsBlur) {
+  const frame clean = draw_chart(320, 240);
+  int32_t strongest = 0;
+  for (const double gain : {2.0, 8.0, 32.0}) {
+    for (const double blur : {0.0, 0.8}) {
+      const frame a = vorn_test::noisy(clean, gain, 1, blur);
+      const frame b = vorn_test::noisy(clean, gain, 2, blur);
+      const vorn_noise measured = measure_noise({a, b}, noise_scene::burst).all;
+      noise_levels noise;
+      std::copy_n(measured.luma_levels, noise.luma.size(), noise.luma.begin());
+      std::copy_n(measured.chroma_levels, noise.chroma.size(), noise.chroma.begin());
+      const tuning t = tuning_for_noise(noise);
+      check_tuning(t, "formula");
+      if (blur == 0) {
+        EXPECT_GT(t.luma.pIntensity[0], strongest);
+        strongest = t.luma.pIntensity[0];
+      }
+      const std::vector<tuning_sample> samples = {{"a", clean, a}};
+      tuning_bench bench(samples, objective::psnr, 1);
+      std::vector<tuning> entries;
+      for (const tuning_entry& entry : default_tuning_set().entries)
+        entries.push_back(entry.values);
+      const auto best = [](const std::vector<tuning_score>& scores) {
+        double most = 0;
+        for (const tuning_score& s : scores) most = std::max(most, s.psnr);
+        return most;
+      };
+      EXPECT_GT(bench.score_luma({t}, false)[0].psnr, best(bench.score_luma(entries, false)) - 0.8)
+          << gain << " blur " << blur;
+      EXPECT_GT(bench.score_chroma({t}, false)[0].psnr,
+                best(bench.score_chroma(entries, false)) - 0.8)
+          << gain << " blur " << blur;
+    }
+  }
+  const tuning nothing = tuning_for_noise({});
+  EXPECT_EQ(nothing.luma.enable, 0);
+  EXPECT_EQ(nothing.chroma.enable, 0);
+  check_tuning(nothing, "nothing");
 }
 
 TEST(Figures, LostTexture) {

@@ -1,11 +1,17 @@
 // vorn-ycnr tuning: looks at tuning sets and converts them to and from the text of the debug dumps.
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <memory>
+#include <set>
 
 #include "tools/commands/commands.h"
 #include "tools/error.h"
+#include "tools/lab/noise_meter.h"
+#include "tools/lab/sensor_profile.h"
 #include "tools/picture/output_file.h"
 #include "tools/text.h"
+#include "tools/tuning/from_noise.h"
 
 namespace vorn::tool {
 namespace {
@@ -16,6 +22,7 @@ struct tuning_args {
   std::string into;
   std::string name = "camera";
   double gain = 0;
+  std::vector<double> gains;
 };
 
 int run_show(const tuning_args& args) {
@@ -115,6 +122,58 @@ int run_to_dump(const tuning_args& args) {
   return kExitOk;
 }
 
+noise_levels levels_of(const sensor_row& row) {
+  noise_levels noise;
+  std::copy_n(row.luma_levels.begin(), noise.luma.size(), noise.luma.begin());
+  std::copy_n(row.chroma_levels.begin(), noise.chroma.size(), noise.chroma.begin());
+  return noise;
+}
+
+// What the model of a profile makes of grey.
+noise_levels modelled_noise(const sensor_profile& profile, double gain) {
+  noise_model model = profile.model;
+  model.gain = gain;
+  const vorn_noise measured = model_curve(model).all;
+  noise_levels noise;
+  std::copy_n(measured.luma_levels, noise.luma.size(), noise.luma.begin());
+  std::copy_n(measured.chroma_levels, noise.chroma.size(), noise.chroma.begin());
+  return noise;
+}
+
+// As measured at the nearest of the gains that were, carried to another gain by the model: what was
+// measured hangs on how bright the scene was, which the model's greys do not know.
+noise_levels noise_at(const sensor_profile& profile, double gain) {
+  const auto distance = [&](const sensor_row& row) { return std::abs(std::log(row.gain / gain)); };
+  const sensor_row& row = *std::min_element(
+      profile.rows.begin(), profile.rows.end(),
+      [&](const sensor_row& a, const sensor_row& b) { return distance(a) < distance(b); });
+  noise_levels noise = levels_of(row);
+  if (row.gain == gain) return noise;
+  const noise_levels there = modelled_noise(profile, gain),
+                     here = modelled_noise(profile, row.gain);
+  const auto carry = [](auto& levels, const auto& to, const auto& from) {
+    if (from[0] <= 0) return;
+    for (double& level : levels) level *= to[0] / from[0];
+  };
+  carry(noise.luma, there.luma, here.luma);
+  carry(noise.chroma, there.chroma, here.chroma);
+  return noise;
+}
+
+int run_from_profile(const tuning_args& args) {
+  const sensor_profile profile = read_sensor_profile(args.files[0]);
+  std::set<double> gains(args.gains.begin(), args.gains.end());
+  for (const sensor_row& row : profile.rows)
+    if (args.gains.empty()) gains.insert(row.gain);
+  tuning_set set;
+  set.name = profile.name;
+  set.description = "From the noise of a sensor profile, by formula.";
+  for (const double gain : gains)
+    set.entries.push_back({gain, tuning_for_noise(noise_at(profile, gain))});
+  write_file(args.output, tuning_set_to_json(set));
+  return kExitOk;
+}
+
 int run_from_dump(const tuning_args& args) {
   tuning t = {};
   bool have[2] = {};
@@ -201,6 +260,21 @@ void add_tuning(CLI::App& program, job& chosen) {
       ->required();
   to->footer("Example:\n  vorn-ycnr tuning to-dump --gain 8 -o gain8");
   to->callback([args, &chosen] { chosen = [args] { return run_to_dump(*args); }; });
+
+  CLI::App* const profile = command->add_subcommand(
+      "from-profile", "Make a set for the noise of a camera's profile, by formula");
+  add_files(*profile, "profile", args->files, "Sensor profile, as noise --fit writes it")
+      ->type_name("PROFILE")
+      ->required()
+      ->expected(1);
+  add_reals(*profile, "--gains", args->gains, kLowestGain, kHighestGain,
+            "Gains of the entries; else those that the profile was measured at");
+  add_file(*profile, "-o,--output", args->output, "Set to write; - is standard output")->required();
+  profile->footer(
+      "A search finds more, and wants pictures: vorn-ycnr tune --sensor, --pair or --burst.\n"
+      "Example:\n"
+      "  vorn-ycnr tuning from-profile camera.json --gains 1,2,4,8,16,32 -o camera_set.json");
+  profile->callback([args, &chosen] { chosen = [args] { return run_from_profile(*args); }; });
 
   CLI::App* const from = command->add_subcommand("from-dump", "Make an entry of a device's dumps");
   add_files(*from, "texts", args->files, "The luma and the chroma tuning text")
