@@ -287,9 +287,9 @@ void add_tune(CLI::App& program, job& chosen) {
       program.add_subcommand("tune", "Search a tuning set on pictures with a clean version");
   add_tune_options(*command, *o);
   command->footer(
-      "All inputs and outputs are checked first; pairs have to lie upon each other to a third of "
-      "a\n"
-      "pixel, shots of --burst to a sixth. Ctrl-C ends the search and keeps the best so far.\n"
+      "All inputs and outputs are checked first; pairs have to lie upon each other to a\n"
+      "third of a pixel, shots of --burst to a sixth. Ctrl-C ends the search and keeps\n"
+      "the best so far.\n"
       "--ask-tell leaves the trials, and the reading of the pictures, to an engine of\n"
       "your own that talks in JSON lines: docs/farm.md. vorn-ycnr score answers them.\n"
       "Example:\n"

@@ -271,9 +271,9 @@ void add_tuning(CLI::App& program, job& chosen) {
             "Gains of the entries; else those that the profile was measured at");
   add_file(*profile, "-o,--output", args->output, "Set to write; - is standard output")->required();
   profile->footer(
-      "A search finds more, and wants pictures: vorn-ycnr tune --sensor, --pair or --burst.\n"
+      "A search finds more, and wants pictures: vorn-ycnr tune --pair or --burst.\n"
       "Example:\n"
-      "  vorn-ycnr tuning from-profile camera.json --gains 1,2,4,8,16,32 -o camera_set.json");
+      "  vorn-ycnr tuning from-profile camera.json --gains 1,4,16 -o camera_set.json");
   profile->callback([args, &chosen] { chosen = [args] { return run_from_profile(*args); }; });
 
   CLI::App* const from = command->add_subcommand("from-dump", "Make an entry of a device's dumps");
