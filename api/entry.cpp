@@ -30,12 +30,23 @@ int frame_bytes(int width, int height) {
   return pixels <= INT_MAX / 3 ? static_cast<int>(pixels * 3 / 2) : 0;
 }
 
+// Frees a handle and all that it owns but the pool, none of which need be there: the one inside has
+// no texts, and init may have failed half-way.
+void free_handle(denoise_handle_t* handle) {
+  if (handle->enlarged) free_handle(handle->enlarged);
+  if (handle->plane) ynr_deinit(handle->plane);
+  if (handle->ynr) ynr_deinit(handle->ynr);
+  if (handle->cnr) cnr_deinit(handle->cnr);
+  std::free(handle->grids);
+  std::free(handle->packed);
+  std::free(handle->dump_path);
+  std::free(handle);
+}
+
 // Releases a handle that init could not finish.
 void release(denoise_handle_t* handle) {
-  if (handle->cnr) cnr_deinit(handle->cnr);
-  std::free(handle->dump_path);
   if (handle->pool) vorn_threadpool_destroy(handle->pool);
-  std::free(handle);
+  free_handle(handle);
 }
 
 bool overlap(const unsigned char* a, const unsigned char* b, int bytes) {
@@ -173,19 +184,12 @@ vorn::handle_use::~handle_use() {
 }
 
 bool vorn::shows_frames_between_filters() {
-  return dumps("persist.vendor.cam.ynr2.output") || dumps("persist.vendor.cam.cnr4.input");
+  return dumps(kLumaDumps.output) || dumps(kChromaDumps.input);
 }
 
 void vorn::close_enlarged(denoise_handle_t* handle) {
-  denoise_handle_t* inner = handle->enlarged;
+  if (handle->enlarged) free_handle(handle->enlarged);
   handle->enlarged = nullptr;
-  if (!inner) return;
-  if (inner->cnr) cnr_deinit(inner->cnr);
-  if (inner->ynr) ynr_deinit(inner->ynr);
-  std::free(inner->packed);
-  std::free(inner->grids);
-  if (inner->plane) ynr_deinit(inner->plane);
-  std::free(inner);
 }
 
 denoise_handle_t* vorn_ycnr_init(ycnr_init_param* params) {
@@ -334,20 +338,7 @@ int32_t vorn_ycnr_deinit(denoise_handle_t* handle) {
     __atomic_store_n(&handle->busy, 0, __ATOMIC_RELEASE);
     return VORN_POOL_BUSY;
   }
-  std::free(handle->dump_path);
-  std::free(handle->packed);
-  vorn::close_enlarged(handle);
-  std::free(handle->grids);
-  if (handle->plane) ynr_deinit(handle->plane);
-  if (cnr_deinit(handle->cnr) != 0) {
-    VORN_LOGE("cnr deinit fail \n");
-    return VORN_FAIL;
-  }
-  if (ynr_deinit(handle->ynr) != 0) {
-    VORN_LOGE("ynr deinit fail \n");
-    return VORN_FAIL;
-  }
-  std::free(handle);
+  free_handle(handle);
   VORN_LOGD("ycnr deinit end \n");
   return VORN_OK;
 }

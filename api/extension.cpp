@@ -9,30 +9,27 @@
 #include "api/planes.h"
 #include "base/handle.h"
 #include "base/log.h"
+#include "cnr/cnr_driver.h"
 #include "cnr/cnr_handle.h"
 #include "runtime/kernel_form.h"
 #include "runtime/pool.h"
+#include "ynr/ynr_driver.h"
 #include "ynr/ynr_handle.h"
 
 namespace {
 
-size_t bytes_of(int count) {
-  return static_cast<size_t>(count);
-}
+using vorn::bytes_of;
 
 int even(int size) {
   return size + size % 2;
 }
 
-// Least width and height that the filters take with these tunings, even: a pixel on the coarsest
-// luma level and one whole block, a pixel on every chroma level in use.
+// Least width and height that the filters take with these tunings, even. A number of luma levels
+// that is refused anyway asks for nothing.
 int least_side(const ycnr_ynr_tuning_param& luma, const ycnr_cnr_tuning_param& chroma) {
-  constexpr int kBlock = 4;
-  int least = 2;
-  if (luma.enable == 1 && luma.layer >= 2 && luma.layer <= 5)
-    least = std::max(kBlock, 1 << (luma.layer - 1));
-  const bool two_levels = chroma.scale == 1 || chroma.scale == 2;
-  return chroma.enable == 1 && two_levels ? std::max(least, 4) : least;
+  const bool levels = luma.enable == 1 && luma.layer >= 2 && luma.layer <= vorn::kLevels;
+  return std::max({2, levels ? vorn::ynr_least_side(luma.layer) : 0,
+                   chroma.enable == 1 ? vorn::cnr_least_side(chroma.scale) : 0});
 }
 
 // The handle's two packed frames, allocated at the first use; null when there is no memory.

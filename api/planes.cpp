@@ -10,10 +10,6 @@ namespace vorn {
 
 namespace {
 
-size_t bytes_of(int count) {
-  return static_cast<size_t>(count);
-}
-
 int chroma_planes(const vorn_ycnr_planes& frame) {
   return frame.layout == VORN_LAYOUT_I420 ? 2 : 1;
 }

@@ -3,10 +3,17 @@
 // pool, or on the calling thread where there is little.
 #pragma once
 
+#include <cstddef>
+
 #include "runtime/pool.h"
 #include "vorn_ycnr_ext.h"
 
 namespace vorn {
+
+// Of a count that is not negative, for sizes that leave 31 bits.
+constexpr size_t bytes_of(int count) {
+  return static_cast<size_t>(count);
+}
 
 // Whether the record describes a frame: a known layout, a size, planes, strides of a row or more.
 bool usable_planes(const vorn_ycnr_planes& frame);

@@ -11,11 +11,10 @@ int get_param_gain_info(denoise_handle_t* handle, Denoise_Parameters_t* params) 
   getTimestamp_NR(timestamp, sizeof timestamp);
   const ycnr_ynr_tuning_param& luma = *params->ynr;
   const ycnr_cnr_tuning_param& chroma = *params->cnr;
-  DUMP_ynr_config_file("persist.vendor.cam.ynr2.input", "yes", "persist.vendor.cam.ynr2.save_path",
-                       timestamp, params->ynr);
-  const int result =
-      DUMP_cnr_config_file("persist.vendor.cam.cnr4.input", "yes",
-                           "persist.vendor.cam.cnr4.save_path", timestamp, params->cnr);
+  DUMP_ynr_config_file(vorn::kLumaDumps.input, "yes", vorn::kLumaDumps.path, timestamp,
+                       params->ynr);
+  const int result = DUMP_cnr_config_file(vorn::kChromaDumps.input, "yes", vorn::kChromaDumps.path,
+                                          timestamp, params->cnr);
 
   _tag_ynr_param_output& ynr = handle->ynr_param;
   std::copy(std::begin(luma.pIntensity), std::end(luma.pIntensity), ynr.pIntensity);

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <initializer_list>
@@ -134,6 +135,13 @@ int DUMP_cnr_config_file(const char* enable_property, const char* expected,
                       {"param0", t.param0},
                       {"param1", t.param1},
                       {"param2", t.param2}});
+}
+
+void vorn::dump_frame(const char* enable_property, const char* path_property, const char* label,
+                      const char* timestamp, const _tag_uni_image& frame) {
+  const int64_t bytes = int64_t{frame.width} * frame.height * 3 / 2;
+  DUMP_IMAGE_CONDITION(enable_property, "yes", path_property, label, timestamp, frame.plane[0],
+                       frame.width, frame.height, static_cast<int>(bytes));
 }
 
 bool vorn::dumps(const char* enable_property) {

@@ -22,6 +22,21 @@ VORN_API int DUMP_IMAGE_CONDITION(const char* enable_property, const char* expec
 
 namespace vorn {
 
+// The properties of a filter's dumps: which switch on those before and after it, and where they go.
+struct dump_properties {
+  const char *input, *output, *path;
+};
+constexpr dump_properties kLumaDumps = {"persist.vendor.cam.ynr2.input",
+                                        "persist.vendor.cam.ynr2.output",
+                                        "persist.vendor.cam.ynr2.save_path"};
+constexpr dump_properties kChromaDumps = {"persist.vendor.cam.cnr4.input",
+                                          "persist.vendor.cam.cnr4.output",
+                                          "persist.vendor.cam.cnr4.save_path"};
+
+// DUMP_IMAGE_CONDITION for a whole 4:2:0 frame that lies without gaps from its first plane on.
+void dump_frame(const char* enable_property, const char* path_property, const char* label,
+                const char* timestamp, const _tag_uni_image& frame);
+
 // Whether a dump's property switches it on.
 bool dumps(const char* enable_property);
 

@@ -237,7 +237,8 @@ void filter_strip(const chroma_pass& pass, int row_begin, int row_end, int begin
   }
 }
 
-void filter_columns_fast(const chroma_pass& pass, int row_begin, int row_end) {
+// The horizontal pass.
+void filter_rows_across(const chroma_pass& pass, int row_begin, int row_end) {
   const int width = pass.width;
   if (width <= kStripColumns) return filter_strip(pass, row_begin, row_end, 0, width, 0, width);
   const int radius = pass.step < 1 ? 0 : std::min(std::max(pass.radius, 0), width);
@@ -281,7 +282,7 @@ bool spans_fit(const chroma_pass& pass, direction dir) {
 }
 
 void filter_spans(const chroma_pass& pass, direction dir, int row_begin, int row_end) {
-  if (dir == direction::horizontal) return filter_columns_fast(pass, row_begin, row_end);
+  if (dir == direction::horizontal) return filter_rows_across(pass, row_begin, row_end);
   const radial_line factors(pass);
   ptrdiff_t taps[kMaxFastTaps];
   row_distances left;

@@ -330,13 +330,6 @@ void chroma_frame::filter_planes(vorn::plane_filter filter, denoise_handle_t* ow
   });
 }
 
-void dump(const char* property, const char* label, const char* timestamp,
-          const _tag_uni_image& frame) {
-  const int64_t bytes = int64_t{frame.width} * frame.height * 3 / 2;
-  DUMP_IMAGE_CONDITION(property, "yes", "persist.vendor.cam.cnr4.save_path", label, timestamp,
-                       frame.plane[0], frame.width, frame.height, static_cast<int>(bytes));
-}
-
 // The radius rounded towards zero to a multiple of the step; 0 for a step of 0.
 int radius_in_steps(int radius, int step) {
   if (step == 0) return 0;
@@ -368,7 +361,7 @@ int run_frame(denoise_handle_t* owner, const _tag_uni_image& src, const _tag_uni
   if (vorn::cnr_check_frame(owner->cnr, src.width, src.height, param->scale) != 0) return -1;
   char timestamp[256] = {};
   getTimestamp_NR(timestamp, sizeof(timestamp));
-  dump("persist.vendor.cam.cnr4.input", "cnr4_input", timestamp, src);
+  vorn::dump_frame(vorn::kChromaDumps.input, vorn::kChromaDumps.path, "cnr4_input", timestamp, src);
   const double begin = getTime();
   chroma_frame frame = {owner->cnr,
                         src,
@@ -387,7 +380,8 @@ int run_frame(denoise_handle_t* owner, const _tag_uni_image& src, const _tag_uni
   const double ms = getTime() - begin;
   VORN_LOG_AS(vorn::kLogDebug, kDriver, "CNR_process cost time: %.3f \n", ms);
   frame.stages.tell("CNR_process", ms);
-  dump("persist.vendor.cam.cnr4.output", "cnr4_output", timestamp, dst);
+  vorn::dump_frame(vorn::kChromaDumps.output, vorn::kChromaDumps.path, "cnr4_output", timestamp,
+                   dst);
   return 0;
 }
 
@@ -419,8 +413,12 @@ void set_range_coefficient(_tag_cnr_param* param, float numerator, int range_fac
   for (float& entry : param->range_coef) entry = numerator / (factor * factor);
 }
 
+int cnr_least_side(int scale) {
+  return scale == 1 || scale == 2 ? 4 : 2;  // luma samples of a pixel of the last level
+}
+
 int cnr_check_frame(const cnr_handle_t* handle, int width, int height, int scale) {
-  const int least = scale == 1 || scale == 2 ? 4 : 2;  // luma samples of a pixel of the last level
+  const int least = cnr_least_side(scale);
   if (handle && width == handle->width && height == handle->height && width % 2 == 0 &&
       width >= least && height >= least)
     return 0;

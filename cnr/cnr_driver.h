@@ -26,8 +26,11 @@ VORN_API int color_noise_reduce_process(void* handle, _tag_uni_image* src, _tag_
 
 namespace vorn {
 
+// The least width and height of a frame with this tuning: a pixel on every level that scale uses.
+int cnr_least_side(int scale);
+
 // Whether the chroma driver can run a width x height frame with this tuning on this handle: the
-// frame has the handle's size, the width is even, and no level that `scale` uses is empty.
+// frame has the handle's size, the width is even, and both sides are at least cnr_least_side.
 // Returns 0, or -1 with one ERROR line.
 int cnr_check_frame(const cnr_handle_t* handle, int width, int height, int scale);
 

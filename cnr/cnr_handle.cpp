@@ -11,7 +11,7 @@ namespace {
 constexpr const char* kBuildBanner =
     "CAM_ALGO_CV_CNR4_LIBVER [4.0.1.2.2768825][Aug 28 2024][18:43:31]";
 
-constexpr int kLevels = 7;  // images per pyramid level
+constexpr int kImagesPerLevel = 7;
 // Behind the last plane. Up-sampling to an odd width reads one sample past a coarse row; past the
 // last row of the last plane, a difference, it finds "no difference" in the first spare byte.
 constexpr size_t kSpareBytes = 128;
@@ -47,7 +47,7 @@ int cnr_Allocate_slice_memory(cnr_handle_t* handle) {
   const bool sane = width >= 1 && height >= 1 && static_cast<int64_t>(width) * height <= INT32_MAX;
   const int64_t level0 = sane ? static_cast<int64_t>(width >> 1) * (height >> 1) : 0;
   const int64_t level1 = sane ? static_cast<int64_t>(width >> 2) * (height >> 2) : 0;
-  const int64_t size = kLevels * (level0 + level1);
+  const int64_t size = kImagesPerLevel * (level0 + level1);
   unsigned char* block = nullptr;
   if (sane && size <= INT32_MAX)
     block = static_cast<unsigned char*>(std::malloc(static_cast<size_t>(size) + kSpareBytes));
@@ -57,7 +57,7 @@ int cnr_Allocate_slice_memory(cnr_handle_t* handle) {
   }
   std::memset(block, 0, static_cast<size_t>(size) + kSpareBytes);
   block[size] = kNoDifference;
-  for (int k = 0; k < kLevels; ++k) {
+  for (int k = 0; k < kImagesPerLevel; ++k) {
     _tag_uni_image& fine = handle->images[2 * k];
     fine.width = fine.stride[0] = width >> 1;
     fine.height = height >> 1;
@@ -65,7 +65,7 @@ int cnr_Allocate_slice_memory(cnr_handle_t* handle) {
     _tag_uni_image& coarse = handle->images[2 * k + 1];
     coarse.width = coarse.stride[0] = width >> 2;
     coarse.height = height >> 2;
-    coarse.plane[0] = block + kLevels * level0 + k * level1;
+    coarse.plane[0] = block + kImagesPerLevel * level0 + k * level1;
   }
   handle->memory_size_mb = static_cast<int>(size / 1048576);
   VORN_LOGD("cnr malloc size : %d M  \n", handle->memory_size_mb);

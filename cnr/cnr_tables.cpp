@@ -21,7 +21,7 @@ const dither_tables& chroma_dither() {
   return tables;
 }
 
-const int64_t* mask_reciprocals() {
+const int64_t* chroma_mask_reciprocals() {
   struct table {
     int64_t entry[kMaskReciprocals];
   };

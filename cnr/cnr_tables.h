@@ -24,7 +24,7 @@ struct dither_tables {
 const dither_tables& chroma_dither();
 
 // Entry n is 2^20 / n rounded to nearest (n = 1..4092), then 256; entry 0 is 0.
-const int64_t* mask_reciprocals();
+const int64_t* chroma_mask_reciprocals();
 
 // Weight of a neighbour per distance: 255 * (1 - distance^2 * coef / 4)^3, rounded, 0 from the
 // first zero on. A coefficient that is not a number or infinite (range factor 0) gives no weight

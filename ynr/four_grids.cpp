@@ -22,7 +22,6 @@ constexpr grid kGrid[kGrids] = {{0, 0, 7}, {2, 2, 7}, {2, 0, 3}, {0, 2, 3}};
 // Rows that a worker filters on all grids before it averages them: few enough for its cache, and
 // many against the block row that a grid with dy has more of.
 constexpr int kBandRows = 32;
-constexpr int kBlock = 4;
 constexpr int kScratchRows = kBandRows + kBlock;
 
 int scratch_stride(int width) {

@@ -24,16 +24,10 @@ namespace {
 
 using vorn::kBorder;
 
-constexpr char kInputProperty[] = "persist.vendor.cam.ynr2.input";
-constexpr char kOutputProperty[] = "persist.vendor.cam.ynr2.output";
-constexpr char kPathProperty[] = "persist.vendor.cam.ynr2.save_path";
-
-void dump(const char* property, const char* label, const _tag_uni_image* frame) {
+void dump(const char* property, const char* label, const _tag_uni_image& frame) {
   char timestamp[256] = "";
   getTimestamp_NR(timestamp, sizeof timestamp);
-  const int64_t bytes = int64_t{frame->width} * frame->height * 3 / 2;
-  DUMP_IMAGE_CONDITION(property, "yes", kPathProperty, label, timestamp, frame->plane[0],
-                       frame->width, frame->height, static_cast<int>(bytes));
+  vorn::dump_frame(property, vorn::kLumaDumps.path, label, timestamp, frame);
 }
 
 unsigned char* row_of(const _tag_uni_image* image, int y) {
@@ -248,7 +242,7 @@ int run_frame(const denoise_handle_t* owner, _tag_uni_image* src, _tag_uni_image
               _tag_uni_image* mask, const _tag_ynr_param_output& param, unsigned char* grids) {
   if (!owner->ynr || !usable_images(owner->ynr, src, dst, mask, param.layer)) return -1;
   VORN_LOG_AS(vorn::kLogDebug, kDriver, "    nradius = %d \n", param.pRadius[1]);
-  dump(kInputProperty, "ynr2_input", src);
+  dump(vorn::kLumaDumps.input, "ynr2_input", *src);
   const double start = getTime();
 
   luma_frame frame = {owner->ynr, param, src,   dst,
@@ -257,21 +251,25 @@ int run_frame(const denoise_handle_t* owner, _tag_uni_image* src, _tag_uni_image
   const double ms = getTime() - start;
   VORN_LOG_AS(vorn::kLogDebug, kDriver, "YNR process time cost: %.3f ms \n", ms);
   frame.stages.tell("YNR process", ms);
-  dump(kOutputProperty, "ynr2_output", dst);
+  dump(vorn::kLumaDumps.output, "ynr2_output", *dst);
   return 0;
 }
 
 }  // namespace
 
+int vorn::ynr_least_side(int layer) {
+  return std::max(kBlock, layer > 0 ? 1 << (layer - 1) : 0);
+}
+
 int vorn::ynr_check_frame(const ynr_handle_t* handle, int width, int height, int layer) {
   const char* reason = nullptr;
   if (width != handle->width || height != handle->height)
     reason = "not the size given to init";
-  else if (width < 4 || height < 4)
+  else if (width < kBlock || height < kBlock)
     reason = "smaller than one block";
   else if (layer > kLevels)
     reason = "too many layers";
-  else if (layer > 0 && (width >> (layer - 1) < 1 || height >> (layer - 1) < 1))
+  else if (std::min(width, height) < ynr_least_side(layer))
     reason = "too small for the layers";
   if (!reason) return 0;
   VORN_LOGE("frame %d x %d, layer = %d: %s\n", width, height, layer, reason);

@@ -34,8 +34,12 @@ VORN_API void FillExpandPixels(_tag_uni_image* image, int border);
 
 namespace vorn {
 
+// The least width and height of a frame with this many levels: a block, and a pixel on the
+// coarsest.
+int ynr_least_side(int layer);
+
 // Whether the luma driver can run a width x height frame with `layer` (2..5) levels on this
-// handle: the frame has the handle's size, is at least 4x4, and no level is empty.
+// handle: the frame has the handle's size, at least ynr_least_side, and no more than 5 levels.
 // Returns 0, or -1 with one ERROR line.
 int ynr_check_frame(const ynr_handle_t* handle, int width, int height, int layer);
 

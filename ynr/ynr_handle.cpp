@@ -11,6 +11,7 @@
 
 namespace {
 
+using vorn::kBlock;
 using vorn::kBorder;
 using vorn::kLevels;
 
@@ -19,7 +20,6 @@ constexpr char kBuildDate[] = "Aug 28 2024";
 constexpr char kBuildTime[] = "18:43:34";
 constexpr char kVersion[] = "2.0.1.2.2768825";
 
-constexpr int kBlock = 4;           // pixels per block side: the last blocks may overhang this much
 constexpr int kQuarterShift = 2;    // a quarter map has one byte per 4x4 block
 constexpr size_t kSlackBytes = 64;  // behind the last buffer
 

@@ -12,6 +12,7 @@
 namespace vorn {
 constexpr int kLevels = 5;  // pyramid levels, 0 is full resolution
 constexpr int kBorder = 8;  // pixels around every working image, on all four sides
+constexpr int kBlock = 4;   // pixels per block side: the last blocks of a level may overhang it
 }  // namespace vorn
 
 // Nine arrays of views into one scratch block that starts at gauss_whole[1].plane[0]. "whole"

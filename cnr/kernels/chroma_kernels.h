@@ -24,11 +24,11 @@
 
 namespace vorn {
 
-constexpr int kPairsPerStep = 16;    // a whole step of split_gain: 32 bytes
-constexpr int kMinSpan = 16;         // shortest span of the filter kernel
-constexpr int kMaxFastTaps = 80;     // 256 + 80 * 255 stays below the division's limit
-constexpr int kMaxDistance = 1926;   // so that d2 fits 16 signed bits
-constexpr int kMaxSmallerEdge = 24;  // so that edge_a * 4 * 255 + 255 * 32 fits 16 signed bits
+constexpr int kPairsPerStep = 16;         // a whole step of split_gain: 32 bytes
+constexpr int kMinSpan = 16;              // shortest span of the filter kernel
+constexpr int kMaxFastTaps = 80;          // 256 + 80 * 255 stays below the division's limit
+constexpr int kMaxChromaDistance = 1926;  // so that d2 fits 16 signed bits
+constexpr int kMaxSmallerEdge = 24;       // so that edge_a * 4 * 255 + 255 * 32 fits 16 signed bits
 constexpr int kWeightGroup = 16;
 
 constexpr float kQuotientScale = 1.0f + 0x1p-23f;
@@ -36,7 +36,7 @@ constexpr float kQuotientScale = 1.0f + 0x1p-23f;
 // What a span's pixels share with the whole pass. Filled by make_chroma_weights.
 struct chroma_weights {
   int edge_a;   // 0..kMaxSmallerEdge
-  int edge_b;   // edge_a.., bounded by kMaxDistance
+  int edge_b;   // edge_a.., bounded by kMaxChromaDistance
   int support;  // weights from here on are 0
   alignas(64) uint8_t weight[kRangeWeights];
   // For 16-entry look-ups: group g holds weight[16g + j] ^ weight[16g + 16 + j]. The exclusive or

@@ -151,7 +151,8 @@ constexpr int kFineCentreWeight = 32768;
 
 inline uint8_t fine_quotient(int64_t sum, int64_t weight) {
   const int64_t n = (weight + 1024) >> 11;  // 16 for the centre alone
-  const int64_t reciprocal = mask_reciprocals()[n < kMaskReciprocals ? n : kMaskReciprocals - 1];
+  const int64_t reciprocal =
+      chroma_mask_reciprocals()[n < kMaskReciprocals ? n : kMaskReciprocals - 1];
   const int64_t value = reciprocal * ((sum + 1024) >> 11);
   return static_cast<uint8_t>(value < 266862592 ? (value + 524288) >> 20 : 255);
 }

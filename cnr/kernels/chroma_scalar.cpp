@@ -32,9 +32,9 @@ constexpr chroma_kernels kChromaScalar = {filter_scalar, split_gain_scalar};
 }  // namespace
 
 bool edges_fit_kernels(int edge_a, int edge_b) {
-  if (edge_a < 0 || edge_a > kMaxSmallerEdge || edge_b < edge_a || edge_b > kMaxDistance)
+  if (edge_a < 0 || edge_a > kMaxSmallerEdge || edge_b < edge_a || edge_b > kMaxChromaDistance)
     return false;
-  return 255 + (255 * edge_a >> 3) + (255 * edge_b >> 3) <= kMaxDistance;
+  return 255 + (255 * edge_a >> 3) + (255 * edge_b >> 3) <= kMaxChromaDistance;
 }
 
 void make_chroma_weights(float coef, int edge_a, int edge_b, chroma_weights* weights) {

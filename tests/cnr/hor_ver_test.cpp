@@ -34,7 +34,7 @@ TEST(CnrTables, RangeWeightsFollowTheFactor) {
 }
 
 TEST(CnrTables, ReciprocalsEndInAFlatTail) {
-  const int64_t* table = vorn::mask_reciprocals();
+  const int64_t* table = vorn::chroma_mask_reciprocals();
   EXPECT_EQ(table[0], 0);
   EXPECT_EQ(table[3], 349525);
   EXPECT_EQ(table[16], 65536);
