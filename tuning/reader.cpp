@@ -205,7 +205,7 @@ class set_builder : public nlohmann::json_sax<nlohmann::json> {
                                      : "a text";
     } else if (place_ == in_entry) {
       field = kEntryKeys[key_];
-      wanted = key_ == kGainKey                         ? "a number above 0, up to 1e6"
+      wanted = key_ == kGainKey                         ? kGainRange
                : key_ == kLumaKey || key_ == kChromaKey ? "an object"
                                                         : "a text";
     } else {
@@ -260,8 +260,7 @@ class set_builder : public nlohmann::json_sax<nlohmann::json> {
       entry_.name = text_of(s);
     } else if (key_ == kNotesKey) {
       entry_.notes = text_of(s);
-    } else if (key_ == kGainKey && s.kind == scalar::number && s.value > 0 &&
-               s.value <= kHighestGain) {
+    } else if (key_ == kGainKey && s.kind == scalar::number && is_gain(s.value)) {
       if (!set_.entries.empty() && !(set_.entries.back().gain < s.value)) {
         fail(key_line_, "gain", "\"gain\" must rise from entry to entry");
       }

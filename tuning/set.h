@@ -13,6 +13,7 @@ namespace vorn::tunings {
 constexpr const char* kFormat = "vorn-ycnr tuning set";
 constexpr int kLevels = 5;
 constexpr double kHighestGain = 1e6;
+constexpr const char* kGainRange = "a number above 0, up to 1e6";
 
 struct entry {
   double gain = 0;
@@ -44,7 +45,11 @@ std::string printable(const std::string& text, size_t most);
 // Whether a text is UTF-8 without NUL, which is what a set can hold.
 bool is_text(const std::string& text);
 
-// Throws unless gain is finite, above 0 and at most kHighestGain.
+// Whether gain is finite, above 0 and at most kHighestGain.
+constexpr bool is_gain(double gain) {
+  return gain > 0 && gain <= kHighestGain;
+}
+// Throws unless it is.
 void check_gain(double gain);
 
 // The set's JSON text: one record a line, since sets are read and compared by people.

@@ -25,6 +25,7 @@
 #include <gst/tag/tag.h>
 #include <string.h>
 
+#include "../padded_size.h"
 #include "planes.h"
 #include "vorn_ycnr_ext.h"
 

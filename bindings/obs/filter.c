@@ -6,6 +6,7 @@
 #include <util/bmem.h>
 #include <util/platform.h>
 
+#include "../padded_size.h"
 #include "frames.h"
 #include "vorn_tuning.h"
 

@@ -1,5 +1,5 @@
 /*
- * OBS's frames as the library takes them, and the padding of sizes whose edges it would spoil.
+ * OBS's frames as the library takes them.
  */
 #ifndef VORN_OBS_FRAMES_H
 #define VORN_OBS_FRAMES_H
@@ -8,15 +8,6 @@
 
 #include "vorn_noise.h"
 #include "vorn_ycnr_ext.h"
-
-/* Size of the denoiser for frames of this size. The filters spoil the right edge or the last rows
- * of chroma where a level's width or height is odd: these sizes have no such level. */
-static inline int32_t padded_width(int32_t width) {
-  return width <= 128 ? 128 : (width + 15) & ~15;
-}
-static inline int32_t padded_height(int32_t height) {
-  return (height + 3) & ~3;
-}
 
 /* Larger sides than OBS has textures for are not taken. */
 enum { FRAME_MOST_SIDE = 16384 };

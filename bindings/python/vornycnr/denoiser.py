@@ -332,8 +332,7 @@ def denoise_planes(
 
 
 class _PictureDenoiser(Denoiser):
-    """For pictures that are looked at, of any size. The filters spoil the right edge or the last rows of
-    chroma where a level's width or height is odd: the size inside has no such level."""
+    """For pictures that are looked at, of any size: padded as bindings/padded_size.h says."""
 
     def _filtered_size(self) -> Tuple[int, int]:
         return max(self.width + -self.width % 16, 128), self.height + -self.height % 4
