@@ -12,6 +12,8 @@
 
 namespace {
 
+using vorn::kBlock;
+
 struct grid {
   int dx, dy;  // the grid begins this far left of and above the level
   int radius;
