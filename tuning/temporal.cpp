@@ -10,6 +10,7 @@
 #include "vorn_temporal.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <new>
 #include <utility>
@@ -69,7 +70,29 @@ struct block_sums {
   int absolute = 0, sum = 0, count = 0;  // differences of one channel
 };
 
+// A whole block, with bounds that a compiler can turn into vectors.
+template <int side, int step>
+block_sums compare_whole(const channel& now, const channel& former, int x0, int y0) {
+  block_sums s;
+  for (int y = y0; y < y0 + side; ++y) {
+    const uint8_t* const a = now.row(y) + x0 * step;
+    const uint8_t* const b = former.row(y) + x0 * step;
+    for (int x = 0; x < side; ++x) {
+      const int d = a[x * step] - b[x * step];
+      s.absolute += std::abs(d);
+      s.sum += d;
+    }
+  }
+  s.count = side * side;
+  return s;
+}
+
 block_sums compare_block(const channel& now, const channel& former, int x0, int y0, int side) {
+  if (x0 + side <= now.width && y0 + side <= now.height) {
+    if (side == kBlock) return compare_whole<kBlock, 1>(now, former, x0, y0);
+    return now.step == 1 ? compare_whole<kBlock / 2, 1>(now, former, x0, y0)
+                         : compare_whole<kBlock / 2, 2>(now, former, x0, y0);
+  }
   block_sums s;
   const int x1 = std::min(x0 + side, now.width), y1 = std::min(y0 + side, now.height);
   for (int y = y0; y < y1; ++y) {
@@ -107,9 +130,34 @@ int share_of(const channels& now, const channels& former, int x0, int y0, int le
                    share_within(std::abs(v.sum), mean_limit, v.count)});
 }
 
-uint8_t blended(int now, int former, int share, int most) {
-  const int change = std::clamp(former - now, -most, most) * share;
-  return static_cast<uint8_t>(now + (change + (change >= 0 ? 128 : -128)) / 256);
+// A row of bytes and its former result, with a share in 1/256 for each. Nothing leaves 16 bits: a
+// change is at most 36 and a share 176.
+void blend_row(uint8_t* now, const uint8_t* former, const int16_t* shares, int count,
+               int16_t most) {
+  for (int x = 0; x < count; ++x) {
+    const auto difference = static_cast<int16_t>(former[x] - now[x]);
+    const int16_t within = std::min(most, std::max(static_cast<int16_t>(-most), difference));
+    const auto change = static_cast<int16_t>(within * shares[x]);
+    // To the nearest, halves away from zero.
+    const auto sign = static_cast<int16_t>(change >> 15);
+    const auto size = static_cast<int16_t>((change ^ sign) - sign);
+    const auto rounded = static_cast<int16_t>((size + 128) >> 8);
+    now[x] = static_cast<uint8_t>(now[x] + ((rounded ^ sign) - sign));
+  }
+}
+
+// Shares of a row's bytes from those of its blocks: straight between the centres. Of every block
+// `length` bytes follow its centre; parts are their distances from it in 1/16 of a block.
+void spread_shares(const int16_t* blocks, int columns, const std::array<int16_t, kBlock>& parts,
+                   int length, int16_t* shares) {
+  std::fill_n(shares, length / 2, blocks[0]);
+  shares += length / 2;
+  for (int i = 0; i < columns; ++i) {
+    const int16_t here = blocks[i], next = blocks[std::min(i + 1, columns - 1)];
+    for (int k = 0; k < kBlock; ++k)  // those beyond length are written over
+      shares[k] = static_cast<int16_t>((here * (2 * kBlock - parts[k]) + next * parts[k]) >> 4);
+    shares += length;
+  }
 }
 
 // Two of a row or column of blocks, and how far between their centres a luma pixel lies, in 1/16.
@@ -130,7 +178,8 @@ struct vorn_temporal {
   std::vector<uint8_t> former;  // of the frame's layout without gaps between rows; empty: none
   int32_t layout = 0, width = 0, height = 0;
   std::vector<uint8_t> shares, least;  // per block, of 16
-  std::vector<int> row_shares;         // of one row of pixels, per block, in 1/256
+  std::vector<int16_t> row_shares;     // of one row of pixels, per block, in 1/256
+  std::vector<int16_t> byte_shares;    // the same per byte of a plane's row
 
   int columns() const { return (width + kBlock - 1) / kBlock; }
   int rows() const { return (height + kBlock - 1) / kBlock; }
@@ -158,6 +207,7 @@ struct vorn_temporal {
     shares.resize(size_t(columns()) * rows());
     least.resize(shares.size());
     row_shares.resize(size_t(columns()));
+    byte_shares.resize(size_t(columns() + 2) * kBlock);
     former.resize(size_t(width) * height +
                   2 * ((size_t(width) + 1) / 2) * ((size_t(height) + 1) / 2));
   }
@@ -197,24 +247,27 @@ struct vorn_temporal {
       }
   }
 
-  // pixels: luma pixels per sample in either direction.
-  void blend(const channel& now, const channel& before, int pixels, int most) {
-    for (int y = 0; y < now.height; ++y) {
-      const between lines(y * pixels, rows());
-      const uint8_t* const top = least.data() + size_t(lines.before) * columns();
-      const uint8_t* const bottom = least.data() + size_t(lines.after) * columns();
-      for (int i = 0; i < columns(); ++i)
-        row_shares[i] = top[i] * (2 * kBlock - lines.share) + bottom[i] * lines.share;
-      uint8_t* const a = now.row(y);
-      const uint8_t* const b = before.row(y);
-      for (int x = 0; x < now.width; ++x) {
-        const between at(x * pixels, columns());
-        const int share =
-            (row_shares[at.before] * (2 * kBlock - at.share) + row_shares[at.after] * at.share) /
-            (2 * kBlock);
-        uint8_t& sample = a[x * now.step];
-        sample = blended(sample, b[x * before.step], share, most);
-      }
+  void blend(const vorn_ycnr_planes& now, const vorn_ycnr_planes& before, int i, int most) {
+    constexpr std::array<int16_t, kBlock> kLuma = {1, 3, 5, 7, 9, 11, 13, 15},
+                                          kPairs = {1, 1, 5, 5, 9, 9, 13, 13},
+                                          kPlane = {1, 5, 9, 13, 0, 0, 0, 0};
+    const bool planar = i > 0 && layout == VORN_LAYOUT_I420;
+    const auto& parts = i == 0 ? kLuma : planar ? kPlane : kPairs;
+    const int pixels = i == 0 ? 1 : 2;  // per row and column
+    const int lines = (height + pixels - 1) / pixels;
+    const int bytes = (width + pixels - 1) / pixels * (i == 0 || planar ? 1 : 2);
+    for (int y = 0; y < lines; ++y) {
+      const between at(y * pixels, rows());
+      const uint8_t* const top = least.data() + size_t(at.before) * columns();
+      const uint8_t* const bottom = least.data() + size_t(at.after) * columns();
+      for (int k = 0; k < columns(); ++k)
+        row_shares[k] =
+            static_cast<int16_t>(top[k] * (2 * kBlock - at.share) + bottom[k] * at.share);
+      spread_shares(row_shares.data(), columns(), parts, planar ? kBlock / 2 : kBlock,
+                    byte_shares.data());
+      blend_row(now.plane[i] + ptrdiff_t(y) * now.stride[i],
+                before.plane[i] + ptrdiff_t(y) * before.stride[i], byte_shares.data(), bytes,
+                static_cast<int16_t>(most));
     }
   }
 };
@@ -247,16 +300,16 @@ int32_t vorn_tuning_temporal_run(vorn_temporal* stream, const vorn_ycnr_planes* 
     s.keep(*frame);
     return VORN_TEMPORAL_FIRST;
   }
-  const channels now = channels_of(*frame), before = channels_of(s.former_planes());
+  const vorn_ycnr_planes former = s.former_planes();
+  const channels now = channels_of(*frame), before = channels_of(former);
   const int left16 = residual16(*luma);
   const int64_t moving = s.judge(now, before, left16);
   const bool cut = moving * 10 > int64_t(s.columns()) * s.rows() * 7;
   if (!cut) {
     s.spread();
     const int most = std::max(2, left16 * 2 / 16);
-    s.blend(now.luma, before.luma, 1, most);
-    s.blend(now.first, before.first, 2, most);
-    s.blend(now.second, before.second, 2, most);
+    const int planes = s.layout == VORN_LAYOUT_I420 ? 3 : 2;
+    for (int i = 0; i < planes; ++i) s.blend(*frame, former, i, most);
   }
   s.keep(*frame);
   return cut ? VORN_TEMPORAL_FIRST : VORN_TEMPORAL_BLENDED;
