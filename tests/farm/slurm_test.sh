@@ -132,4 +132,6 @@ done
 wait "${own[-1]}" || { cat dask.log; exit 1; }
 vorn-ycnr tune scene/clean.png --gains 4,8 --rounds 1 -o plain.json >plain.txt
 cmp search.json plain.json
+# The workers' jobs end with the search; the daemons have to see it, or the jobs' own processes stay.
+drained
 echo "search on workers of Slurm: the bytes of plain tune"
