@@ -148,9 +148,11 @@ TEST(TuningSets, WhatCannotStandInASetIsRefused) {
     EXPECT_EQ(vorn_tuning_put(set.get(), gain, &luma, &chroma, nullptr), VORN_TUNING_INVALID);
   }
   vorn_tuning_fault fault = {};
-  luma.pRadius[3] = 6;
-  EXPECT_EQ(vorn_tuning_put(set.get(), 1, &luma, &chroma, &fault), VORN_TUNING_INVALID);
-  EXPECT_STREQ(fault.field, "luma.pRadius[3]");
+  for (const int32_t window : {-1, 1, 2, 4, 6, 8}) {
+    luma.pRadius[3] = window;
+    EXPECT_EQ(vorn_tuning_put(set.get(), 1, &luma, &chroma, &fault), VORN_TUNING_INVALID) << window;
+    EXPECT_STREQ(fault.field, "luma.pRadius[3]");
+  }
   EXPECT_EQ(vorn_tuning_count(set.get()), 0);
   EXPECT_EQ(vorn_tuning_check(nullptr, &chroma, nullptr), VORN_TUNING_OK);
   EXPECT_EQ(vorn_tuning_describe(set.get(), "caf\xe9", "", nullptr), VORN_TUNING_ARGUMENT);
