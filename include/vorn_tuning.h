@@ -96,6 +96,9 @@ VORN_API int32_t vorn_tuning_get(const vorn_tuning_set* set, int32_t index,
 
 /* ---- by gain ---- */
 
+/* The gain that is taken where nobody names one: the middle of the default set, in stops. */
+#define VORN_TUNING_DEFAULT_GAIN 8.0
+
 /* Index of the entry whose gain is nearest in stops; half-way between two, the lower one. gain must
  * be a finite number above 0: anything else, and a set without entries, is VORN_TUNING_ARGUMENT. */
 VORN_API int32_t vorn_tuning_nearest(const vorn_tuning_set* set, double gain);

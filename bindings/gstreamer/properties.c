@@ -1,6 +1,5 @@
 #include "gstvornycnr.h"
 
-#define DEFAULT_GAIN 8.0
 #define DEFAULT_LUMA TRUE
 #define DEFAULT_CHROMA TRUE
 
@@ -121,7 +120,7 @@ static void get_property(GObject* object, guint id, GValue* value, GParamSpec* s
 }
 
 void gst_vorn_ycnr_default_properties(GstVornYcnr* self) {
-  self->gain = DEFAULT_GAIN;
+  self->gain = VORN_TUNING_DEFAULT_GAIN;
   self->luma = DEFAULT_LUMA;
   self->chroma = DEFAULT_CHROMA;
 }
@@ -141,9 +140,9 @@ void gst_vorn_ycnr_install_properties(GObjectClass* object) {
                           NULL, at_any_time));
   g_object_class_install_property(
       object, PROP_GAIN,
-      g_param_spec_double("gain", "Gain",
-                          "Sensor gain of the frames; the set's entry nearest in stops is used",
-                          1e-3, 1e6, DEFAULT_GAIN, at_any_time | GST_PARAM_CONTROLLABLE));
+      g_param_spec_double(
+          "gain", "Gain", "Sensor gain of the frames; the set's entry nearest in stops is used",
+          1e-3, 1e6, VORN_TUNING_DEFAULT_GAIN, at_any_time | GST_PARAM_CONTROLLABLE));
   g_object_class_install_property(
       object, PROP_AUTO_GAIN,
       g_param_spec_boolean(

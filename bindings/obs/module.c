@@ -5,6 +5,7 @@
 #include <stdlib.h>
 
 #include "filter.h"
+#include "vorn_tuning.h"
 #include "vorn_ycnr_ext.h"
 
 OBS_DECLARE_MODULE()
@@ -36,7 +37,7 @@ static struct obs_source_frame* filter_video(void* filter, struct obs_source_fra
 
 static void filter_defaults(obs_data_t* settings) {
   obs_data_set_default_bool(settings, SETTING_AUTOMATIC, true);
-  obs_data_set_default_double(settings, SETTING_GAIN, 8);
+  obs_data_set_default_double(settings, SETTING_GAIN, VORN_TUNING_DEFAULT_GAIN);
   obs_data_set_default_bool(settings, SETTING_LUMA, true);
   obs_data_set_default_bool(settings, SETTING_CHROMA, true);
   obs_data_set_default_bool(settings, SETTING_FINE, false);

@@ -8,6 +8,7 @@
 #include "tools/commands/option_kinds.h"
 #include "tools/picture/picture_io.h"
 #include "tools/tuning/tuning_set.h"
+#include "vorn_tuning.h"
 
 namespace vorn::tool {
 
@@ -36,7 +37,7 @@ void add_picture_options(CLI::App& command, picture_options& options, bool write
 // "1920x1080" into width and height.
 void parse_size(const std::string& text, picture_options& options);
 
-constexpr double kDefaultGain = 8;
+constexpr double kDefaultGain = VORN_TUNING_DEFAULT_GAIN;
 
 // What add_tuning_options' options ask for.
 struct tuning_options {

@@ -188,8 +188,7 @@ int run(const noise_options& o) {
                             : o.flat ? noise_scene::flat
                                      : noise_scene::any;
   const noise_curve curve = measure_noise(frames, scene);
-  const tuning_set set =
-      o.tuning_file.empty() ? default_tuning_set() : read_tuning_set(o.tuning_file);
+  const tuning_set set = load_or_default(o.tuning_file);
   const chosen_entries chosen = choose(o, curve, set);
 
   if (o.json_file != "-")

@@ -185,7 +185,7 @@ void add_tuning_options(CLI::App& command, tuning_options& options, bool automat
 }
 
 tuning_set tuning_options::load_set() const {
-  return file.empty() ? default_tuning_set() : read_tuning_set(file);
+  return load_or_default(file);
 }
 
 tuning tuning_options::applied_to(tuning t) const {

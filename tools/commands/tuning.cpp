@@ -25,8 +25,13 @@ struct tuning_args {
   std::vector<double> gains;
 };
 
+// The one that a command shows or converts.
+tuning_set only_set(const tuning_args& args) {
+  return load_or_default(args.files.empty() ? "" : args.files[0]);
+}
+
 int run_show(const tuning_args& args) {
-  const tuning_set set = args.files.empty() ? default_tuning_set() : read_tuning_set(args.files[0]);
+  const tuning_set set = only_set(args);
   if (!set.name.empty()) print("%s\n", printable(set.name).c_str());
   if (!set.description.empty()) print("%s\n", printable(set.description).c_str());
   std::vector<const tuning_entry*> entries;
@@ -109,13 +114,13 @@ int run_diff(const tuning_args& args) {
 }
 
 int run_to_c(const tuning_args& args) {
-  const tuning_set set = args.files.empty() ? default_tuning_set() : read_tuning_set(args.files[0]);
+  const tuning_set set = only_set(args);
   write_file(args.output, tuning_set_to_c_header(set, args.name));
   return kExitOk;
 }
 
 int run_to_dump(const tuning_args& args) {
-  const tuning_set set = args.files.empty() ? default_tuning_set() : read_tuning_set(args.files[0]);
+  const tuning_set set = only_set(args);
   const tuning& t = set.nearest(args.gain > 0 ? args.gain : kDefaultGain).values;
   write_file(args.output + "_ynr2_turning_param.txt", luma_to_dump_text(t));
   write_file(args.output + "_cnr4_turning_param.txt", chroma_to_dump_text(t));

@@ -123,6 +123,10 @@ tuning_set read_tuning_set(const std::string& path) {
   return from_library(set, fault);
 }
 
+tuning_set load_or_default(const std::string& path) {
+  return path.empty() ? default_tuning_set() : read_tuning_set(path);
+}
+
 std::string tuning_set_to_json(const tuning_set& set) {
   const library_set made = to_library(set);
   std::string text(vorn_tuning_json(made.get(), nullptr, 0), 0);

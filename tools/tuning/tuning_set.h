@@ -53,6 +53,8 @@ void set_field(tuning& t, int index, int32_t value);
 tuning_set parse_tuning_set(const std::string& text, const std::string& file_name);
 // The same from a file; "-" is standard input.
 tuning_set read_tuning_set(const std::string& path);
+// The same, and for an empty path the default set.
+tuning_set load_or_default(const std::string& path);
 // The set's text. An `error` that names the field when a value or a gain is out of its range.
 std::string tuning_set_to_json(const tuning_set& set);
 // The set as a C header; name is a C identifier.

@@ -11,7 +11,7 @@ from typing import List, Tuple, Union
 from . import _native
 
 LEVELS = 5
-DEFAULT_GAIN = 8.0
+DEFAULT_GAIN = 8.0  # VORN_TUNING_DEFAULT_GAIN
 _call = _native.tuning_lib
 
 PathLike = Union[str, "os.PathLike[str]"]
