@@ -82,6 +82,7 @@ void* empty_process(void* job) {
 
 }  // namespace
 
+// A table, one entry a stage: longer than other functions, and nothing to split.
 const std::vector<stage>& stages() {
   static const std::vector<stage> all = {
       {"down2", false,

@@ -1,3 +1,5 @@
+// The pool: queue, barrier, refusals, processors, forks. One file, though long: the cases share
+// their jobs and counters.
 #include "runtime/pool.h"
 
 #include <gtest/gtest.h>
