@@ -2,6 +2,7 @@
 // on patterns whose figures are known, and a set is never lost.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -11,6 +12,7 @@
 #include "tests/support/random.h"
 #include "tools/error.h"
 #include "tools/lab/chart.h"
+#include "tools/lab/chart_finder.h"
 #include "tools/lab/figures.h"
 #include "tools/lab/noise_model.h"
 #include "tools/picture/output_file.h"
@@ -148,6 +150,76 @@ TEST_F(Workbench, RequestsAreChecked) {
   const json figures = api.figures({{"values", values}, {"before", true}, {"slow", true}});
   EXPECT_GT(figures["after"]["psnr_y"].get<double>(),
             figures["before"]["psnr_y"].get<double>() + 2);
+}
+
+// The chart is found by what a picture shows, noisy or denoised; nothing else is taken for it.
+TEST_F(Workbench, FindsTheChartAndItsParts) {
+  for (const auto& [width, height] : {std::pair{322, 241}, {640, 480}}) {
+    const frame clean = draw_chart(width, height);
+    frame f = clean;
+    noise_model model;
+    model.gain = 64;
+    add_noise(f, model);
+    EXPECT_EQ(find_chart(f).data, clean.data);
+    denoiser(f.padded_width, f.padded_height).run(f, default_tuning_set().nearest(64).values);
+    EXPECT_EQ(find_chart(f).data, clean.data);
+    // Upside down and mirrored it has the chart's levels, and a grey row that falls.
+    std::reverse(f.data.begin(), f.data.begin() + ptrdiff_t(f.luma_size()));
+    EXPECT_EQ(find_chart(f).width, 0);
+    // A grey row that rises over another scene, and over leaves that lie elsewhere.
+    f = clean;
+    std::reverse(f.data.begin() + ptrdiff_t(f.luma_size() / 6),
+                 f.data.begin() + ptrdiff_t(f.luma_size()));
+    EXPECT_EQ(find_chart(f).width, 0);
+    f = clean;
+    for (int y = height / 3 + 2; y < height; ++y)
+      std::reverse(f.luma() + y * f.padded_width + width * 2 / 3,
+                   f.luma() + y * f.padded_width + width);
+    EXPECT_EQ(find_chart(f).width, 0);
+  }
+  int edges = 0;
+  const frame chart = draw_chart(640, 480);
+  for (const auto& [kind, place] : chart_regions(640, 480)) {
+    const plane_view part =
+        part_of(luma_view(chart), {place.x, place.y, place.width, place.height});
+    EXPECT_EQ(part.width, place.width);
+    EXPECT_EQ(part.height, place.height);
+    if (kind == chart_kind::grey) {
+      EXPECT_EQ(measure_patch(part).deviation, 0);
+    } else if (kind == chart_kind::leaves) {
+      EXPECT_GT(measure_patch(part).deviation, 5);
+    }
+    if (kind != chart_kind::edge) continue;
+    const edge_figures edge = measure_edge(part);
+    ASSERT_TRUE(edge.found);
+    EXPECT_NEAR(edge.height, edges == 0 ? 170 : 50, 1);
+    EXPECT_NEAR(std::abs(edge.angle), 5, 0.2);
+    ++edges;
+  }
+  EXPECT_EQ(edges, 2);
+}
+
+// The chart's parts, and figures of its texture without a clean version; neither elsewhere.
+TEST_F(Workbench, OffersTheChartsParts) {
+  frame stripes = make_frame(320, 240);
+  for (int y = 0; y < 240; ++y)  // a ramp rises as the greys do
+    for (int x = 0; x < 320; ++x) stripes.luma()[y * 320 + x] = uint8_t(x * 255 / 319);
+  write_picture(path("ramp.png"), stripes);
+  project pictures(find_inputs({path("noisy_gain8.png"), path("ramp.png")}, ""), {});
+  set_file set("");
+  workbench_api api(pictures, set);
+  EXPECT_TRUE(api.regions({{"picture", 1}})["regions"].empty());
+  const json regions = api.regions({})["regions"];
+  ASSERT_FALSE(regions.empty());
+  EXPECT_EQ(regions.front()["kind"], "grey");
+  json request = regions.back();
+  EXPECT_EQ(request["kind"], "leaves");
+  request["values"] = values_json(default_tuning_set().nearest(8).values);
+  const json figures = api.patch(request);
+  EXPECT_NEAR(figures["before"]["texture"][4].get<double>(), 1, 0.15);
+  EXPECT_NEAR(figures["clean"]["texture"][4].get<double>(), 1, 1e-9);
+  request["picture"] = 1;
+  EXPECT_FALSE(api.patch(request).contains("clean"));
 }
 
 struct plane {

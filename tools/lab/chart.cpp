@@ -17,6 +17,7 @@ struct rect {
 };
 
 constexpr int kSteps = 12;
+constexpr float kSquare = 0.33f;  // half of a slanted square, share of its tile's shorter side
 constexpr std::array<rgb, kSteps> kColours = {{
     {200, 30, 40},    // red
     {30, 140, 60},    // green
@@ -172,7 +173,7 @@ void draw_edges(drawing* canvas, const rect& area) {
   for (size_t i = 0; i < kPairs.size(); ++i) {
     const rect box = cell(area, static_cast<int>(i % 2), 2, static_cast<int>(i / 2), 3);
     fill(canvas, box, kPairs[i].ground);
-    const float half = 0.33f * static_cast<float>(std::min(box.width, box.height));
+    const float half = kSquare * static_cast<float>(std::min(box.width, box.height));
     for (int y = 0; y < box.height; ++y) {
       for (int x = 0; x < box.width; ++x) {
         const float dx = static_cast<float>(x) + 0.5f - 0.5f * static_cast<float>(box.width);
@@ -280,6 +281,33 @@ std::vector<chart_patch> chart_patches(int width, int height) {
     }
   }
   return patches;
+}
+
+std::vector<chart_region> chart_regions(int width, int height) {
+  const chart_layout at = layout(width, height);
+  std::vector<chart_region> regions;
+  const std::vector<chart_patch> flat = chart_patches(width, height);
+  for (int i = 0; i < kSteps; ++i) regions.push_back({chart_kind::grey, flat[size_t(i)]});
+  // The left side of a square, 0.6 of its length. Its profile takes 12 pixels to either side and
+  // what the slope adds; the tile ends beyond.
+  for (int i = 0; i < 2; ++i) {
+    const rect box = cell(at.edges, i, 2, 0, 3);
+    const float side = static_cast<float>(std::min(box.width, box.height));
+    const int half = static_cast<int>(kSquare * side), length = half * 6 / 5;
+    const int reach = std::min(24, static_cast<int>((0.5f - kSquare) * side) - 2);
+    if (reach < 14) continue;
+    regions.push_back({chart_kind::edge,
+                       {(box.x + box.width / 2 - half - reach) & ~1,
+                        (box.y + (box.height - length) / 2) & ~1, 2 * reach, length & ~1}});
+  }
+  constexpr int kBorder = 4, kTile = 32;  // a tile of the spectra
+  for (const rect& box : {at.leaves, at.faint_leaves}) {
+    const chart_patch place = {box.x + kBorder, box.y + kBorder, (box.width - 2 * kBorder) & ~1,
+                               (box.height - 2 * kBorder) & ~1};
+    if (place.width >= kTile && place.height >= kTile)
+      regions.push_back({chart_kind::leaves, place});
+  }
+  return regions;
 }
 
 }  // namespace vorn::tool

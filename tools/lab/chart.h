@@ -31,4 +31,14 @@ struct chart_patch {
 // The flat patches of a chart of this size: 12 grey ones from dark to bright, then 12 colours.
 std::vector<chart_patch> chart_patches(int width, int height);
 
+// Parts that the figures of a patch are made for: flat greys from dark to bright, one side of each
+// grey slanted square (of the contrasts that noise leaves visible), coloured and faint dead leaves.
+// Parts that a chart of this size has too small for their figures are left out.
+enum class chart_kind { grey, edge, leaves };
+struct chart_region {
+  chart_kind kind;
+  chart_patch place;
+};
+std::vector<chart_region> chart_regions(int width, int height);
+
 }  // namespace vorn::tool

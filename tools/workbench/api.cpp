@@ -6,6 +6,8 @@
 
 #include "tools/error.h"
 #include "tools/lab/area_json.h"
+#include "tools/lab/chart.h"
+#include "tools/lab/chart_finder.h"
 #include "tools/lab/metrics.h"
 #include "tools/lab/noise_meter.h"
 #include "tools/lab/report_page.h"
@@ -179,6 +181,36 @@ json workbench_api::figures(const json& request) {
   return out;
 }
 
+std::shared_ptr<const frame> workbench_api::chart_of(size_t picture) {
+  const std::lock_guard<std::mutex> lock(charts_mutex_);
+  const auto at = charts_.find(picture);
+  if (at != charts_.end()) return at->second;
+  std::shared_ptr<const frame> chart;
+  frame found = find_chart(project_.picture(picture)->noisy);
+  if (found.width > 0) {
+    for (const auto& [index, other] : charts_)  // one copy for all pictures of a size
+      if (other && other->width == found.width && other->height == found.height) chart = other;
+    if (!chart) chart = std::make_shared<frame>(std::move(found));
+  }
+  return charts_[picture] = chart;
+}
+
+// The parts of the test chart that a patch's figures are made for; none in other pictures.
+json workbench_api::regions(const json& request) {
+  const auto chart = chart_of(picture_of(request));
+  json list = json::array();
+  if (!chart) return {{"regions", list}};
+  static const char* const kNames[] = {"grey", "edge", "leaves"};
+  for (const auto& [kind, place] : chart_regions(chart->width, chart->height))
+    list.push_back({{"kind", kNames[int(kind)]},
+                    {"x", place.x},
+                    {"y", place.y},
+                    {"width", place.width},
+                    {"height", place.height}});
+  return {{"regions", list}};
+}
+
+// The test chart needs no clean version: it is drawn.
 json workbench_api::patch(const json& request) {
   const size_t index = picture_of(request);
   const auto p = project_.picture(index);
@@ -187,11 +219,11 @@ json workbench_api::patch(const json& request) {
   const rectangle r = {
       int(whole(request, "x", -kSide, kSide, 0)), int(whole(request, "y", -kSide, kSide, 0)),
       int(whole(request, "width", 1, kSide, 1)), int(whole(request, "height", 1, kSide, 1))};
-  const auto of = [&](const frame& f) {
-    return area_json(f, r, p->has_clean() ? &p->clean : nullptr);
-  };
+  const auto chart = p->has_clean() || !p->noisy.full_range ? nullptr : chart_of(index);
+  const frame* const clean = p->has_clean() ? &p->clean : chart.get();
+  const auto of = [&](const frame& f) { return area_json(f, r, clean); };
   json out = {{"before", of(p->noisy)}, {"after", of(*after)}};
-  if (p->has_clean()) out["clean"] = of(p->clean);
+  if (clean) out["clean"] = of(*clean);
   return out;
 }
 

@@ -2,6 +2,9 @@
 // other front ends can make them.
 #pragma once
 
+#include <map>
+#include <memory>
+#include <mutex>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 
@@ -22,6 +25,7 @@ class workbench_api {
   nlohmann::ordered_json size(const nlohmann::ordered_json& request);
   nlohmann::ordered_json figures(const nlohmann::ordered_json& request);
   nlohmann::ordered_json patch(const nlohmann::ordered_json& request);
+  nlohmann::ordered_json regions(const nlohmann::ordered_json& request);
   nlohmann::ordered_json weights(const nlohmann::ordered_json& request);
   nlohmann::ordered_json noise(const nlohmann::ordered_json& request);
   nlohmann::ordered_json search_start(const nlohmann::ordered_json& request);
@@ -37,11 +41,15 @@ class workbench_api {
 
  private:
   size_t picture_of(const nlohmann::ordered_json& request) const;
+  // The test chart that a picture shows, without noise, or null. Looked for once per picture.
+  std::shared_ptr<const frame> chart_of(size_t picture);
 
   project& project_;
   set_file& set_;
   viewer viewer_;
   search_job search_;
+  std::mutex charts_mutex_;
+  std::map<size_t, std::shared_ptr<const frame>> charts_;  // null: looked for, not there
 };
 
 }  // namespace vorn::tool

@@ -125,6 +125,7 @@ void workbench_server::state::add_routes() {
   json_call("size", &workbench_api::size);
   json_call("figures", &workbench_api::figures);
   json_call("patch", &workbench_api::patch);
+  json_call("regions", &workbench_api::regions);
   json_call("weights", &workbench_api::weights);
   json_call("noise", &workbench_api::noise);
   json_call("search/start", &workbench_api::search_start);

@@ -16,6 +16,8 @@ const panels = { quality: "Quality against the clean picture", patch: "Patch", m
 function buildFigures() {
   $("figures").replaceChildren(...Object.entries(panels).map(([id, title]) =>
     make("section", { id }, make("h2", {}, title), make("div", { class: "wide" }))));
+  panel("patch").before(make("p", { id: "regions", hidden: true }, "The test chart: ", make("span", { class: "group" },
+    ...chartParts.map(([kind, text, key]) => make("button", { "data-kind": kind, title: `${text} (${key}); again for the next`, onclick: () => markRegion(kind) }, text)))));
   $("all").hidden = S.pictures.length < 2;
   panel("all").replaceChildren(make("button", { onclick: allPictures }, "Measure all"));
 }
@@ -56,6 +58,29 @@ function quality(before, after) {
     make("tr", {}, make("th", {}, ""), make("th", {}, "before"), make("th", {}, "after"), make("th", {}, "")),
     line("PSNR Y, dB", "psnr_y", 2), line("PSNR U, dB", "psnr_u", 2), line("PSNR V, dB", "psnr_v", 2), line("SSIM Y", "ssim_y", 4),
     line("texture lost", "lost_texture", 3), line("mean shift Y", "shift_y", 2)));
+}
+// Parts of the test chart, found in a picture by what it shows; none in other pictures.
+const chartParts = [["grey", "Grey", "G"], ["edge", "Edge", "E"], ["leaves", "Leaves", "T"]];
+const regionsOf = async index => (S.pictures[index].regions = S.pictures[index].regions || (await call("regions", { picture: index })).regions);
+const placeOf = ({ x, y, width, height }) => ({ x, y, width, height });
+const samePlace = (a, b) => a && b && ["x", "y", "width", "height"].every(k => a[k] === b[k]);
+function showRegions() {
+  const regions = S.pictures[S.picture].regions || [];
+  $("regions").hidden = !regions.length;
+  for (const b of $("regions").querySelectorAll("button")) {
+    const own = regions.filter(r => r.kind === b.dataset.kind);
+    b.disabled = !own.length;
+    b.setAttribute("aria-pressed", String(own.some(r => samePlace(r, S.patch))));
+  }
+}
+// Marks a part of this kind: a middle grey, the strongest edge, the coloured leaves; then the next one.
+function markRegion(kind) {
+  const list = (S.pictures[S.picture].regions || []).filter(r => r.kind === kind);
+  if (!list.length) { hint(`This picture is no test chart with ${kind === "grey" ? "grey patches" : kind === "edge" ? "a slanted edge" : "dead leaves"} of a size to measure.`); return; }
+  const at = list.findIndex(r => samePlace(r, S.patch));
+  S.patch = placeOf(list[at >= 0 ? (at + 1) % list.length : kind === "grey" ? list.length >> 1 : 0]);
+  openTab("figures");
+  changed("patch");
 }
 async function showPatch(current) {
   const box = panel("patch");
@@ -99,20 +124,35 @@ function showWeights() {
   const total = b.weight.reduce((a, w) => a + w, 0);
   box.replaceChildren(grid, make("p", { class: "soft" }, `Block at ${b.x}, ${b.y} of level ${b.level}; window ${b.window}, mask ${b.mask}; the block itself weighs 256 of ${total}.`));
 }
-// All pictures, each with the entry of its own gain.
+// All pictures, each with the entry of its own gain; edge and texture where the picture is the test chart.
+async function chartCells(index, values) {
+  const regions = await regionsOf(index), cells = [];
+  const of = async kind => {
+    const region = regions.find(r => r.kind === kind);
+    return region ? call("patch", { picture: index, values, ...placeOf(region) }) : null;
+  };
+  const edge = await of("edge"), leaves = await of("leaves");
+  for (const key of ["half", "tenth"])
+    cells.push(edge ? ["before", "after"].map(n => edge[n].edge ? number(edge[n].edge[key], 2) : "–").join(" → ") : "–");
+  cells.push(leaves && leaves.after.texture.length ? number(leaves.after.texture[8], 2) : "–");
+  return cells.map(c => make("td", {}, c));
+}
 let allRun = 0;
 async function allPictures() {
   const run = ++allRun, box = panel("all");
-  const table = make("table", {}, make("tr", {}, ...["picture", "entry", "Y before", "Y after", "", "UV after"].map(t => make("th", {}, t))));
+  const table = make("table", {}, make("tr", {}, ...[["picture"], ["entry"], ["Y before", "PSNR, dB"], ["Y after", "PSNR, dB"], [""], ["UV after", "PSNR, dB"], ["edge ½", "cycles per pixel where the edge's contrast falls to a half"],
+    ["edge ⅒", "cycles per pixel where the edge's contrast falls to a tenth"], ["texture ¼", "share of the dead leaves kept at a quarter of a cycle per pixel"]].map(([t, title]) => make("th", { title }, t))));
   box.replaceChildren(table);
   for (const [i, p] of S.pictures.entries()) {
     if (run !== allRun) return;
-    if (!p.clean) continue;
     const entry = p.gain ? S.set.entries.reduce((a, b) => Math.abs(Math.log2(b.gain / p.gain)) < Math.abs(Math.log2(a.gain / p.gain)) ? b : a) : entryNow();
     try {
-      const f = await call("figures", { picture: i, values: entry.values, before: true });
+      if (!p.clean && !(await regionsOf(i)).length) continue;
+      const f = p.clean ? await call("figures", { picture: i, values: entry.values, before: true }) : { before: {}, after: {} };
+      const cells = await chartCells(i, entry.values), uv = p.clean ? (f.after.psnr_u + f.after.psnr_v) / 2 : null;
+      if (run !== allRun) return;
       table.append(make("tr", { class: i === S.picture ? "current" : "" }, make("td", {}, p.name), make("td", {}, "gain " + entry.gain), make("td", {}, number(f.before.psnr_y, 2)),
-        make("td", {}, number(f.after.psnr_y, 2)), make("td", {}, gainOf(f.after.psnr_y, f.before.psnr_y)), make("td", {}, number((f.after.psnr_u + f.after.psnr_v) / 2, 2))));
-    } catch (e) { table.append(make("tr", {}, make("td", {}, p.name), make("td", { class: "bad", colspan: 5 }, e.message))); }
+        make("td", {}, number(f.after.psnr_y, 2)), make("td", {}, gainOf(f.after.psnr_y, f.before.psnr_y)), make("td", {}, number(uv, 2)), ...cells));
+    } catch (e) { table.append(make("tr", {}, make("td", {}, p.name), make("td", { class: "bad", colspan: 8 }, e.message))); }
   }
 }

@@ -31,6 +31,7 @@ function showAll(what) {
   $("weightTool").setAttribute("aria-pressed", String(S.weighing));
   canvas.classList.toggle("marking", S.marking || S.weighing);
   showParameters();
+  showRegions();
   if (what !== "view") { showSet(); showSearch(); figuresSoon(); }
   if (what === "block") showWeights();
   refresh();
@@ -57,6 +58,7 @@ async function openPicture(index) {
   if (gain) S.entry = S.set.entries.reduce((best, e, i) => Math.abs(Math.log2(e.gain / gain)) < Math.abs(Math.log2(S.set.entries[best].gain / gain)) ? i : best, 0);
   buildView();
   changed("picture");
+  regionsOf(index).then(showRegions, () => {});  // a picture that cannot be read has said so
 }
 function openTab(name) {
   for (const t of ["parameters", "figures", "set", "search"]) {
@@ -77,10 +79,11 @@ function keepB() {
   const name = make("input", { type: "text", value: S.b ? S.b.name : "before this", "aria-label": "Name" });
   ask("Keep these numbers as B", [make("label", {}, "name ", name)], "Keep", () => { S.b = { name: name.value || "B", values: values().slice() }; S.showB = false; keepSoon(); changed("values"); });
 }
+function hint(text) { note("hint", text, []); setTimeout(() => drop("hint"), 3000); }
 const keys = [
   ["Z / Y", "undo, redo"], ["B", "flip between A and B"], ["K", "keep these numbers as B"], ["Ctrl S", "save"], ["[ ]", "entry of the gain before, after"],
   ["N / Shift N", "next picture, the one before"], ["1 … 7", "before, after, clean, change, left over, detail, mask"], ["S / D", "slider, side by side"], ["0 / F", "fit, 1:1"],
-  ["+ −", "closer, further"], ["arrows", "move the picture"], [", .", "move the divider"], ["C", "next channel"], ["L", "next pyramid level"], ["P", "mark a patch"], ["W", "weights of the block under the pointer"], ["Space", "hold: left and right swapped"]];
+  ["+ −", "closer, further"], ["arrows", "move the picture"], [", .", "move the divider"], ["C", "next channel"], ["L", "next pyramid level"], ["P", "mark a patch"], ["G / E / T", "grey, edge, leaves of the test chart; again for the next"], ["W", "weights of the block under the pointer"], ["Space", "hold: left and right swapped"]];
 function showKeys() {
   const dialog = $("dialog");
   dialog.replaceChildren(make("form", { method: "dialog" }, make("strong", {}, "Keys"),
@@ -107,10 +110,10 @@ document.addEventListener("keydown", e => {
     s: () => { v.mode = "slider"; changed("view"); }, d: () => { v.mode = "side"; changed("view"); }, 0: () => zoomTo(0), f: () => zoomTo(1),
     "+": () => zoomBy(1), "=": () => zoomBy(1), "-": () => zoomBy(-1), ",": () => { v.split = Math.max(0, v.split - 0.02); paint(); }, ".": () => { v.split = Math.min(1, v.split + 0.02); paint(); },
     c: () => { v.channel = { rgb: "y", y: "u", u: "v", v: "rgb" }[v.channel]; changed("view"); }, l: () => { v.level = (v.level + 1) % 5; $("level").value = v.level; changed("view"); },
-    p: markPatch, w: weighBlocks, " ": () => swapSides(true),
+    p: markPatch, g: () => markRegion("grey"), e: () => markRegion("edge"), t: () => markRegion("leaves"), w: weighBlocks, " ": () => swapSides(true),
   };
   ["before", "after", "clean", "change", "leftover", "detail", "mask"].forEach((m, i) => { act[i + 1] = () => {
-    if (!$("modes").querySelector(`[data-value=${m}]`)) { note("hint", "This picture has no clean version (--clean).", []); setTimeout(() => drop("hint"), 3000); return; }
+    if (!$("modes").querySelector(`[data-value=${m}]`)) { hint("This picture has no clean version (--clean)."); return; }
     v.mode = m;
     changed("view");
   }; });
