@@ -284,7 +284,7 @@ int run(tune_options o) {
 void add_tune(CLI::App& program, job& chosen) {
   const auto o = std::make_shared<tune_options>();
   CLI::App* const command =
-      program.add_subcommand("tune", "Search a tuning set on pictures with a clean version");
+      program.add_subcommand("tune", "Search a tuning set on clean pictures, pairs or bursts");
   add_tune_options(*command, *o);
   command->footer(
       "All inputs and outputs are checked first; pairs have to lie upon each other to a\n"

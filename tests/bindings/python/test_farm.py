@@ -126,6 +126,9 @@ def test_a_file_that_failed_or_lost_its_worker_is_tried_again(client, folder):
 def test_an_interrupt_leaves_the_rest_in_the_table(client, folder):
     slow = script(folder / "slow", 'case $2 in *s0.png) ;; *) exec sleep 5;; esac')
     files = copies(folder, "s")
+    # Programs that a shell runs in the background start with interrupts ignored.
+    former = signal.signal(signal.SIGINT, signal.default_int_handler)
     threading.Timer(2, lambda: os.kill(os.getpid(), signal.SIGINT)).start()
     table = farm.denoise(client, files, str(folder / "slow-clean"), ["--gain", "8"], program=slow)
+    signal.signal(signal.SIGINT, former)
     assert [row.reason for row in table[1:]] == ["stopped"] * 3, farm.format_table(table)
