@@ -160,17 +160,19 @@ class answering {
   }
 
  private:
+  // Ends when no question is left, nor one on its way that might be handed back.
   void work() {
     trial_runner runner;
+    std::unique_lock<std::mutex> guard(lock_);
     for (;;) {
-      std::unique_lock<std::mutex> guard(lock_);
-      ready_.wait(guard, [&] { return ended_ || !waiting_.empty(); });
+      ready_.wait(guard, [&] { return !waiting_.empty() || (ended_ && answering_ == 0); });
       if (waiting_.empty()) {
         --working_;
         return;
       }
       const auto [q, store] = waiting_.front();
       waiting_.pop_front();
+      ++answering_;
       guard.unlock();
       try {
         reply(q, *store, runner);
@@ -178,10 +180,13 @@ class answering {
         guard.lock();
         if (working_ == 1) give_up(fault);
         --working_;
+        --answering_;
         waiting_.emplace_front(q, store);
         ready_.notify_one();
         return;
       }
+      guard.lock();
+      if (--answering_ == 0 && ended_) ready_.notify_all();
     }
   }
 
@@ -212,7 +217,8 @@ class answering {
 
   thread_group group_;
   bool has_threads_ = false, ended_ = false;
-  int working_ = 0;  // threads that take questions
+  int working_ = 0;    // threads that take questions
+  int answering_ = 0;  // of them, those that have one
   trial_runner own_;
   std::shared_ptr<frame_store> store_;
   std::mutex lock_, output_;
